@@ -10,7 +10,7 @@
 #include "framework/BridgeAnchor.h"
 #include "framework/SorvanPosix.h"
 #include "tests/framework/FaultyFileIO.h"
-#include "tests/framework/ScratchFile.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -84,14 +84,14 @@ void* element(uintptr_t n) { return reinterpret_cast<void*>(n); }
 }  // namespace
 
 TEST(BasicFileIO, FlushHoldsWritesSyncsReleasesThenNotifiesFromItsOwnThread) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("................"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     FlushListener listener(file.get());
     file->setReservationCallback(&listener.reservationAnchor);
     ASSERT_TRUE(file->flush(request(&listener.flushAnchor, element(42), 4, "moov")));
     file->waitForFlushes();
-    EXPECT_EQ(scratch.read(), bytes("....moov........"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("....moov........"));
     EXPECT_EQ(listener.events(), "hold(4,4)[syncs=0] release(4,4)[syncs=1] notice(42,ok) ");
     ASSERT_EQ(listener.notices.size(), 1u);
     EXPECT_EQ(listener.notices[0].offset, 4u);
@@ -100,8 +100,8 @@ TEST(BasicFileIO, FlushHoldsWritesSyncsReleasesThenNotifiesFromItsOwnThread) {
 }
 
 TEST(BasicFileIO, CarriesOutRequestsInTheOrderTheyWereQueued) {
-    ScratchFile scratch;
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);
     FlushListener listener;
     file->holdWrites();  // everything is queued before the first write is done
     for (uintptr_t i = 1; i <= 20; ++i) {
@@ -114,16 +114,17 @@ TEST(BasicFileIO, CarriesOutRequestsInTheOrderTheyWereQueued) {
     EXPECT_EQ(file->pendingFlushes(), 0u);
     ASSERT_EQ(listener.notices.size(), 20u);
     for (uintptr_t i = 0; i < 20; ++i) EXPECT_EQ(listener.notices[i].element, element(i + 1));
-    EXPECT_EQ(scratch.read(), bytes("v20"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("v20"));
 }
 
 TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
-    ScratchFile scratch;
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);
     FlushListener listener;
     file->setReservationCallback(&listener.reservationAnchor);
     file->failWrite(1);
     file->failSync(2);  // the first request syncs nothing: its write failed first
+    MessageCapture messages;
     file->flush(request(&listener.flushAnchor, element(1), 0, "a"));
     file->flush(request(&listener.flushAnchor, element(2), 0, "b"));
     file->flush(request(&listener.flushAnchor, element(3), 0, "c"));
@@ -131,12 +132,13 @@ TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
     EXPECT_EQ(listener.events(),
               "hold(0,1) release(0,1) notice(1,failed) hold(0,1) release(0,1) notice(2,ok) "
               "hold(0,1) release(0,1) notice(3,failed) ");
+    EXPECT_EQ(messages.count(MsgLevel::Error), 2u);
 }
 
 TEST(BasicFileIO, ReadOnlyFileRefusesToFlush) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("ro"));
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::ReadOnly);
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::ReadOnly);
     ASSERT_TRUE(file);
     FlushListener listener;
     auto previous = setMessageSink([](MsgLevel, std::string const&) {});
@@ -148,10 +150,10 @@ TEST(BasicFileIO, ReadOnlyFileRefusesToFlush) {
 }
 
 TEST(BasicFileIO, DestructorCompletesEveryQueuedFlushBeforeClosing) {
-    ScratchFile scratch;
+    TempFile scratch;
     FlushListener listener;
     listener.blockFirstNotice = true;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     file->flush(request(&listener.flushAnchor, element(1), 0, "one"));
     file->flush(request(&listener.flushAnchor, element(2), 3, "two"));
     ASSERT_TRUE(listener.inFirstNotice.timedWait(10000));
@@ -167,12 +169,12 @@ TEST(BasicFileIO, DestructorCompletesEveryQueuedFlushBeforeClosing) {
     ASSERT_EQ(listener.notices.size(), 2u);
     EXPECT_TRUE(listener.notices[0].ok);
     EXPECT_TRUE(listener.notices[1].ok);
-    EXPECT_EQ(scratch.read(), bytes("onetwo"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("onetwo"));
 }
 
 TEST(BasicFileIO, WaitForFlushesFromAFlushCallbackIsRefusedInsteadOfDeadlocking) {
-    ScratchFile scratch;
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     struct Reentrant {
         bool onFlush(BasicIOTypes::FlushNotify const&) {
             file->waitForFlushes();
@@ -193,13 +195,13 @@ TEST(BasicFileIO, WaitForFlushesFromAFlushCallbackIsRefusedInsteadOfDeadlocking)
 }
 
 TEST(BasicFileIO, FileReleasedByItsOwnFlushCallbackFailsTheRestWithoutHanging) {
-    ScratchFile scratch;
+    TempFile scratch;
     // Never destroyed: the detached flush thread outlives the file and may still be leaving the
     // anchor's call when the test ends.
     static FlushListener& listener = *new FlushListener;
     static AutoRefPtr<BasicFileIO> file;
     listener.notices.clear();  // the test may be repeated
-    file = AutoRefPtr<BasicFileIO>(FaultyFileIO::open(scratch.path(), BasicFileIO::Create).get());
+    file = AutoRefPtr<BasicFileIO>(FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create).get());
     auto* faulty = static_cast<FaultyFileIO*>(file.get());
     listener.dropFileOnNotice = &file;
     std::string errors;
@@ -215,7 +217,7 @@ TEST(BasicFileIO, FileReleasedByItsOwnFlushCallbackFailsTheRestWithoutHanging) {
     ASSERT_EQ(listener.notices.size(), 2u);
     EXPECT_TRUE(listener.notices[0].ok);
     EXPECT_FALSE(listener.notices[1].ok);
-    EXPECT_EQ(scratch.read(), bytes("first"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("first"));
     EXPECT_NE(errors.find("released by its own flush callback"), std::string::npos);
     listener.dropFileOnNotice = nullptr;
 }
@@ -223,8 +225,8 @@ TEST(BasicFileIO, FileReleasedByItsOwnFlushCallbackFailsTheRestWithoutHanging) {
 // ---- Cache budget ----
 
 TEST(BasicFileIO, CacheDeclarationOverTheLimitIsRefusedButRecorded) {
-    ScratchFile scratch;
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     file->setCacheLimit(10000);
     EXPECT_TRUE(file->setCacheBytes(BasicIOTypes::CacheTable, 6000));
     EXPECT_FALSE(file->setCacheBytes(BasicIOTypes::CacheEssence, 5000));
@@ -233,8 +235,8 @@ TEST(BasicFileIO, CacheDeclarationOverTheLimitIsRefusedButRecorded) {
 }
 
 TEST(BasicFileIO, FallbackCutsTheGrantToTheLimitKeepingTheTableShare) {
-    ScratchFile scratch;
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     file->setCacheLimit(10 * 4096);
     std::string warnings;
     auto previous = setMessageSink([&](MsgLevel level, std::string const& text) {
@@ -262,16 +264,16 @@ TEST(BasicFileIO, FallbackCutsTheGrantToTheLimitKeepingTheTableShare) {
 }
 
 TEST(BasicFileIO, GrantClampsTheTableShareToTheTotal) {
-    ScratchFile scratch;
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     file->setCacheBlocks(3, 8);
     EXPECT_EQ(file->cacheBlocks(), 3u);
     EXPECT_EQ(file->cacheTableBlocks(), 3u);
 }
 
 TEST(BasicFileIO, SizeAdviceIsTheKindsShareButNeverBelowTwo) {
-    ScratchFile scratch;
-    auto file = BasicFileIO::open(scratch.path(), BasicFileIO::Create);
+    TempFile scratch;
+    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
     EXPECT_EQ(file->sizeAdvice(BasicIOTypes::CacheTable), 2u);
     EXPECT_EQ(file->sizeAdvice(BasicIOTypes::CacheEssence), 2u);
     file->setCacheBlocks(10, 7);

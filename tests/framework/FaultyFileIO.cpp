@@ -60,6 +60,7 @@ bool FaultyFileIO::sync() {
     if (!BasicFileIO::sync()) return false;
     m_undo.clear();
     m_syncedLength = BasicFileIO::length();
+    if (due(m_powerCutAfterSyncsIn)) m_powerOff = true;
     return true;
 }
 
@@ -85,6 +86,12 @@ void FaultyFileIO::failSync(unsigned int nth) {
 void FaultyFileIO::cutPowerAfterWrites(unsigned int n) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_powerCutIn = n;
+    if (n == 0) m_powerOff = true;
+}
+
+void FaultyFileIO::cutPowerAfterSyncs(unsigned int n) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_powerCutAfterSyncsIn = n;
     if (n == 0) m_powerOff = true;
 }
 

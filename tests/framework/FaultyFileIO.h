@@ -29,6 +29,8 @@ class FaultyFileIO : public BasicFileIO {
     void failSync(unsigned int nth);
     // After n more writes the power is cut: later writes and syncs report success and do nothing.
     void cutPowerAfterWrites(unsigned int n);
+    // Likewise after n more successful syncs.
+    void cutPowerAfterSyncs(unsigned int n);
     // Undoes every write not made durable by a successful sync and truncates to the length of the
     // last sync; afterwards every write and sync fails. Reopen the path to see what is left.
     void simulateCrash();
@@ -64,6 +66,7 @@ class FaultyFileIO : public BasicFileIO {
     unsigned int m_failWriteIn = 0;
     unsigned int m_failSyncIn = 0;
     unsigned int m_powerCutIn = 0;
+    unsigned int m_powerCutAfterSyncsIn = 0;
     unsigned int m_writes = 0;
     unsigned int m_syncs = 0;
     unsigned int m_heldWriters = 0;

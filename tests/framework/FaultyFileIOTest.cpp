@@ -6,7 +6,7 @@
 
 #include "framework/SorvanPosix.h"
 #include "tests/framework/FaultyFileIO.h"
-#include "tests/framework/ScratchFile.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -21,9 +21,9 @@ long put(BasicFileIO& file, unsigned long offset, char const* text) {
 }  // namespace
 
 TEST(FaultyFileIO, CrashUndoesEveryWriteAfterTheLastSync) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("0123456789"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     ASSERT_TRUE(file);
     ASSERT_EQ(put(*file, 2, "ab"), 2);
     ASSERT_TRUE(file->sync());
@@ -32,61 +32,73 @@ TEST(FaultyFileIO, CrashUndoesEveryWriteAfterTheLastSync) {
     ASSERT_EQ(put(*file, 1, "Z"), 1);
     EXPECT_EQ(file->unsyncedWrites(), 3u);
     file->simulateCrash();
-    EXPECT_EQ(scratch.read(), bytes("01ab456789"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("01ab456789"));
     EXPECT_EQ(put(*file, 0, "late"), -1);
     EXPECT_FALSE(file->sync());
 }
 
 TEST(FaultyFileIO, CrashRestoresBytesCutByAnUnsyncedTruncate) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("keep all of this"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     ASSERT_TRUE(file->truncate(4));
-    EXPECT_EQ(scratch.read(), bytes("keep"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("keep"));
     file->simulateCrash();
-    EXPECT_EQ(scratch.read(), bytes("keep all of this"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("keep all of this"));
 }
 
 TEST(FaultyFileIO, FailsOnlyTheNthWriteAndWritesNothingForIt) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("....."));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     file->failWrite(2);
     EXPECT_EQ(put(*file, 0, "a"), 1);
     EXPECT_EQ(put(*file, 1, "b"), -1);
     EXPECT_EQ(put(*file, 2, "c"), 1);
-    EXPECT_EQ(scratch.read(), bytes("a.c.."));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("a.c.."));
     EXPECT_EQ(file->writeCount(), 3u);
 }
 
 TEST(FaultyFileIO, AFailedSyncLeavesTheWritesUndoable) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("old"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     file->failSync(1);
     ASSERT_EQ(put(*file, 0, "new"), 3);
     EXPECT_FALSE(file->sync());
     file->simulateCrash();
-    EXPECT_EQ(scratch.read(), bytes("old"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("old"));
 }
 
 TEST(FaultyFileIO, PowerCutSilentlyLosesLaterWritesAndSyncs) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("----"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     file->cutPowerAfterWrites(1);
     EXPECT_EQ(put(*file, 0, "A"), 1);
     EXPECT_EQ(put(*file, 1, "B"), 1);  // reported as written, but lost
     EXPECT_TRUE(file->sync());         // reported as durable, but nothing happened
-    EXPECT_EQ(scratch.read(), bytes("A---"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("A---"));
     file->simulateCrash();
-    EXPECT_EQ(scratch.read(), bytes("----"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("----"));
+}
+
+TEST(FaultyFileIO, PowerCutAfterASyncKeepsWhatThatSyncMadeDurable) {
+    TempFile scratch;
+    scratch.write(bytes("----"));
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
+    file->cutPowerAfterSyncs(1);
+    EXPECT_EQ(put(*file, 0, "A"), 1);
+    EXPECT_TRUE(file->sync());
+    EXPECT_EQ(put(*file, 1, "B"), 1);  // lost
+    file->simulateCrash();
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("A---"));
 }
 
 TEST(FaultyFileIO, HeldWritesWaitUntilReleased) {
-    ScratchFile scratch;
+    TempFile scratch;
     scratch.write(bytes("xx"));
-    auto file = FaultyFileIO::open(scratch.path(), BasicFileIO::ReadWrite);
+    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::ReadWrite);
     file->holdWrites();
     std::atomic<bool> written{false};
     std::thread writer([&] {
@@ -96,8 +108,8 @@ TEST(FaultyFileIO, HeldWritesWaitUntilReleased) {
     ASSERT_TRUE(file->waitForHeldWrite(10000));
     waitMsec(20);
     EXPECT_FALSE(written.load());
-    EXPECT_EQ(scratch.read(), bytes("xx"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("xx"));
     file->releaseWrites();
     writer.join();
-    EXPECT_EQ(scratch.read(), bytes("ok"));
+    EXPECT_EQ(readFileBytes(scratch.path()), bytes("ok"));
 }
