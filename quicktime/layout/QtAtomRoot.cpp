@@ -241,6 +241,7 @@ bool QtAtomRoot::writeDirtyBelow(BaseQtAtom const& atom) const {
 
 bool QtAtomRoot::writeDirty() const {
     if (!m_file || !m_file->writable()) return false;
+    refreshReservationPlaces();
     bool wroteMoovHeader = false;
     for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
         if (child->getDiskId() != kMoov) continue;

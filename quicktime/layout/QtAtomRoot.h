@@ -18,7 +18,9 @@
 // - m_structureMutex guards the links of the top level against `reserveCb`, which walks them on the
 //   file layer's thread: the owner holds it while it adds, moves or deletes top-level atoms here
 //   (relocation, coalescing, closing an open-ended atom, a new mdat). The atoms' places are read
-//   there only from their reservation desks, which keep their own copy.
+//   there only from their reservation desks, which keep their own copy: the atoms refresh it when
+//   they are placed (decode, setSizeAndOffset, setOffset), and flush and writeDirty refresh every
+//   top-level desk, so an atom linked by hand is seen at its place by the next flush at the latest.
 // - flushCb calls QtAtomMoov::flushDone, which touches only atomics.
 #pragma once
 
