@@ -36,8 +36,8 @@ bool QtAtomMdat::update(VirtualBase::Reservation const& reservation) const {
 }
 
 void QtAtomMdat::badMove(unsigned long newOffset) const {
-    errorMsg("%s:%s offset change %ld->%ld\n", getMoviePath(), getAtomPath().get(), static_cast<long>(getFileOffset()),
-             static_cast<long>(newOffset));
+    errorMsg("%s:%s offset change %ld->%ld\n", getMoviePath(), getAtomPath().get(),
+             static_cast<long>(getFileOffset()), static_cast<long>(newOffset));
 }
 
 void QtAtomMdat::setSizeAndOffset(QtTreeSize const& size) const {

@@ -8,7 +8,7 @@
 #include "quicktime/layout/ReservationDesk.h"
 
 class QtAtomMdat : public QtAtomUnknown {
-public:
+  public:
     static constexpr QtAtomIdType kMdatId = qtId("mdat");
 
     // A new mdat holding `dataSize` bytes, with a 16-byte header (64-bit size) so that it can grow
@@ -29,7 +29,7 @@ public:
     bool grow(unsigned long n) const;
     void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
-private:
+  private:
     void badMove(unsigned long newOffset) const;
 
     mutable ReservationDesk m_reservations;

@@ -70,8 +70,8 @@ bool QtAtomMoov::updateDiskId() const {
         return false;
     }
     if (quicktimeDbg.on(QtDbgReservations))
-        debugMsg("moov(%s)@%p ==> moov@%ld\n", QtIdName(m_diskId.load()).render(), static_cast<void const*>(this),
-                 static_cast<long>(getFileOffset()));
+        debugMsg("moov(%s)@%p ==> moov@%ld\n", QtIdName(m_diskId.load()).render(),
+                 static_cast<void const*>(this), static_cast<long>(getFileOffset()));
     static_cast<QtAtomMoov*>(write())->m_diskId.store(kMoovId);
     if (root) {
         for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling()) atom->resetDiskId();
@@ -84,7 +84,8 @@ bool QtAtomMoov::relocate() const {
     QtAtomRoot const* root = findRoot();
     if (!root || getParent() != root) return false;
     BaseQtAtom const* next = getSibling();
-    unsigned int room = next ? static_cast<unsigned int>(next->getFileOffset() - getFileOffset()) : m_encodedSize;
+    unsigned int room =
+        next ? static_cast<unsigned int>(next->getFileOffset() - getFileOffset()) : m_encodedSize;
     if (room == 0) {
         if (!root->hasVirtualChildren()) return false;
         room = static_cast<unsigned int>(getSize());
@@ -108,7 +109,8 @@ bool QtAtomMoov::relocate() const {
         refreshPlace();
     }
     if (quicktimeDbg.on(QtDbgReservations))
-        debugMsg("%s: add skip(as %s)@%ld, relocate moov(as skip)@%ld\n", getMoviePath(), QtIdName(leftBehind).render(),
-                 static_cast<long>(skip->getFileOffset()), static_cast<long>(getFileOffset()));
+        debugMsg("%s: add skip(as %s)@%ld, relocate moov(as skip)@%ld\n", getMoviePath(),
+                 QtIdName(leftBehind).render(), static_cast<long>(skip->getFileOffset()),
+                 static_cast<long>(getFileOffset()));
     return true;
 }

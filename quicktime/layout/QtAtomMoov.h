@@ -29,7 +29,7 @@
 #include "quicktime/layout/ReservationDesk.h"
 
 class QtAtomMoov : public QtAtomHeader {
-public:
+  public:
     static constexpr QtAtomIdType kMoovId = qtId("moov");
 
     QtAtomMoov(BaseQtAtom const* parent, QtAtomIdType diskId);
@@ -70,7 +70,7 @@ public:
     void flushQueued() const { m_flushFailed.store(false); }
     void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
-private:
+  private:
     mutable QtResizeReq m_resizeNeeded;  // bookkeeping for the owner, not a change of content
     std::atomic<QtAtomIdType> m_diskId;
     mutable ReservationDesk m_reservations;

@@ -20,7 +20,8 @@ bool traceReservations() { return quicktimeDbg.on(QtDbgReservations); }
 
 void markSubtreeClean(BaseQtAtom const& top) {
     top.setClean();
-    for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling()) markSubtreeClean(*child);
+    for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling())
+        markSubtreeClean(*child);
 }
 
 }  // namespace
@@ -81,9 +82,9 @@ bool QtAtomRoot::adjustCache(CacheBytesType kind, int32_t delta) const {
     unsigned long essenceBlocks = (m_essenceBytes + 2 * block - 1) / block + extra;
     unsigned long tableBlocks = (m_tableBytes + 2 * block - 1) / block + extra;
     if (DebuggerOn::get("mediaObjDbg", "media cache"))
-        debugMsg("%s: %db essence + %db table: %d==>%d cache blocks\n", getMoviePath(), static_cast<int>(m_essenceBytes),
-                 static_cast<int>(m_tableBytes), static_cast<int>(m_file->cacheBlocks()),
-                 static_cast<int>(essenceBlocks + tableBlocks));
+        debugMsg("%s: %db essence + %db table: %d==>%d cache blocks\n", getMoviePath(),
+                 static_cast<int>(m_essenceBytes), static_cast<int>(m_tableBytes),
+                 static_cast<int>(m_file->cacheBlocks()), static_cast<int>(essenceBlocks + tableBlocks));
     m_file->setCacheBlocks(static_cast<unsigned int>(essenceBlocks + tableBlocks),
                            static_cast<unsigned int>(tableBlocks));
     return true;
@@ -155,7 +156,8 @@ bool QtAtomRoot::flushCb(BasicIOTypes::FlushNotify const& notice) {
             found = true;
             FlushElem const& elem = **it;
             if (traceReservations())
-                debugMsg("moov@%p @%ld ready\n", static_cast<void const*>(elem.moov), static_cast<long>(elem.offset));
+                debugMsg("moov@%p @%ld ready\n", static_cast<void const*>(elem.moov),
+                         static_cast<long>(elem.offset));
             if (notice.ok) {
                 elem.moov->flushDone(elem.offset);
             } else {
@@ -200,7 +202,8 @@ bool QtAtomRoot::hasFinalForm(bool wait) const {
 bool QtAtomRoot::encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const {
     unsigned long base = top.getFileOffset();
     if (top.getSize() > 0xFFFFFFFFul) {
-        errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(), static_cast<long>(top.getSize()));
+        errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(),
+                 static_cast<long>(top.getSize()));
         return false;
     }
     image.assign(top.getSize(), 0);
@@ -217,13 +220,16 @@ bool QtAtomRoot::encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& 
         unsigned int room = std::max(atom->hasUntouchedData() ? fixed : atom->getEncodeSize(), fixed);
         QtAtomBuffer buffer(room + 16);  // slack for a header that has to take the wide form
         atom->encode(buffer);
-        std::copy_n(buffer.ptrData(), std::min<unsigned long>(buffer.nOccupied(), image.size() - at), image.begin() + at);
+        std::copy_n(buffer.ptrData(), std::min<unsigned long>(buffer.nOccupied(), image.size() - at),
+                    image.begin() + at);
         if (atom->hasUntouchedData() && atom->getSize() > fixed) {
-            long got = m_file->readAt(atom->getFileOffset() + fixed, image.data() + at + fixed, atom->getSize() - fixed);
+            long got = m_file->readAt(atom->getFileOffset() + fixed, image.data() + at + fixed,
+                                      atom->getSize() - fixed);
             if (got < 0) return false;
         }
         std::vector<BaseQtAtom const*> children;
-        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling()) children.push_back(child);
+        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling())
+            children.push_back(child);
         stack.insert(stack.end(), children.rbegin(), children.rend());
     }
     return true;
@@ -279,8 +285,9 @@ bool QtAtomRoot::reserveCb(VirtualBase::Reservation const& reservation) {
         for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
             if (child->update(reservation)) return true;
     }
-    errorMsg("QtAtomRoot::reserveCb: reservation {%ld,%d,%s} unclaimed\n", static_cast<long>(reservation.offset),
-             static_cast<int>(reservation.size), reservation.release ? "release" : "hold");
+    errorMsg("QtAtomRoot::reserveCb: reservation {%ld,%d,%s} unclaimed\n",
+             static_cast<long>(reservation.offset), static_cast<int>(reservation.size),
+             reservation.release ? "release" : "hold");
     return true;
 }
 
@@ -322,7 +329,8 @@ bool QtAtomRoot::coalesceSkip() const {
         if (child->isReserved() || dynamic_cast<QtAtomMoov const*>(child)) continue;
         while (child->getDiskId() == kSkip) {
             BaseQtAtom const* next = child->getSibling();
-            if (!next || dynamic_cast<QtAtomMoov const*>(next) || next->getDiskId() != kSkip || next->isReserved())
+            if (!next || dynamic_cast<QtAtomMoov const*>(next) || next->getDiskId() != kSkip ||
+                next->isReserved())
                 break;
             unsigned long total = child->getSize() + next->getSize();
             if (total > 0xFFFFFFFFul) break;

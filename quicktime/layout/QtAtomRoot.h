@@ -37,7 +37,7 @@
 class QtAtomMoov;
 
 class QtAtomRoot : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kRootId = qtId("Root");
 
     // A flush in flight: where the movie was when it was asked for, and which movie. Owned by the
@@ -100,7 +100,7 @@ public:
     unsigned int pendingFlushes() const;
     bool isFlushPending(QtAtomMoov const* moov) const;
 
-private:
+  private:
     void refreshReservationPlaces() const;
     bool encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const;
     bool writeDirtyBelow(BaseQtAtom const& atom) const;
@@ -112,8 +112,8 @@ private:
     mutable SorvanPosix::JMutex m_mutex;
     // Starts at zero: a waiter blocks until a completed flush posts for it.
     mutable SorvanPosix::JLWSemaphore m_semaphore{0};
-    mutable uint32_t m_waiters = 0;                               // guarded by m_mutex
-    mutable std::vector<std::unique_ptr<FlushElem>> m_flushes;    // guarded by m_mutex; newest first
+    mutable uint32_t m_waiters = 0;                             // guarded by m_mutex
+    mutable std::vector<std::unique_ptr<FlushElem>> m_flushes;  // guarded by m_mutex; newest first
     mutable bool m_structureReported = false;
     mutable std::atomic<bool> m_idUpdateNeeded{false};
     mutable unsigned int m_diskAlignment = 0;

@@ -44,8 +44,10 @@ bool QtAtomSkip::update(VirtualBase::Reservation const& reservation) const {
 void QtAtomSkip::resetDiskId() const {
     if (m_diskId.load() == kSkipId) return;
     if (isReserved())
-        warningMsg("%s: skip ==> moov, but still reserved: %s\n", getMoviePath(), m_reservations.toString().get());
-    if (quicktimeDbg.on(QtDbgReservations)) debugMsg("skip(%s)@%p ==> skip\n", QtIdName(m_diskId.load()).render(), this);
+        warningMsg("%s: skip ==> moov, but still reserved: %s\n", getMoviePath(),
+                   m_reservations.toString().get());
+    if (quicktimeDbg.on(QtDbgReservations))
+        debugMsg("skip(%s)@%p ==> skip\n", QtIdName(m_diskId.load()).render(), this);
     QtAtomSkip* self = static_cast<QtAtomSkip*>(write());
     self->m_diskId.store(kSkipId);
 }

@@ -13,7 +13,7 @@
 #include "quicktime/layout/ReservationDesk.h"
 
 class QtAtomSkip : public QtAtomUnknown {
-public:
+  public:
     static constexpr QtAtomIdType kSkipId = qtId("skip");
 
     // Read from a file: size 8 until decoded, disk id skip.
@@ -43,7 +43,7 @@ public:
     // Tells the desk where the atom is now (after the tree was relinked around it).
     void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
-private:
+  private:
     std::atomic<QtAtomIdType> m_diskId;
     mutable ReservationDesk m_reservations;
 };

@@ -18,8 +18,9 @@ ReservationDesk::ReservationDesk(BaseQtAtom const& atom, ReservationDesk& from)
     : m_atom(atom), m_offset(atom.getFileOffset()), m_size(atom.getSize()) {
     SorvanPosix::ScopeLock lock(from.m_mutex);
     if (quicktimeDbg.on(QtDbgReservations))
-        debugMsg("atom %s@%p gets %s from atom %s@%p\n", QtIdName(atom.getId()).render(), static_cast<void const*>(&atom),
-                 from.listText().get(), QtIdName(from.m_atom.getId()).render(), static_cast<void const*>(&from.m_atom));
+        debugMsg("atom %s@%p gets %s from atom %s@%p\n", QtIdName(atom.getId()).render(),
+                 static_cast<void const*>(&atom), from.listText().get(),
+                 QtIdName(from.m_atom.getId()).render(), static_cast<void const*>(&from.m_atom));
     m_held = from.m_held;
     from.m_held.clear();
 }
@@ -66,8 +67,8 @@ bool ReservationDesk::update(VirtualBase::Reservation const& r) {
             debugMsg("atom %s@%p gets resv %s, %d total\n", QtIdName(id).render(), atom, r.toString().get(),
                      static_cast<int>(m_held.size()));
     } else if (trace) {
-        debugMsg("unk resv released %s in %s@%p{%ld,%d} w/ %s\n", r.toString().get(), QtIdName(id).render(), atom,
-                 static_cast<long>(m_offset), static_cast<int>(m_size), listText().get());
+        debugMsg("unk resv released %s in %s@%p{%ld,%d} w/ %s\n", r.toString().get(), QtIdName(id).render(),
+                 atom, static_cast<long>(m_offset), static_cast<int>(m_size), listText().get());
     }
     return true;
 }

@@ -19,7 +19,7 @@
 class BaseQtAtom;
 
 class ReservationDesk {
-public:
+  public:
     // An empty desk of an atom (not owned).
     explicit ReservationDesk(BaseQtAtom const& atom);
     // A desk that takes over every reservation of another atom's desk, which is left empty (used
@@ -43,7 +43,7 @@ public:
     // Records the atom's place as the file thread is to see it.
     void setPlace(unsigned long offset, unsigned long size);
 
-private:
+  private:
     AutoPtr<char> listText() const;  // toString without taking the mutex
 
     mutable SorvanPosix::JMutex m_mutex;

@@ -9,8 +9,8 @@
 #include "framework/BasicFileIO.h"
 #include "framework/BridgeAnchor.h"
 #include "framework/SorvanPosix.h"
-#include "tests/framework/FaultyFileIO.h"
 #include "tests/TestSupport.h"
+#include "tests/framework/FaultyFileIO.h"
 
 namespace {
 

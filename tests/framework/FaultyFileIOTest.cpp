@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "framework/SorvanPosix.h"
-#include "tests/framework/FaultyFileIO.h"
 #include "tests/TestSupport.h"
+#include "tests/framework/FaultyFileIO.h"
 
 namespace {
 

@@ -82,8 +82,8 @@ inline TopLevelScan scanTopLevel(std::string const& path) {
     while (offset + 8 <= scan.fileLength) {
         unsigned char header[16];
         if (::pread(fd, header, 8, static_cast<off_t>(offset)) != 8) break;
-        unsigned long size = (static_cast<unsigned long>(header[0]) << 24) | (header[1] << 16) | (header[2] << 8) |
-                             header[3];
+        unsigned long size =
+            (static_cast<unsigned long>(header[0]) << 24) | (header[1] << 16) | (header[2] << 8) | header[3];
         if (size == 1) {
             if (::pread(fd, header + 8, 8, static_cast<off_t>(offset + 8)) != 8) break;
             size = 0;
@@ -100,7 +100,8 @@ inline TopLevelScan scanTopLevel(std::string const& path) {
     return scan;
 }
 
-inline std::vector<unsigned char> readRange(std::string const& path, unsigned long offset, unsigned long size) {
+inline std::vector<unsigned char> readRange(std::string const& path, unsigned long offset,
+                                            unsigned long size) {
     std::vector<unsigned char> bytes(size);
     int fd = ::open(path.c_str(), O_RDONLY);
     if (fd < 0) return {};

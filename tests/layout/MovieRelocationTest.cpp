@@ -16,7 +16,7 @@
 namespace {
 
 class MovieRelocation : public ::testing::Test {
-protected:
+  protected:
     // ftyp@0 (20), skip@20 (64, free room), moov@84 (116: mvhd), mdat@200 (16 + 4000 essence).
     void writeMovie() {
         file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
@@ -35,7 +35,8 @@ protected:
         ASSERT_TRUE(root->flush(moov));
         EXPECT_TRUE(root->hasFinalForm(true));
         oldMovie = atomBytes("moov", atomBytes("mvhd", filled(100, 'h')));
-        newMovie = atomBytes("moov", concat({atomBytes("mvhd", filled(100, 'h')), atomBytes("udta", filled(300, 'u'))}));
+        newMovie = atomBytes(
+            "moov", concat({atomBytes("mvhd", filled(100, 'h')), atomBytes("udta", filled(300, 'u'))}));
     }
 
     // The recorder's reaction to a movie that needs more room: the new size, the move to the end
@@ -74,7 +75,7 @@ protected:
 TEST_F(MovieRelocation, GrownMovieMovesToTheEndAndOneCompleteMoovIsOnDiskAfterEveryStep) {
     writeMovie();
     expectOneMovie(84, oldMovie);
-    EXPECT_EQ(file->pendingFlushes(), 0u);
+    EXPECT_EQ(root->pendingFlushes(), 0u);
 
     growAndRelocate();
     // The mdat ended at 4216; it grows so that the movie after it starts on a 4096 boundary.

@@ -1,7 +1,6 @@
-#include "quicktime/layout/QtAtomMdat.h"
-
 #include <gtest/gtest.h>
 
+#include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"

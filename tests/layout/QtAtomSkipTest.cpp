@@ -1,9 +1,8 @@
-#include "quicktime/layout/QtAtomSkip.h"
-
 #include <gtest/gtest.h>
 
 #include "quicktime/atoms/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
 

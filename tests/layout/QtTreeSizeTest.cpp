@@ -1,12 +1,11 @@
 // Size and offset propagation through a tree: the dry and the applied pass of recalcOffset, the
 // resize reasons a movie collects, and their printed forms.
-#include "quicktime/layout/QtTreeSize.h"
-
 #include <gtest/gtest.h>
 
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtTreeSize.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
 
@@ -14,14 +13,14 @@ namespace {
 
 // A table whose entries live on disk: moving it is what the dry pass must announce.
 class DiskTable : public QtAtomPreserved {
-public:
+  public:
     explicit DiskTable(BaseQtAtom const* parent) : QtAtomPreserved(parent, qtId("stsz")) {}
     bool hasVirtualTable() const override { return true; }
 };
 
 // ftyp@0 (20), moov@20 { mvhd (108), trak { stsz (8) } }.
 class Propagation : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         addPreserved(&root, "ftyp", 12, 'f');
         moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
@@ -54,7 +53,7 @@ TEST_F(Propagation, AppliedPassPlacesEveryAtomOneAfterAnother) {
 }
 
 TEST_F(Propagation, DryRunChangesNothingAndSaysWhatWouldChangeOrMove) {
-    addPreserved(moov, "udta", 0, 'u');  // before nothing: the movie grows by 8
+    addPreserved(moov, "udta", 0, 'u');                            // before nothing: the movie grows by 8
     moov->insertSibling(new QtAtomHeader(qtId("free"), nullptr));  // 8 bytes before the movie
     markClean(&root);
     unsigned long before = table->getFileOffset();

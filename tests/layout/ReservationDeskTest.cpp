@@ -1,11 +1,10 @@
-#include "quicktime/layout/ReservationDesk.h"
-
 #include <gtest/gtest.h>
 
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
+#include "quicktime/layout/ReservationDesk.h"
 #include "tests/TestSupport.h"
 
 namespace {
@@ -15,7 +14,7 @@ VirtualBase::Reservation release(unsigned long offset, unsigned int size) { retu
 
 // skip@0 (100), mdat@100 (16 + 84), moov@200 (8).
 class DeskAtoms : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         root.appendChild(skip = new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul));
         mdat = new QtAtomMdat(&root, 84);
@@ -75,7 +74,8 @@ TEST_F(DeskAtoms, ReservationStraddlingTheEndOfAnMdatIsAPartialOverlapButClaimed
     MessageCapture messages;
     EXPECT_TRUE(mdat->update(hold(190, 20)));
     EXPECT_TRUE(mdat->isReserved());
-    EXPECT_TRUE(messages.contains("ReservationDesk::update: {190,20,hold} partly overlaps atom Root.mdat@{100,100}\n"));
+    EXPECT_TRUE(messages.contains(
+        "ReservationDesk::update: {190,20,hold} partly overlaps atom Root.mdat@{100,100}\n"));
     messages.clear();
     EXPECT_TRUE(skip->update(hold(90, 20)));  // a skip may be overlapped in part without a report
     EXPECT_TRUE(messages.all().empty());

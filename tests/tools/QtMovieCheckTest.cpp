@@ -1,6 +1,5 @@
 // qtmovie check: run the program on real and crafted files and read what it prints and returns.
 #include <gtest/gtest.h>
-
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -46,17 +45,20 @@ TEST(QtMovieCheck, TwoMoovOnDiskFailAndAreReported) {
     temp.write(concat({atomBytes("ftyp", filled(12, 'f')), movie, movie}));
     CheckRun run = runCheck(temp.path());
     EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_NE(run.output.find(": check: 0 skip, 2 moov: ftyp@0 moov@20={moov@"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find(": check: 0 skip, 2 moov: ftyp@0 moov@20={moov@"), std::string::npos)
+        << run.output;
     EXPECT_NE(run.output.find("2 moov, 0 skip on disk\n"), std::string::npos) << run.output;
 }
 
 TEST(QtMovieCheck, RelocatedCopyStillUnderSkipIsNotAMoov) {
     TempFile temp;
     std::vector<unsigned char> body = atomBytes("mvhd", filled(100, 'h'));
-    temp.write(concat({atomBytes("ftyp", filled(12, 'f')), atomBytes("skip", body), atomBytes("skip", body)}));
+    temp.write(
+        concat({atomBytes("ftyp", filled(12, 'f')), atomBytes("skip", body), atomBytes("skip", body)}));
     CheckRun run = runCheck(temp.path());
     EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_NE(run.output.find("0 moov, 2 skip on disk, no movie atom\n  ftyp @0 20\n  skip @20 116\n  skip @136 116\n"),
+    EXPECT_NE(run.output.find(
+                  "0 moov, 2 skip on disk, no movie atom\n  ftyp @0 20\n  skip @20 116\n  skip @136 116\n"),
               std::string::npos)
         << run.output;
 }

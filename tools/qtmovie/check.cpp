@@ -2,8 +2,8 @@
 // atom has on disk, its offset and size). Exits 0 only when exactly one 'moov' is on disk.
 #include <cstdio>
 
-#include "quicktime/quicktime.h"
 #include "quicktime/layout/QtAtomMoov.h"
+#include "quicktime/quicktime.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
@@ -30,10 +30,13 @@ int runCheck(std::vector<std::string> const& args) {
     }
     printf("%s: %d moov, %d skip on disk%s\n", args[0].c_str(), moovs, skips, moov ? "" : ", no movie atom");
     for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling())
-        printf("  %s @%lu %lu\n", QtIdName(atom->getDiskId()).render(), atom->getFileOffset(), atom->getSize());
+        printf("  %s @%lu %lu\n", QtIdName(atom->getDiskId()).render(), atom->getFileOffset(),
+               atom->getSize());
     return moovs == 1 ? 0 : 1;
 }
 
-QtMovieCommand checkCommand("check", "check FILE           report the top-level layout; fails unless one moov", runCheck);
+QtMovieCommand checkCommand("check",
+                            "check FILE           report the top-level layout; fails unless one moov",
+                            runCheck);
 
 }  // namespace
