@@ -1,0 +1,630 @@
+#include "quicktime/atoms/BaseQtAtom.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "framework/BasicFileIO.h"
+#include "framework/Clock.h"
+#include "framework/FormatStr.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/atoms/QtFields.h"
+#include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/layout/QtAtomRoot.h"
+
+void BaseQtAtom::MethodCall::call(BaseQtAtom const* atom) const {
+    if (kind == 1)
+        (atom->*call1)(arg);
+    else
+        (atom->*call0)();
+}
+
+BaseQtAtom::BaseQtAtom(QtAtomIdType id, BaseQtAtom const* parent, unsigned long size) : m_size(size), m_id(id) {
+    if (parent) parent->appendChild(this);
+}
+
+BaseQtAtom::BaseQtAtom() = default;
+
+BaseQtAtom::BaseQtAtom(BaseQtAtom const& other)
+    : m_size(other.m_size),
+      m_id(other.m_id),
+      m_headerSize(8),
+      m_decoded(other.m_decoded),
+      m_dirty(other.m_dirty),
+      m_openEnded(other.m_openEnded),
+      m_fileOffset(other.m_fileOffset) {}
+
+BaseQtAtom::~BaseQtAtom() {
+    delete m_child;
+    // Destroy the later siblings one by one rather than recursively, so that a long chain of
+    // siblings (many entries under one parent) does not deepen the stack.
+    BaseQtAtom const* next = m_sibling;
+    while (next) {
+        BaseQtAtom const* after = next->m_sibling;
+        next->nonConst()->m_sibling = nullptr;
+        delete next;
+        next = after;
+    }
+}
+
+BaseQtAtom* BaseQtAtom::write() const {
+    BaseQtAtom* self = nonConst();
+    self->m_dirty = true;
+    return self;
+}
+
+void BaseQtAtom::setId(QtAtomIdType id) const {
+    if (m_id != id) write()->m_id = id;
+}
+
+void BaseQtAtom::setSize(unsigned long size) const {
+    if (m_size != size) write()->m_size = size;
+}
+
+// ---------------------------------------------------------------- user data hooks
+
+QtResizeAction BaseQtAtom::resizeUserData() const {
+    QtResizeAction action;
+    for (BaseQtAtom const* child = m_child; child; child = child->m_sibling) action += child->resizeUserData();
+    return action;
+}
+
+void BaseQtAtom::updateUserData(QtUserDataSet*) const {
+    if (quicktimeDbg.on(QtDbgAtomErrors))
+        debugMsg("%s:%s: is this a new Apple 4-cc atom?\n", getMoviePath(), getAtomPath().get());
+}
+
+void BaseQtAtom::updateAtom(UserDataValue const* value) const {
+    if (quicktimeDbg.on(QtDbgAtomErrors))
+        debugMsg("%s: can't update user data with %s\n", getAtomPath().get(), value ? value->toString().get() : "?");
+}
+
+// ---------------------------------------------------------------- header decode and encode
+
+bool BaseQtAtom::decode(DontConsume, QtAtomBuffer& buffer) const {
+    unsigned int before = buffer.bufferOffset();
+    bool ok = decode(buffer);
+    buffer.prepend(buffer.bufferOffset() - before);
+    return ok;
+}
+
+bool BaseQtAtom::decode(QtAtomBuffer& buffer) const { return write()->decode(buffer); }
+
+bool BaseQtAtom::decode(QtAtomBuffer& buffer) {
+    m_dirty = true;
+    m_fileOffset = buffer.fileOffset();
+    if (buffer.nOccupied() < 8) {
+        // Not even a short header: an invalid atom (the factory decides what becomes of it).
+        m_size = buffer.nOccupied();
+        m_id = 0;
+        m_decoded = false;
+        buffer.removeInput(buffer.nOccupied());
+        return false;
+    }
+    m_size = decodeUint32(buffer);
+    m_id = decodeUint32(buffer);
+    bool valid = QtIdName(m_id).valid();
+    m_headerSize = 8;
+    if (valid && m_size == 1 && buffer.nOccupied() >= 8) {
+        m_size = decodeUint64(buffer);
+        m_headerSize = 16;
+    }
+    if (m_size == 0 && m_id == qtId("mdat")) {
+        AutoRefPtr<BasicFileIO> file = getRootFp();
+        if (file) {
+            unsigned long length = file->length();
+            m_size = length > m_fileOffset ? length - m_fileOffset : 0;
+            m_openEnded = true;
+        }
+        m_decoded = valid;
+        return valid;
+    }
+    if (m_size < 8) {
+        m_id = 0;
+        valid = false;
+    }
+    m_decoded = valid;
+    return valid;
+}
+
+bool BaseQtAtom::encode(QtAtomBuffer& buffer) const {
+    if (m_size > 0xFFFFFFFFul || m_headerSize == 16) {
+        encode(buffer, 1u);
+        encode(buffer, static_cast<unsigned int>(m_id));
+        encode(buffer, m_size);
+    } else {
+        encode(buffer, static_cast<unsigned int>(m_size));
+        encode(buffer, static_cast<unsigned int>(m_id));
+    }
+    return true;
+}
+
+unsigned int BaseQtAtom::getEncodeSize() const {
+    unsigned long size = m_child ? getFixedSize() : m_size;
+    return static_cast<unsigned int>(size);
+}
+
+void BaseQtAtom::show() const { infoMsg("%s\n", toString().get()); }
+
+void BaseQtAtom::setSizeAndOffset(QtTreeSize const& size) const {
+    if (size.size != m_size || size.offset != m_fileOffset) {
+        BaseQtAtom* self = write();
+        self->m_size = size.size;
+        self->m_fileOffset = size.offset;
+    }
+}
+
+void BaseQtAtom::setOffset(unsigned long offset) const {
+    if (offset != m_fileOffset) write()->m_fileOffset = offset;
+}
+
+// ---------------------------------------------------------------- tree links
+
+BaseQtAtom const* BaseQtAtom::getLastChild() const {
+    BaseQtAtom const* child = m_child;
+    while (child && child->m_sibling) child = child->m_sibling;
+    return child;
+}
+
+void BaseQtAtom::addToAncestors(long delta) const {
+    for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) {
+        BaseQtAtom* w = a->write();
+        w->m_size = static_cast<unsigned long>(static_cast<long>(w->m_size) + delta);
+    }
+}
+
+void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
+    if (!m_decoded) {
+        BaseQtAtom* self = write();
+        self->m_size += child->m_size;
+        addToAncestors(static_cast<long>(child->m_size));
+    }
+    BaseQtAtom* c = child->nonConst();
+    c->m_parent = this;
+    c->m_sibling = nullptr;
+    if (BaseQtAtom const* last = getLastChild()) {
+        c->m_fileOffset = last->m_fileOffset + last->m_size;
+        last->nonConst()->m_sibling = child;
+    } else {
+        c->m_fileOffset = m_fileOffset + getFixedSize();
+        nonConst()->m_child = child;
+    }
+}
+
+void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
+    BaseQtAtom* s = sibling->nonConst();
+    s->m_parent = m_parent;
+    s->m_fileOffset = m_fileOffset + m_size;
+    s->m_sibling = m_sibling;
+    nonConst()->m_sibling = sibling;
+}
+
+void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
+    BaseQtAtom* s = sibling->nonConst();
+    s->m_parent = m_parent;
+    s->m_fileOffset = m_fileOffset;
+    s->m_sibling = this;
+    if (m_parent && m_parent->m_child == this) {
+        m_parent->nonConst()->m_child = sibling;
+    } else if (m_parent) {
+        BaseQtAtom const* before = m_parent->m_child;
+        while (before && before->m_sibling != this) before = before->m_sibling;
+        if (before) before->nonConst()->m_sibling = sibling;
+    }
+    nonConst()->m_fileOffset += sibling->m_size;
+}
+
+void BaseQtAtom::removeSelf(bool absorbSize) const {
+    if (m_parent) {
+        if (m_parent->m_child == this) {
+            m_parent->nonConst()->m_child = m_sibling;
+        } else {
+            BaseQtAtom const* before = m_parent->m_child;
+            while (before && before->m_sibling != this) before = before->m_sibling;
+            if (before) before->nonConst()->m_sibling = m_sibling;
+        }
+    }
+    if (m_sibling) {
+        BaseQtAtom* next = m_sibling->nonConst();
+        next->m_fileOffset = m_fileOffset;
+        if (absorbSize) next->m_size += m_size;
+    }
+    nonConst()->m_sibling = nullptr;
+}
+
+// ---------------------------------------------------------------- lookups
+
+BaseQtAtom const* BaseQtAtom::findParent(QtAtomIdType id) const {
+    for (BaseQtAtom const* a = this; a; a = a->m_parent)
+        if (a->m_id == id) return a;
+    return nullptr;
+}
+
+BaseQtAtom const* BaseQtAtom::findSibling(QtAtomIdType id, unsigned int n) const {
+    if (!m_parent) return m_id == id && n == 0 ? this : nullptr;
+    for (BaseQtAtom const* a = m_parent->m_child; a; a = a->m_sibling)
+        if (a->m_id == id && n-- == 0) return a;
+    return nullptr;
+}
+
+unsigned int BaseQtAtom::countSibling(QtAtomIdType id) const {
+    if (!m_parent) return m_id == id ? 1 : 0;
+    unsigned int count = 0;
+    for (BaseQtAtom const* a = m_parent->m_child; a; a = a->m_sibling)
+        if (a->m_id == id) ++count;
+    return count;
+}
+
+unsigned int BaseQtAtom::countChildren() const {
+    unsigned int count = 0;
+    for (BaseQtAtom const* a = m_child; a; a = a->m_sibling) ++count;
+    return count;
+}
+
+BaseQtAtom const* BaseQtAtom::findAbove(QtAtomIdType id, unsigned int n) const {
+    BaseQtAtom const* skip = this;
+    for (BaseQtAtom const* level = m_parent; level; level = level->m_parent) {
+        for (BaseQtAtom const* a = level->m_child; a; a = a->m_sibling)
+            if (a != skip && a->m_id == id && n-- == 0) return a;
+        skip = level;
+    }
+    return nullptr;
+}
+
+namespace {
+
+// Walks a path of four-character ids joined by ".", as findAtom and countAtom read it. Returns the
+// first atom matching the last component, or null.
+BaseQtAtom const* walkPath(BaseQtAtom const* start, char const* path, QtAtomIdType& lastId) {
+    if (!path) return nullptr;
+    size_t length = strlen(path);
+    QtAtomBuffer buffer(reinterpret_cast<unsigned char*>(const_cast<char*>(path)), static_cast<unsigned int>(length),
+                        QtAtomBuffer::Full);
+    BaseQtAtom const* current = start->getChild();
+    while (buffer.nOccupied() >= 4 && current) {
+        QtAtomIdType id = BaseQtAtom::decodeUint32(buffer);
+        while (current && current->getId() != id) current = current->getSibling();
+        if (!current) return nullptr;
+        if (buffer.nOccupied() == 0) {
+            lastId = id;
+            return current;
+        }
+        if (*buffer.ptrData() != '.') return nullptr;
+        buffer.removeInput(1);
+        current = current->getChild();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+BaseQtAtom const* BaseQtAtom::findAtom(char const* path, unsigned int n) const {
+    QtAtomIdType id = 0;
+    BaseQtAtom const* match = walkPath(this, path, id);
+    while (match && n > 0) {
+        match = match->m_sibling;
+        while (match && match->m_id != id) match = match->m_sibling;
+        --n;
+    }
+    return match;
+}
+
+unsigned int BaseQtAtom::countAtom(char const* path) const {
+    QtAtomIdType id = 0;
+    unsigned int count = 0;
+    for (BaseQtAtom const* a = walkPath(this, path, id); a; a = a->m_sibling)
+        if (a->m_id == id) ++count;
+    return count;
+}
+
+QtAtomRoot const* BaseQtAtom::findRoot() const {
+    BaseQtAtom const* top = this;
+    while (top->m_parent) top = top->m_parent;
+    return dynamic_cast<QtAtomRoot const*>(top);
+}
+
+unsigned int BaseQtAtom::numGeneration() const {
+    unsigned int n = 0;
+    for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) ++n;
+    return n;
+}
+
+unsigned long BaseQtAtom::resetSize() const {
+    unsigned long size = getFixedSize() + getVariableSize();
+    if (size == m_size) return size;
+    long delta = static_cast<long>(size) - static_cast<long>(m_size);
+    write()->m_size = size;
+    if (!m_decoded) addToAncestors(delta);
+    return size;
+}
+
+unsigned int BaseQtAtom::getMovieTimeScale() const {
+    auto const* header = dynamic_cast<QtTimeScaled const*>(findAbove(qtId("mvhd"), 0));
+    return header ? header->getTimeScale() : 1;
+}
+
+unsigned int BaseQtAtom::getMediaTimeScale() const {
+    for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) {
+        BaseQtAtom const* header = nullptr;
+        if (a->m_id == qtId("trak"))
+            header = a->findAtom("mdia.mdhd", 0);
+        else if (a->m_id == qtId("mdia"))
+            header = a->findAtom("mdhd", 0);
+        else
+            continue;
+        auto const* scaled = dynamic_cast<QtTimeScaled const*>(header);
+        return scaled ? scaled->getTimeScale() : 1;
+    }
+    return 1;
+}
+
+char const* BaseQtAtom::getMoviePath() const {
+    QtAtomRoot const* root = findRoot();
+    BasicFileIO* file = root ? root->file() : nullptr;
+    return file ? file->path() : "<no movie path>";
+}
+
+AutoPtr<char> BaseQtAtom::getAtomPath() const {
+    std::vector<std::string> parts;
+    for (BaseQtAtom const* a = this; a && a->m_id != 0; a = a->m_parent) {
+        std::string part = QtIdName(a->m_id).render();
+        if (a->m_parent && a->countSibling(a->m_id) > 1) {
+            unsigned int index = 0;
+            for (BaseQtAtom const* s = a->m_parent->m_child; s && s != a; s = s->m_sibling)
+                if (s->m_id == a->m_id) ++index;
+            part += FormatStr("[%d]", index).get();
+        }
+        parts.push_back(std::move(part));
+    }
+    std::string path;
+    for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+        if (!path.empty()) path += ".";
+        path += *it;
+    }
+    return copyText(path.c_str());
+}
+
+AutoPtr<char> BaseQtAtom::toString() const {
+    // Printouts indent two blanks per level below the root: top-level atoms start in column 0.
+    unsigned int level = numGeneration();
+    if (findRoot() && level > 0) --level;
+    int indent = static_cast<int>(2 * level);
+    char const* openEnd = m_openEnded ? "[open-end]" : "";
+    if (quicktimeDbg.on(QtDbgNoFileOffsets))
+        return FormatStr("%*s%s: %ldb%s", indent, "", QtIdName(m_id).render(), static_cast<long>(m_size), openEnd);
+    return FormatStr("%*s%s: %ldb%s@%ld", indent, "", QtIdName(m_id).render(), static_cast<long>(m_size), openEnd,
+                     static_cast<long>(m_fileOffset));
+}
+
+AutoPtr<char> BaseQtAtom::toString(QtVersionAndFlags const& versionAndFlags) { return versionAndFlags.toString(); }
+
+// ---------------------------------------------------------------- traversal
+
+void BaseQtAtom::depthFirst(MethodCall const& call) const {
+    BaseQtAtom const* current = this;
+    while (current) {
+        call.call(current);
+        if (current->m_child) {
+            current = current->m_child;
+            continue;
+        }
+        while (current && !current->m_sibling) {
+            current = current->m_parent;
+            if (current == this) current = nullptr;
+        }
+        if (current) current = current->m_sibling;
+    }
+}
+
+void BaseQtAtom::flushVirtualChildren() const { depthFirst(MethodCall(&BaseQtAtom::flushVirtualTable)); }
+
+void BaseQtAtom::closeVirtualChildren(FileIoClientRec* agent) const {
+    depthFirst(MethodCall(&BaseQtAtom::closeVirtualTable, agent));
+}
+
+void BaseQtAtom::closeAllChildren() const { depthFirst(MethodCall(&BaseQtAtom::closeFinal)); }
+
+bool BaseQtAtom::hasVirtualChildren() const {
+    if (hasVirtualTable()) return true;
+    for (BaseQtAtom const* c = m_child; c; c = c->m_sibling)
+        if (c->hasVirtualChildren()) return true;
+    return false;
+}
+
+bool BaseQtAtom::hasDownstreamVirtualChildren() const {
+    if (hasVirtualChildren()) return true;
+    for (BaseQtAtom const* a = this; a; a = a->m_parent)
+        for (BaseQtAtom const* s = a->m_sibling; s; s = s->m_sibling)
+            if (s->hasVirtualChildren()) return true;
+    return false;
+}
+
+bool BaseQtAtom::checkForDirty() const {
+    bool reportAll = quicktimeDbg.on(QtDbgDirtyAtoms);
+    bool found = false;
+    std::vector<BaseQtAtom const*> stack{this};
+    while (!stack.empty()) {
+        BaseQtAtom const* a = stack.back();
+        stack.pop_back();
+        if (a->m_dirty) {
+            if (!reportAll) return true;
+            errorMsg("%s dirty\n", a->getAtomPath().get());
+            found = true;
+        }
+        // Push children in reverse so the report follows file order.
+        std::vector<BaseQtAtom const*> children;
+        for (BaseQtAtom const* c = a->m_child; c; c = c->m_sibling) children.push_back(c);
+        stack.insert(stack.end(), children.rbegin(), children.rend());
+    }
+    return found;
+}
+
+// ---------------------------------------------------------------- layout
+
+QtTreeSize BaseQtAtom::recalcOffset(QtTreeSize const& in) const {
+    QtTreeSize out = in;
+    out.size = getFixedSize() + getVariableSize();
+    if (m_child) {
+        if (in.apply) setOffset(out.offset);
+        unsigned long childOffset = out.offset + out.size;
+        for (BaseQtAtom const* c = m_child; c; c = c->m_sibling) {
+            QtTreeSize childIn(in.apply, 0, childOffset);
+            QtTreeSize childOut = c->recalcOffset(childIn);
+            out.size += childOut.size;
+            childOffset += childOut.size;
+            out.moved = out.moved || childOut.moved;
+        }
+    }
+    if (out.offset != m_fileOffset && hasVirtualTable()) out.moved = true;
+    if (quicktimeDbg.on(QtDbgMoveReason) && (out.moved || out.size != m_size)) {
+        std::string verb = out.moved ? "move" : "change";
+        if (in.apply)
+            verb += "d";
+        else
+            verb = "will " + verb;
+        debugMsg("%s %s: %ldb@%ld==>%ldb@%ld\n", getAtomPath().get(), verb.c_str(), static_cast<long>(m_size),
+                 static_cast<long>(m_fileOffset), static_cast<long>(out.size), static_cast<long>(out.offset));
+    }
+    if (in.apply) setSizeAndOffset(out);
+    return out;
+}
+
+AutoRefPtr<BasicFileIO> BaseQtAtom::getRootFp() const {
+    QtAtomRoot const* root = findRoot();
+    return root ? root->getFp() : AutoRefPtr<BasicFileIO>();
+}
+
+int BaseQtAtom::getSizeAdvice() const {
+    QtAtomRoot const* root = findRoot();
+    return root ? root->getSizeAdvice() : 2;
+}
+
+bool BaseQtAtom::adjustCache(CacheBytesType kind, int32_t delta) const {
+    QtAtomRoot const* root = findRoot();
+    if (!logIfFalse(root != nullptr, "adjustCache", QT_UTIL_FILE, 1078)) return false;
+    return root->adjustCache(kind, delta);
+}
+
+// ---------------------------------------------------------------- field codecs
+
+unsigned char BaseQtAtom::decodeUint8(QtAtomBuffer& buffer) {
+    unsigned char v = buffer.ptrData()[0];
+    buffer.removeInput(1);
+    return v;
+}
+
+unsigned short BaseQtAtom::decodeUint16(QtAtomBuffer& buffer) {
+    unsigned char const* p = buffer.ptrData();
+    unsigned short v = static_cast<unsigned short>((p[0] << 8) | p[1]);
+    buffer.removeInput(2);
+    return v;
+}
+
+short BaseQtAtom::decodeInt16(QtAtomBuffer& buffer) { return static_cast<short>(decodeUint16(buffer)); }
+
+unsigned int BaseQtAtom::decodeUint32(QtAtomBuffer& buffer) {
+    unsigned char const* p = buffer.ptrData();
+    unsigned int v = (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+                     (static_cast<unsigned int>(p[2]) << 8) | p[3];
+    buffer.removeInput(4);
+    return v;
+}
+
+unsigned long BaseQtAtom::decodeUint64(QtAtomBuffer& buffer) {
+    unsigned long high = decodeUint32(buffer);
+    return (high << 32) | decodeUint32(buffer);
+}
+
+double BaseQtAtom::decodeFloat64(QtAtomBuffer& buffer) {
+    unsigned long bits = decodeUint64(buffer);
+    double value;
+    memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+char* BaseQtAtom::decodeString(QtAtomBuffer& buffer, unsigned int n) {
+    if (n == 0) {
+        unsigned int length = buffer.nOccupied() ? decodeUint8(buffer) : 0;
+        n = length;
+    }
+    if (n > buffer.nOccupied()) n = buffer.nOccupied();
+    char* text = new char[n + 1];
+    memcpy(text, buffer.ptrData(), n);
+    text[n] = 0;
+    buffer.removeInput(n);
+    return text;
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned char value) {
+    buffer.ptrEnd()[0] = value;
+    buffer.append(1, false);
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned short value) {
+    unsigned char* p = buffer.ptrEnd();
+    p[0] = static_cast<unsigned char>(value >> 8);
+    p[1] = static_cast<unsigned char>(value);
+    buffer.append(2, false);
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, short value) { encode(buffer, static_cast<unsigned short>(value)); }
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned int value) {
+    unsigned char* p = buffer.ptrEnd();
+    p[0] = static_cast<unsigned char>(value >> 24);
+    p[1] = static_cast<unsigned char>(value >> 16);
+    p[2] = static_cast<unsigned char>(value >> 8);
+    p[3] = static_cast<unsigned char>(value);
+    buffer.append(4, false);
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned long value) {
+    encode(buffer, static_cast<unsigned int>(value >> 32));
+    encode(buffer, static_cast<unsigned int>(value));
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, double value) {
+    unsigned long bits;
+    memcpy(&bits, &value, sizeof bits);
+    encode(buffer, bits);
+}
+
+void BaseQtAtom::encode(QtAtomBuffer& buffer, char const* text) {
+    size_t length = text ? strlen(text) : 0;
+    unsigned char n = static_cast<unsigned char>(length);
+    encode(buffer, n);
+    if (n) {
+        memcpy(buffer.ptrEnd(), text, n);
+        buffer.append(n, false);
+    }
+}
+
+unsigned int BaseQtAtom::swap(unsigned int value) { return __builtin_bswap32(value); }
+
+unsigned long BaseQtAtom::swap(unsigned long value) { return __builtin_bswap64(value); }
+
+// ---------------------------------------------------------------- times and strings
+
+int64_t BaseQtAtom::fromMacTime(uint32_t seconds1904) {
+    unsigned long seconds = seconds1904 < kMacEpochOffset ? kMacEpochOffset : seconds1904;
+    return static_cast<int64_t>(seconds - kMacEpochOffset) * 1000000;
+}
+
+uint32_t BaseQtAtom::toMacTime(int64_t microseconds1970) {
+    return static_cast<uint32_t>(microseconds1970 / 1000000 + static_cast<int64_t>(kMacEpochOffset));
+}
+
+uint32_t BaseQtAtom::getMacTimeNow() { return toMacTime(Clock::now() / 1000000 * 1000000); }
+
+char* BaseQtAtom::copyString(char const* text) {
+    if (!text) return nullptr;
+    size_t n = strlen(text);
+    char* copy = new char[n + 1];
+    memcpy(copy, text, n + 1);
+    return copy;
+}
+
+void BaseQtAtom::copyString(char*& target, char const* text) {
+    delete[] target;
+    target = copyString(text);
+}

@@ -1,0 +1,85 @@
+#include "quicktime/atoms/QtAtomWriter.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "framework/Messages.h"
+#include "framework/QtAtomBuffer.h"
+#include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/layout/QtAtomRoot.h"
+
+namespace {
+constexpr unsigned long kCopyBlock = 1ul << 20;
+}
+
+bool QtAtomWriter::copyTree(QtAtomRoot const& root, BasicFileIO& out) {
+    BasicFileIO* source = root.file();
+    if (source == &out) return writeDirty(root);
+    return writeSubtree(root, source, out, true);
+}
+
+bool QtAtomWriter::writeDirty(QtAtomRoot const& root) {
+    BasicFileIO* file = root.file();
+    if (!file || !file->writable()) return false;
+    return writeSubtree(root, nullptr, *file, false);
+}
+
+bool QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
+    // An atom whose body stays on disk is encoded as its fixed part only.
+    unsigned int room = atom.hasUntouchedData() ? atom.getFixedSize() : atom.getEncodeSize();
+    room = std::max(room, atom.getFixedSize());
+    QtAtomBuffer buffer(room);
+    buffer.setFileOffset(atom.getFileOffset());
+    atom.encode(buffer);
+    if (!buffer.writeTo(out)) {
+        errorMsg("%s: cannot write %s at %ld\n", out.path(), atom.getAtomPath().get(),
+                 static_cast<long>(atom.getFileOffset()));
+        return false;
+    }
+    atom.setClean();
+    return true;
+}
+
+bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything) {
+    unsigned long begin = atom.getFileOffset();
+    unsigned long end = begin + atom.getSize();
+    unsigned long covered = begin;
+    bool isRoot = atom.getParent() == nullptr;
+    if (!isRoot) {
+        if (everything || atom.isDirty()) {
+            unsigned int room = atom.hasUntouchedData() ? atom.getFixedSize() : atom.getEncodeSize();
+            covered = begin + std::max(room, atom.getFixedSize());
+            if (!writeAtom(atom, out)) return false;
+            // What the encoding covered: the fixed part for containers and bodies left on disk.
+            if (!atom.getChild() && !atom.hasUntouchedData()) covered = end;
+        } else {
+            covered = begin + (atom.getChild() || atom.hasUntouchedData() ? atom.getFixedSize() : atom.getSize());
+        }
+    }
+    for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling()) {
+        if (!writeSubtree(*child, source, out, everything)) return false;
+        covered = std::max(covered, child->getFileOffset() + child->getSize());
+    }
+    if (source && covered < end) return copyRange(*source, out, covered, end);
+    return true;
+}
+
+bool QtAtomWriter::copyRange(BasicFileIO& source, BasicFileIO& out, unsigned long from, unsigned long to) {
+    // A body cut short by the end of the source file is copied as far as it goes.
+    to = std::min(to, source.length());
+    std::vector<unsigned char> block(static_cast<size_t>(std::min(kCopyBlock, to > from ? to - from : 0)));
+    while (from < to) {
+        unsigned long n = std::min<unsigned long>(block.size(), to - from);
+        long got = source.readAt(from, block.data(), n);
+        if (got <= 0) {
+            errorMsg("%s: cannot read %ld bytes at %ld\n", source.path(), static_cast<long>(n), static_cast<long>(from));
+            return false;
+        }
+        if (out.writeAt(from, block.data(), static_cast<unsigned long>(got)) != got) {
+            errorMsg("%s: cannot write %ld bytes at %ld\n", out.path(), got, static_cast<long>(from));
+            return false;
+        }
+        from += static_cast<unsigned long>(got);
+    }
+    return true;
+}

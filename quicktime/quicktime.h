@@ -1,0 +1,23 @@
+// The whole public interface of the QuickTime movie library.
+#pragma once
+
+#include "framework/AutoPtr.h"
+#include "framework/AutoRefPtr.h"
+#include "framework/BasicFileIO.h"
+#include "framework/DebuggerOn.h"
+#include "framework/FixedPoint.h"
+#include "framework/Messages.h"
+#include "framework/QtAtomBuffer.h"
+#include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtAtomHeader.h"
+#include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/atoms/QtAtomTapt.h"
+#include "quicktime/atoms/QtAtomUnknown.h"
+#include "quicktime/atoms/QtAtomWriter.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/atoms/QtFields.h"
+#include "quicktime/atoms/QtIdName.h"
+#include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtTreeSize.h"
