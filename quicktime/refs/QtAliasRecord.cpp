@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "framework/DebuggerOn.h"
 #include "framework/FormatStr.h"
 #include "framework/Messages.h"
 #include "framework/PathParser.h"
 #include "framework/QtAtomBuffer.h"
+#include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/atoms/QtFields.h"
 #include "quicktime/refs/QtAliasText.h"
 #include "quicktime/refs/QtParsedPath.h"
 
@@ -23,58 +25,24 @@ constexpr EnumMap::Pair kMarkNames[] = {
     {QtAliasRecord::MarkDrive, "drive"},
 };
 
-// Capacities of the two fixed-width Pascal strings: the volume name and the file name.
-constexpr unsigned int kDriveField = 32;
-constexpr unsigned int kFileField = 80;
 // Record lengths at or above this read back as "the rest of the record".
 constexpr unsigned int kLongestRecord = 0x7FFF;
 // Records listed by show() unless every entry is asked for.
 constexpr unsigned int kShownRecords = 16;
 
-unsigned short decodeU16(QtAtomBuffer& buffer) {
-    unsigned char const* p = buffer.ptrData();
-    buffer.removeInput(2);
-    return static_cast<unsigned short>(p[0] << 8 | p[1]);
+// Names are stored as fixed-width Pascal strings in alias text: 32 bytes for the volume, 80 for
+// the file.
+template <unsigned Width>
+std::string decodeFixedName(QtAtomBuffer& buffer) {
+    QtFixedPascalString<Width> field;
+    field.decode(buffer);
+    return QtAliasToUTF8(field.getString()).getBuf();
 }
 
-unsigned int decodeU32(QtAtomBuffer& buffer) {
-    unsigned char const* p = buffer.ptrData();
-    buffer.removeInput(4);
-    return static_cast<unsigned int>(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3];
-}
-
-void encodeU16(QtAtomBuffer& buffer, unsigned short value) {
-    unsigned char* p = buffer.ptrEnd();
-    p[0] = static_cast<unsigned char>(value >> 8);
-    p[1] = static_cast<unsigned char>(value);
-    buffer.append(2, false);
-}
-
-void encodeU32(QtAtomBuffer& buffer, unsigned int value) {
-    unsigned char* p = buffer.ptrEnd();
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
-    buffer.append(4, false);
-}
-
-// A fixed-width Pascal string of `width` bytes: a length byte, at most width - 1 characters, zero
-// fill. A length byte of 0 takes the characters up to the first zero byte of the field.
-std::string decodeFixedName(QtAtomBuffer& buffer, unsigned int width) {
-    char const* field = reinterpret_cast<char const*>(buffer.ptrData());
-    unsigned int length = static_cast<unsigned char>(field[0]);
-    if (length == 0) length = static_cast<unsigned int>(strnlen(field + 1, width - 1));
-    std::string alias(field + 1, std::min(length, width - 1));
-    buffer.removeInput(width);
-    return QtAliasToUTF8(alias.c_str()).getBuf();
-}
-
-void encodeFixedName(QtAtomBuffer& buffer, std::string const& utf8, unsigned int width) {
-    UTF8ToQtAlias alias(utf8.c_str());
-    unsigned int length = std::min(alias.getLength(), width - 1);
-    unsigned char* p = buffer.ptrEnd();
-    memset(p, 0, width);
-    p[0] = static_cast<unsigned char>(length);
-    memcpy(p + 1, alias.getBuf(), length);
-    buffer.append(width, false);
+template <unsigned Width>
+void encodeFixedName(QtAtomBuffer& buffer, std::string const& utf8) {
+    QtFixedPascalString<Width> field(UTF8ToQtAlias(utf8.c_str()).getBuf());
+    field.encode(buffer);
 }
 
 unsigned int encodedSize(QtAliasRecord::VarInfo const& info) { return 4u + info.length + (info.length & 1u); }
@@ -133,17 +101,17 @@ unsigned int QtAliasRecord::getVariableSize() const {
 bool QtAliasRecord::decode(QtAtomBuffer& buffer) {
     unsigned long available = buffer.nOccupied();
     if (available < kFixedSize) return false;
-    m_var1 = decodeU16(buffer);
-    m_size = decodeU32(buffer);
-    m_var2 = decodeU16(buffer);
-    m_var3 = decodeU16(buffer);
-    m_drive = decodeFixedName(buffer, kDriveField);
-    m_var4 = decodeU32(buffer);
-    m_var5 = decodeU32(buffer);
-    m_file = decodeFixedName(buffer, kFileField);
-    m_from = decodeU16(buffer);
-    m_to = decodeU16(buffer);
-    for (unsigned int& value : m_var6) value = decodeU32(buffer);
+    m_var1 = BaseQtAtom::decodeUint16(buffer);
+    m_size = BaseQtAtom::decodeUint32(buffer);
+    m_var2 = BaseQtAtom::decodeUint16(buffer);
+    m_var3 = BaseQtAtom::decodeUint16(buffer);
+    m_drive = decodeFixedName<32>(buffer);
+    m_var4 = BaseQtAtom::decodeUint32(buffer);
+    m_var5 = BaseQtAtom::decodeUint32(buffer);
+    m_file = decodeFixedName<80>(buffer);
+    m_from = BaseQtAtom::decodeUint16(buffer);
+    m_to = BaseQtAtom::decodeUint16(buffer);
+    for (unsigned int& value : m_var6) value = BaseQtAtom::decodeUint32(buffer);
     clearVarInfo();
     // The size field bounds the records, and so do the bytes really there.
     decodeVarInfo(buffer,
@@ -151,17 +119,17 @@ bool QtAliasRecord::decode(QtAtomBuffer& buffer) {
     return true;
 }
 
-// Reads records from at most `limit` bytes. Returns true when an end record was met.
-bool QtAliasRecord::decodeVarInfo(QtAtomBuffer& buffer, unsigned long limit) {
+// Reads records from at most `limit` bytes, up to and including an end record.
+void QtAliasRecord::decodeVarInfo(QtAtomBuffer& buffer, unsigned long limit) {
     unsigned long consumed = 0;
     while (limit - consumed >= 4) {
         unsigned long after = limit - consumed - 4;  // bytes left behind this record's header
-        auto tag = static_cast<Mark>(static_cast<short>(decodeU16(buffer)));
-        unsigned int length = decodeU16(buffer);
+        auto tag = static_cast<Mark>(static_cast<short>(BaseQtAtom::decodeUint16(buffer)));
+        unsigned int length = BaseQtAtom::decodeUint16(buffer);
         consumed += 4;
         if (tag == MarkEnd) {
             newVarInfo(tag, 0, nullptr);
-            return true;
+            return;
         }
         // A negative length stands for the rest of the record; one longer than what is left is cut.
         bool takesRest = length > kLongestRecord;
@@ -173,28 +141,27 @@ bool QtAliasRecord::decodeVarInfo(QtAtomBuffer& buffer, unsigned long limit) {
         consumed += withPad;
         if (takesRest) break;
     }
-    return false;
 }
 
 bool QtAliasRecord::encode(QtAtomBuffer& buffer) const {
     unsigned int variable = getVariableSize();
     if (!buffer.reserveRoom(kFixedSize + variable)) return false;
-    encodeU16(buffer, m_var1);
-    encodeU32(buffer, m_size);
-    encodeU16(buffer, m_var2);
-    encodeU16(buffer, m_var3);
-    encodeFixedName(buffer, m_drive, kDriveField);
-    encodeU32(buffer, m_var4);
-    encodeU32(buffer, m_var5);
-    encodeFixedName(buffer, m_file, kFileField);
-    encodeU16(buffer, m_from);
-    encodeU16(buffer, m_to);
-    for (unsigned int value : m_var6) encodeU32(buffer, value);
+    BaseQtAtom::encode(buffer, m_var1);
+    BaseQtAtom::encode(buffer, m_size);
+    BaseQtAtom::encode(buffer, m_var2);
+    BaseQtAtom::encode(buffer, m_var3);
+    encodeFixedName<32>(buffer, m_drive);
+    BaseQtAtom::encode(buffer, m_var4);
+    BaseQtAtom::encode(buffer, m_var5);
+    encodeFixedName<80>(buffer, m_file);
+    BaseQtAtom::encode(buffer, m_from);
+    BaseQtAtom::encode(buffer, m_to);
+    for (unsigned int value : m_var6) BaseQtAtom::encode(buffer, value);
     for (VarInfo const* info = m_varInfo.get(); info; info = info->next.get()) {
         bool end = info->tag == MarkEnd;
         unsigned short length = end ? 0 : info->length;
-        encodeU16(buffer, static_cast<unsigned short>(info->tag));
-        encodeU16(buffer, length);
+        BaseQtAtom::encode(buffer, static_cast<unsigned short>(info->tag));
+        BaseQtAtom::encode(buffer, length);
         if (length) memcpy(buffer.ptrEnd(), info->data.get(), length);
         buffer.append(length, false);
         if (length & 1u) buffer.append(1, true);
@@ -295,7 +262,7 @@ AutoPtr<char> QtAliasRecord::getPath(char const* moviePath) const {
 
 void QtAliasRecord::show(unsigned int indent) const {
     int in = static_cast<int>(indent);
-    bool hideValues = DebuggerOn::get("quicktimeDbg", "no file offsets");
+    bool hideValues = quicktimeDbg.on(QtDbgNoFileOffsets);
     if (hideValues)
         infoMsg("%*svar1=0x%x,size=XXX,var2=0x%x,var3=0x%x,drive=X\n", in, "", m_var1, m_var2, m_var3);
     else
@@ -304,7 +271,7 @@ void QtAliasRecord::show(unsigned int indent) const {
     infoMsg("%*svar4=0x%x,var5=0x%x,file=%s,from=%d,to=%d\n", in, "", m_var4, m_var5, m_file.c_str(), m_from,
             m_to);
     infoMsg("%*svar6[4]={0x%x,%x,%x,%x}\n", in, "", m_var6[0], m_var6[1], m_var6[2], m_var6[3]);
-    bool all = DebuggerOn::get("quicktimeDbg", "all sizes");
+    bool all = quicktimeDbg.on(QtDbgAllSizes);
     unsigned int listed = 0;
     unsigned int total = 0;
     for (VarInfo const* info = m_varInfo.get(); info; info = info->next.get(), ++total)

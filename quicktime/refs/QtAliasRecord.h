@@ -87,7 +87,7 @@ class QtAliasRecord {
     // The writable self of a const record: only the size field is kept current through it.
     QtAliasRecord& write() const { return const_cast<QtAliasRecord&>(*this); }
     void clearVarInfo();
-    bool decodeVarInfo(QtAtomBuffer& buffer, unsigned long limit);
+    void decodeVarInfo(QtAtomBuffer& buffer, unsigned long limit);
     bool addText(Mark tag, char const* utf8);
     // Fills a fresh record for setPath.
     bool build(char const* basePath, char const* targetPath);

@@ -7,6 +7,7 @@
 #include "framework/Messages.h"
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/refs/QtAliasRecord.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -336,6 +337,19 @@ TEST(QtAliasRecord, ListsFieldsAndRecords) {
         "  end\n",
     };
     EXPECT_EQ(lines, expected);
+}
+
+TEST(QtAliasRecord, ListingHidesFileSpecificValuesWhenAsked) {
+    QtAliasRecord record;
+    ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
+    ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
+    ASSERT_TRUE(noOffsets.ok());
+    std::vector<std::string> lines = captureShow(record);
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "  var1=0x0,size=XXX,var2=0x2,var3=0x0,drive=X\n");
+    EXPECT_EQ(lines[3], "  dir=XXXXX\n");
+    EXPECT_EQ(lines[4], "  abs=XXXXX\n");
+    EXPECT_EQ(lines[5], "  end\n");
 }
 
 TEST(QtAliasRecord, TagNamesComeFromTheMap) {
