@@ -142,14 +142,6 @@ TEST(QtAliasRecord, TargetInTheMoviesOwnDirectoryGoesUpOneLevel) {
     EXPECT_EQ(record.getTo(), 1);
 }
 
-TEST(QtAliasRecord, WithoutABaseOnlyTheAbsolutePathIsStored) {
-    QtAliasRecord record;
-    ASSERT_TRUE(record.setPath(nullptr, "/a/c/clip.mov"));
-    EXPECT_EQ(record.getFrom(), QtAliasRecord::kNoRelativePath);
-    EXPECT_EQ(record.getTo(), QtAliasRecord::kNoRelativePath);
-    EXPECT_STREQ(record.getPath("/x/y/movie.mov").get(), "/a/c/clip.mov");
-}
-
 TEST(QtAliasRecord, EncodesAndDecodesWhatSetPathBuilt) {
     QtAliasRecord record;
     ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
@@ -350,14 +342,6 @@ TEST(QtAliasRecord, ListingHidesFileSpecificValuesWhenAsked) {
     EXPECT_EQ(lines[3], "  dir=XXXXX\n");
     EXPECT_EQ(lines[4], "  abs=XXXXX\n");
     EXPECT_EQ(lines[5], "  end\n");
-}
-
-TEST(QtAliasRecord, TagNamesComeFromTheMap) {
-    EXPECT_STREQ(QtAliasRecord::aliasMarkTypeMap.mapValue(-1), "end");
-    EXPECT_STREQ(QtAliasRecord::aliasMarkTypeMap.mapValue(2), "abs");
-    EXPECT_STREQ(QtAliasRecord::aliasMarkTypeMap.mapValue(7), "unk-7");
-    EXPECT_STREQ(QtAliasRecord::aliasMarkTypeMap.mapValue(11), "drive");
-    EXPECT_EQ(QtAliasRecord::aliasMarkTypeMap.mapValue(12), nullptr);
 }
 
 TEST(QtAliasRecord, AVeryLongRecordListIsReleasedWithoutDeepRecursion) {

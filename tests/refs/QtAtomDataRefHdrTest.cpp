@@ -116,12 +116,6 @@ TEST(QtAtomDataRefHdr, ANewListIsSixteenBytesWithoutReferences) {
     putUint32(expected, 0);
     putUint32(expected, 0);
     EXPECT_EQ(Bytes(out.ptrData(), out.ptrData() + out.nOccupied()), expected);
-
-    dref.setClean();
-    dref.setCount(0);
-    EXPECT_FALSE(dref.isDirty());
-    dref.setCount(1);
-    EXPECT_TRUE(dref.isDirty());
 }
 
 TEST(QtAtomDataRefHdr, AListCutShortIsNotReadPastItsBytes) {
