@@ -6,16 +6,6 @@
 
 #include "framework/PathParser.h"
 
-TEST(PathParser, SplitsDirectoryNamePrefixAndExtension) {
-    PathParser path("/media/clips/take.1.mov");
-    EXPECT_STREQ(path.getDirectory(), "/media/clips/");
-    EXPECT_STREQ(path.getName(), "take.1.mov");
-    EXPECT_STREQ(path.getPrefix(), "take.1");
-    EXPECT_STREQ(path.getExtension(), "mov");
-    EXPECT_STREQ(PathParser("._movie").getPrefix(), "._movie");
-    EXPECT_STREQ(PathParser("._movie").getExtension(), "");
-}
-
 TEST(PathParser, ParseKeepsTheTextAsGiven) {
     PathParser path("clips//a.mov");
     EXPECT_STREQ(path.getPath(), "clips//a.mov");
