@@ -331,7 +331,7 @@ TEST(QtAliasRecord, ListsFieldsAndRecords) {
     EXPECT_EQ(lines, expected);
 }
 
-TEST(QtAliasRecord, ListingHidesFileSpecificValuesWhenAsked) {
+TEST(QtAliasRecord, ListingHidesPathsAndSizesWhenAsked) {
     QtAliasRecord record;
     ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
     ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
