@@ -55,9 +55,15 @@ bool QtAtomMoov::hasFinalForm() const {
 }
 
 void QtAtomMoov::flushDone(unsigned long offset) const {
+    if (QtAtomRoot const* root = findRoot())
+        flushDone(offset, *root);
+    else
+        m_flushedOffset.store(offset);
+}
+
+void QtAtomMoov::flushDone(unsigned long offset, QtAtomRoot const& root) const {
     m_flushedOffset.store(offset);
-    if (m_diskId.load() == kMoovId) return;
-    if (QtAtomRoot const* root = findRoot()) root->setIdUpdateNeeded(true);
+    if (m_diskId.load() != kMoovId) root.setIdUpdateNeeded(true);
 }
 
 bool QtAtomMoov::updateDiskId() const {

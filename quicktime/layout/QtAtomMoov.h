@@ -28,6 +28,8 @@
 #include "quicktime/layout/QtTreeSize.h"
 #include "quicktime/layout/ReservationDesk.h"
 
+class QtAtomRoot;
+
 class QtAtomMoov : public QtAtomHeader {
   public:
     static constexpr QtAtomIdType kMoovId = qtId("moov");
@@ -52,6 +54,9 @@ class QtAtomMoov : public QtAtomHeader {
     // The file layer has made the copy at `offset` durable (file layer's thread, or the owner's
     // when there was nothing to flush). A copy not yet showing 'moov' asks for updateDiskId.
     void flushDone(unsigned long offset) const;
+    // The same, for the root's flush notice on the file layer's thread: the root is given, so
+    // that the tree's links (which the owner may be changing) are not walked there.
+    void flushDone(unsigned long offset, QtAtomRoot const& root) const;
     // A flush of this movie failed: it is not final until flushed again.
     void flushFailed() const { m_flushFailed.store(true); }
     // Switches the disk ids once the copy here is safe; false when it is not (yet).

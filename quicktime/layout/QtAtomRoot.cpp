@@ -159,7 +159,7 @@ bool QtAtomRoot::flushCb(BasicIOTypes::FlushNotify const& notice) {
                 debugMsg("moov@%p @%ld ready\n", static_cast<void const*>(elem.moov),
                          static_cast<long>(elem.offset));
             if (notice.ok) {
-                elem.moov->flushDone(elem.offset);
+                elem.moov->flushDone(elem.offset, *this);
             } else {
                 errorMsg("%s: flush moov@%ld failed\n", m_file ? m_file->path() : "<no movie path>",
                          static_cast<long>(elem.offset));

@@ -366,3 +366,21 @@ TEST(QtAtomRoot, SizeAdviceIsTwoWithoutAFile) {
     EXPECT_EQ(moov->getSizeAdvice(), 2);
     EXPECT_FALSE(root.adjustCache(BaseQtAtom::TableBytes, 10) == false);
 }
+
+TEST_F(RootWithMovie, OwnerReshapesTheTopLevelWhileTheFileThreadReportsFlushes) {
+    MessageCapture quiet;  // unclaimed events of a moving movie may be reported
+    for (int i = 0; i < 200; ++i) {
+        moov->write();
+        root->flush(moov);
+        if (i % 20 == 10) {
+            moov->relocate();
+            root->recalcOffset(QtTreeSize(true, 0, 0));
+        }
+        if (i % 20 == 15 && moov->updateDiskId()) root->writeDirty();
+        root->coalesceSkip();
+    }
+    while (root->pendingFlushes() > 0) root->hasFinalForm(true);
+    EXPECT_FALSE(moov->isReserved());
+    for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling())
+        EXPECT_FALSE(atom->isReserved()) << atom->toString().get();
+}
