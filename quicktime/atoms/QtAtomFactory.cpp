@@ -7,10 +7,26 @@
 #include "framework/BasicFileIO.h"
 #include "framework/PathParser.h"
 #include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtAtomApertDimensions.h"
+#include "quicktime/atoms/QtAtomBaseInf.h"
+#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/atoms/QtAtomFileType.h"
+#include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"
+#include "quicktime/atoms/QtAtomHintMediaHdr.h"
+#include "quicktime/atoms/QtAtomM12v.h"
+#include "quicktime/atoms/QtAtomMediaHdr.h"
+#include "quicktime/atoms/QtAtomMvhd.h"
+#include "quicktime/atoms/QtAtomObjectDesc.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/atoms/QtAtomSean.h"
+#include "quicktime/atoms/QtAtomSoundInf.h"
 #include "quicktime/atoms/QtAtomTapt.h"
+#include "quicktime/atoms/QtAtomTimecodeInf.h"
+#include "quicktime/atoms/QtAtomTrakHdr.h"
+#include "quicktime/atoms/QtAtomTrakRef.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
+#include "quicktime/atoms/QtAtomVideoInf.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomMdat.h"
@@ -47,6 +63,24 @@ BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new Q
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
+BaseQtAtom* makeMvhd(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMvhd(parent, 0); }
+BaseQtAtom* makeTrakHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakHdr(parent); }
+BaseQtAtom* makeMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMediaHdr(parent); }
+BaseQtAtom* makeHandler(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomHandler(parent, 0, 0); }
+BaseQtAtom* makeVideoInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomVideoInf(parent); }
+BaseQtAtom* makeSoundInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSoundInf(parent); }
+BaseQtAtom* makeBaseInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomBaseInf(parent); }
+BaseQtAtom* makeTimecodeInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTimecodeInf(parent); }
+BaseQtAtom* makeHintMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomHintMediaHdr(parent); }
+BaseQtAtom* makeEditList(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomEditList(parent, 0); }
+BaseQtAtom* makeTrakRef(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakRef(parent); }
+BaseQtAtom* makeFileType(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFileType(parent); }
+BaseQtAtom* makeApertDimensions(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomApertDimensions(parent, prototype->getId());
+}
+BaseQtAtom* makeObjectDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomObjectDesc(parent); }
+BaseQtAtom* makeSean(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSean(parent); }
+BaseQtAtom* makeM12v(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomM12v(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -70,25 +104,25 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("udta"), makeContainer},
     {qtId("gmhd"), makeContainer},
     {qtId("tmcd"), makeContainer},
-    {qtId("mvhd"), makeKeptBytes},
-    {qtId("tkhd"), makeKeptBytes},
-    {qtId("mdhd"), makeKeptBytes},
-    {qtId("hdlr"), makeKeptBytes},
-    {qtId("vmhd"), makeKeptBytes},
-    {qtId("smhd"), makeKeptBytes},
-    {qtId("gmin"), makeKeptBytes},
-    {qtId("tcmi"), makeKeptBytes},
-    {qtId("hmhd"), makeKeptBytes},
-    {qtId("elst"), makeKeptBytes},
-    {qtId("tref"), makeKeptBytes},
-    {qtId("ftyp"), makeKeptBytes},
+    {qtId("mvhd"), makeMvhd},
+    {qtId("tkhd"), makeTrakHdr},
+    {qtId("mdhd"), makeMediaHdr},
+    {qtId("hdlr"), makeHandler},
+    {qtId("vmhd"), makeVideoInf},
+    {qtId("smhd"), makeSoundInf},
+    {qtId("gmin"), makeBaseInf},
+    {qtId("tcmi"), makeTimecodeInf},
+    {qtId("hmhd"), makeHintMediaHdr},
+    {qtId("elst"), makeEditList},
+    {qtId("tref"), makeTrakRef},
+    {qtId("ftyp"), makeFileType},
     {qtId("tapt"), makeTapt},
-    {qtId("clef"), makeKeptBytes},
-    {qtId("prof"), makeKeptBytes},
-    {qtId("enof"), makeKeptBytes},
-    {qtId("iods"), makeKeptBytes},
-    {qtId("sean"), makeKeptBytes},
-    {qtId("m12v"), makeKeptBytes},
+    {qtId("clef"), makeApertDimensions},
+    {qtId("prof"), makeApertDimensions},
+    {qtId("enof"), makeApertDimensions},
+    {qtId("iods"), makeObjectDesc},
+    {qtId("sean"), makeSean},
+    {qtId("m12v"), makeM12v},
     {qtId("stts"), makeKeptBytes},
     {qtId("stsc"), makeKeptBytes},
     {qtId("stsz"), makeKeptBytes},
