@@ -13,16 +13,15 @@ class QtAtomRoot;
 
 class QtAtomWriter {
 public:
-    // Writes the whole tree into `out`, a file other than the root's, so that it holds a complete
-    // movie. False on the first failed read or write.
+    // Writes the whole tree into `out` so that it holds a complete movie; into the root's own file
+    // only the changed atoms are written (QtAtomRoot::writeDirty). False on the first failed read
+    // or write.
     static bool copyTree(QtAtomRoot const& root, BasicFileIO& out);
-    // Writes the dirty atoms of the tree back into the root's own file.
-    static bool writeDirty(QtAtomRoot const& root);
     // Writes a single atom's encoded bytes (not its children) at its file offset and returns how
     // many bytes that was; -1 when the write failed.
     static long writeAtom(BaseQtAtom const& atom, BasicFileIO& out);
 
 private:
-    static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything);
+    static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out);
     static bool copyRange(BasicFileIO& source, BasicFileIO& out, unsigned long from, unsigned long to);
 };

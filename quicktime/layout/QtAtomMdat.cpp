@@ -25,10 +25,6 @@ bool QtAtomMdat::decode(QtAtomBuffer& buffer) {
     return ok;
 }
 
-unsigned long QtAtomMdat::getVariableSize() const {
-    return getSize() > getFixedSize() ? getSize() - getFixedSize() : 0;
-}
-
 bool QtAtomMdat::isReserved() const { return m_reservations.isReserved(); }
 
 bool QtAtomMdat::update(VirtualBase::Reservation const& reservation) const {

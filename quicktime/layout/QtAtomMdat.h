@@ -17,7 +17,6 @@ class QtAtomMdat : public QtAtomUnknown {
 
     using QtAtomUnknown::decode;
     bool decode(QtAtomBuffer& buffer) override;
-    unsigned long getVariableSize() const override;
     bool isReserved() const override;
     bool update(VirtualBase::Reservation const& reservation) const override;
     void setSizeAndOffset(QtTreeSize const& size) const override;

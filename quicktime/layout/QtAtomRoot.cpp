@@ -239,7 +239,7 @@ bool QtAtomRoot::encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& 
 
 bool QtAtomRoot::writeDirtyBelow(BaseQtAtom const& atom) const {
     if (auto const* moov = dynamic_cast<QtAtomMoov const*>(&atom); moov && isFlushPending(moov)) return true;
-    if (atom.isDirty() && !QtAtomWriter::writeAtom(atom, *m_file)) return false;
+    if (atom.isDirty() && QtAtomWriter::writeAtom(atom, *m_file) < 0) return false;
     for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling())
         if (!writeDirtyBelow(*child)) return false;
     return true;

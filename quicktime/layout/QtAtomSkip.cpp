@@ -29,10 +29,6 @@ bool QtAtomSkip::encode(QtAtomBuffer& buffer) const {
     return whole;
 }
 
-unsigned long QtAtomSkip::getVariableSize() const {
-    return getSize() > getFixedSize() ? getSize() - getFixedSize() : 0;
-}
-
 void QtAtomSkip::closeFinal() const { m_reservations.close(); }
 
 bool QtAtomSkip::isReserved() const { return m_reservations.isReserved(); }

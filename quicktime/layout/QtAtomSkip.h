@@ -27,7 +27,6 @@ class QtAtomSkip : public QtAtomUnknown {
     bool decode(QtAtomBuffer& buffer) override;
     // The header only, with the disk id as its type.
     bool encode(QtAtomBuffer& buffer) const override;
-    unsigned long getVariableSize() const override;
     void closeFinal() const override;
     bool isReserved() const override;
     bool update(VirtualBase::Reservation const& reservation) const override;

@@ -254,7 +254,7 @@ TEST(QtAtomWriter, WritesBackOnlyDirtyAtomsInPlace) {
     ASSERT_NE(item, nullptr);
     item->setId(qtId("wxyz"));
     EXPECT_TRUE(root->checkForDirty());
-    ASSERT_TRUE(QtAtomWriter::writeDirty(*root));
+    ASSERT_TRUE(root->writeDirty());
     EXPECT_FALSE(root->checkForDirty());
     std::vector<unsigned char> expected = bytes;
     std::copy_n("wxyz", 4, expected.end() - 4);
