@@ -13,7 +13,10 @@
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
 #include "quicktime/refs/QtAtomDataAlias.h"
 #include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "quicktime/refs/QtAtomDataResource.h"
@@ -35,6 +38,9 @@ BaseQtAtom* makeContainer(BaseQtAtom const* prototype, BaseQtAtom const* parent)
     return new QtAtomHeader(prototype->getId(), parent);
 }
 
+BaseQtAtom* makeMoov(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMoov(parent, qtId("moov")); }
+BaseQtAtom* makeMdat(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMdat(parent, 0); }
+BaseQtAtom* makeSkip(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSkip(parent); }
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
@@ -50,9 +56,9 @@ struct FactoryRow {
 // One row per interpreted type. Types whose own classes are not part of the library's build keep
 // their bytes exactly (makeKeptBytes), so every file still reads and writes back unchanged.
 constexpr FactoryRow kFactoryTable[] = {
-    {qtId("moov"), makeContainer},
-    {qtId("mdat"), makeKeptBytes},
-    {qtId("skip"), makeKeptBytes},
+    {qtId("moov"), makeMoov},
+    {qtId("mdat"), makeMdat},
+    {qtId("skip"), makeSkip},
     {qtId("free"), makeFree},
     {qtId("wide"), makeWide},
     {qtId("trak"), makeContainer},
