@@ -20,6 +20,10 @@
 #include "quicktime/refs/QtAtomDataAlias.h"
 #include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "quicktime/refs/QtAtomDataResource.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {
 
@@ -47,6 +51,11 @@ BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new Q
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
+BaseQtAtom* makeStts(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleTime(parent); }
+BaseQtAtom* makeStsc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunk(parent); }
+BaseQtAtom* makeStsz(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleSize(parent); }
+// One class for both chunk offset types; the header decoded next sets which one it is.
+BaseQtAtom* makeChunkOff(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunkOff(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -89,11 +98,11 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("iods"), makeKeptBytes},
     {qtId("sean"), makeKeptBytes},
     {qtId("m12v"), makeKeptBytes},
-    {qtId("stts"), makeKeptBytes},
-    {qtId("stsc"), makeKeptBytes},
-    {qtId("stsz"), makeKeptBytes},
-    {qtId("stco"), makeKeptBytes},
-    {qtId("co64"), makeKeptBytes},
+    {qtId("stts"), makeStts},
+    {qtId("stsc"), makeStsc},
+    {qtId("stsz"), makeStsz},
+    {qtId("stco"), makeChunkOff},
+    {qtId("co64"), makeChunkOff},
     {qtId("sdtp"), makeKeptBytes},
     {qtId("stss"), makeKeptBytes},
     {qtId("stps"), makeKeptBytes},
