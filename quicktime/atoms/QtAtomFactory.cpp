@@ -14,6 +14,9 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
 
 namespace {
 
@@ -35,6 +38,12 @@ BaseQtAtom* makeContainer(BaseQtAtom const* prototype, BaseQtAtom const* parent)
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
+// 'stss' and 'stps' are one class; decode learns from the file whether the numbers are 1-based.
+BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomSampleSync(parent, true, prototype->getId());
+}
+BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
+BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -82,10 +91,10 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("stsz"), makeKeptBytes},
     {qtId("stco"), makeKeptBytes},
     {qtId("co64"), makeKeptBytes},
-    {qtId("sdtp"), makeKeptBytes},
-    {qtId("stss"), makeKeptBytes},
-    {qtId("stps"), makeKeptBytes},
-    {qtId("ctts"), makeKeptBytes},
+    {qtId("sdtp"), makeSampleDepend},
+    {qtId("stss"), makeSync},
+    {qtId("stps"), makeSync},
+    {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeKeptBytes},
     {qtId("dref"), makeKeptBytes},
