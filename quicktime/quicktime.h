@@ -21,3 +21,8 @@
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/refs/QtAliasRecord.h"
+#include "quicktime/refs/QtAtomDataAlias.h"
+#include "quicktime/refs/QtAtomDataRefHdr.h"
+#include "quicktime/refs/QtAtomDataResource.h"
+#include "quicktime/refs/QtParsedPath.h"

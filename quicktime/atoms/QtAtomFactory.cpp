@@ -14,6 +14,9 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/refs/QtAtomDataAlias.h"
+#include "quicktime/refs/QtAtomDataRefHdr.h"
+#include "quicktime/refs/QtAtomDataResource.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
@@ -44,6 +47,9 @@ BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
 }
 BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
 BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
+BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
+BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
+BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -97,9 +103,9 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeKeptBytes},
-    {qtId("dref"), makeKeptBytes},
-    {qtId("alis"), makeKeptBytes},
-    {qtId("rsrc"), makeKeptBytes},
+    {qtId("dref"), makeDataRefHdr},
+    {qtId("alis"), makeDataAlias},
+    {qtId("rsrc"), makeDataResource},
 };
 
 Creator findCreator(QtAtomIdType id) {
