@@ -55,6 +55,7 @@ public:
     unsigned int getHeadroom() const;
     unsigned int getSizeNeeded() const { return m_sizeNeeded ? m_sizeNeeded : getNumEntries(); }
     QtVersionAndFlags const& getVersionAndFlags() const { return m_versionAndFlags; }
+    VirtualArray<unsigned char> const& getArray() const { return m_array; }
 
 private:
     QtAtomSampleSize const* getStsz() const;
