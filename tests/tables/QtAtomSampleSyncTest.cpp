@@ -454,7 +454,7 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
     };
     std::atomic<unsigned long> recorded{0};  // frames below this are final
     std::atomic<bool> done{false};
-    std::atomic<unsigned long> checks{0}, wrong{0};
+    std::atomic<unsigned long> checks{0}, checksWhileRecording{0}, wrong{0};
     auto reader = [&](unsigned int seed) {
         FileIoClientRec agent;
         std::mt19937 random(seed);
@@ -472,6 +472,7 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
             }
             unsigned long f = random() % known;
             wrong += stss->isKey(f, &agent) != isKeyFrame(f);
+            if (!done.load()) ++checksWhileRecording;
         }
         stss->closeVirtualTable(&agent);
     };
@@ -486,5 +487,6 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
     done.store(true);
     for (auto& t : readers) t.join();
     EXPECT_GT(checks.load(), 1000u);
+    EXPECT_GT(checksWhileRecording.load(), 0u);
     EXPECT_EQ(wrong.load(), 0u);
 }
