@@ -363,3 +363,19 @@ TEST(QtAtomCompTime, ShowMarksGroupsWithDamagedRuns) {
               std::string::npos)
         << capture.all();
 }
+
+TEST(QtAtomCompTime, MovingTheAtomTakesItsRunsAlong) {
+    TempFile file;
+    Bytes bytes = movieWithTable({stszAtom(60), cttsAtom(gopRuns(20, 7))});
+    AutoPtr<QtAtomRoot> root = readMovie(file, bytes);
+    QtAtomCompTime const* ctts = compTable(*root);
+    ASSERT_TRUE(ctts->hasVirtualTable());
+    unsigned long from = ctts->getFileOffset(), to = from + 1000;
+    ctts->setSizeAndOffset(QtTreeSize(true, ctts->getSize(), to));
+    Bytes moved = readFileBytes(file.path());
+    ASSERT_GE(moved.size(), to + ctts->getSize());
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16), moved.begin() + static_cast<long>(to + ctts->getSize())),
+              Bytes(bytes.begin() + static_cast<long>(from + 16), bytes.begin() + static_cast<long>(from + ctts->getSize())));
+    EXPECT_EQ(ctts->getEntry(39, nullptr), DiskEntry(2, 0));
+    EXPECT_EQ(ctts->getEntry(38, nullptr), DiskEntry(1, 21));
+}

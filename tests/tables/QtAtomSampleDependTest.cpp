@@ -140,3 +140,19 @@ TEST(QtAtomSampleDepend, ShowListsTheBytesShortOrInFull) {
     EXPECT_NE(capture.all().find("\n" + std::string(14, ' ') + "16:" + byteAt(16) + ","), std::string::npos)
         << capture.all();
 }
+
+TEST(QtAtomSampleDepend, MovingTheAtomTakesItsBytesAlong) {
+    TempFile file;
+    Bytes flags;
+    for (int i = 0; i < 40; ++i) flags.push_back(static_cast<unsigned char>(i * 3));
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(40), sdtpAtom(flags)}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    ASSERT_TRUE(sdtp->hasVirtualTable());
+    unsigned long to = sdtp->getFileOffset() + 333;
+    sdtp->setSizeAndOffset(QtTreeSize(true, sdtp->getSize(), to));
+    Bytes moved = readFileBytes(file.path());
+    ASSERT_GE(moved.size(), to + 52);
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 12), moved.begin() + static_cast<long>(to + 52)), flags);
+    FileIoClientRec agent;
+    EXPECT_EQ(sdtp->getSampleDepend(39, &agent), 39 * 3);
+}

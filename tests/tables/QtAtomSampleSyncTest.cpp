@@ -490,3 +490,24 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
     EXPECT_GT(checksWhileRecording.load(), 0u);
     EXPECT_EQ(wrong.load(), 0u);
 }
+
+TEST(QtAtomSampleSync, MovingTheAtomTakesItsEntriesAlong) {
+    TempFile file;
+    std::vector<uint32_t> keys = irregularKeys(40, 9, 4);
+    Bytes bytes = movieWithTable({stszAtom(500), syncAtom("stss", stored(keys))});
+    AutoPtr<QtAtomRoot> root = readMovie(file, bytes);
+    QtAtomSampleSync const* stss = syncTable(*root);
+    ASSERT_TRUE(stss->hasVirtualTable());
+    unsigned long from = stss->getFileOffset(), to = from + 4096;
+    MessageCapture capture;
+    ScopedDebugFlag flag("quicktimeDbg", "resize1");
+    stss->setSizeAndOffset(QtTreeSize(true, stss->getSize(), to));
+    EXPECT_EQ(stss->getFileOffset(), to);
+    EXPECT_TRUE(capture.contains("stss::set(176b@" + std::to_string(to) + ")")) << capture.all();
+    Bytes moved = readFileBytes(file.path());
+    ASSERT_GE(moved.size(), to + stss->getSize());
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16), moved.begin() + static_cast<long>(to + 176)),
+              Bytes(bytes.begin() + static_cast<long>(from + 16), bytes.begin() + static_cast<long>(from + 176)));
+    FileIoClientRec agent;
+    for (uint32_t k : keys) EXPECT_TRUE(stss->isKey(k, &agent)) << k;
+}
