@@ -148,6 +148,11 @@ public:
 
     // --- layout ---
     QtTreeSize recalcOffset(QtTreeSize const& in) const;
+    // Records on the enclosing movie why it needs room; always false, so that a table that asks
+    // for room reports that the entry was not stored.
+    bool addMovieResizeNeeded(QtResizeReq::Type type) const;
+    // The enclosing movie's reasons, or 0.
+    uint32_t movieResizeNeeded() const;
     AutoRefPtr<BasicFileIO> getRootFp() const;
     int getSizeAdvice() const;
     bool adjustCache(CacheBytesType kind, int32_t delta) const;

@@ -45,10 +45,16 @@ bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, Bas
     unsigned long end = begin + atom.getSize();
     unsigned long covered = begin;
     bool isRoot = atom.getParent() == nullptr;
-    if (!isRoot && (everything || atom.isDirty())) {
+    if (!isRoot && atom.isDirty()) {
         long written = writeAtom(atom, out);
         if (written < 0) return false;
         covered = begin + static_cast<unsigned long>(written);
+    } else if (!isRoot && everything && source) {
+        // A clean atom is what the source holds: its own bytes are copied as they stand, so that a
+        // copy reproduces the file exactly even where an encoder normalises a field.
+        unsigned long own = atom.getChild() ? std::min(end, begin + atom.getFixedSize()) : end;
+        if (!copyRange(*source, out, begin, own)) return false;
+        covered = own;
     }
     for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling()) {
         if (!writeSubtree(*child, source, out, everything)) return false;

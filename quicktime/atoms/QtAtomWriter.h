@@ -1,5 +1,6 @@
-// QtAtomWriter puts a tree on disk. Each atom is encoded at its file offset: atoms with children
-// encode their own header and fixed part, the children follow as atoms of their own. Bytes that the
+// QtAtomWriter puts a tree on disk. Each changed (dirty) atom is encoded at its file offset: atoms
+// with children encode their own header and fixed part, the children follow as atoms of their own.
+// When copying to another file, an unchanged atom is copied from the source as it stands. Bytes that the
 // tree does not hold (uninterpreted bodies left on disk, trailing bytes inside a container or after
 // the last top-level atom) are copied from the root's file when writing to another file, and left
 // in place when writing back into the same file. Written atoms are marked clean.
