@@ -40,6 +40,9 @@
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
 
 namespace {
 
@@ -64,6 +67,12 @@ BaseQtAtom* makeSkip(BaseQtAtom const*, BaseQtAtom const* parent) { return new Q
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
+// 'stss' and 'stps' are one class; decode learns from the file whether the numbers are 1-based.
+BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomSampleSync(parent, true, prototype->getId());
+}
+BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
+BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
@@ -137,10 +146,10 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("stsz"), makeStsz},
     {qtId("stco"), makeChunkOff},
     {qtId("co64"), makeChunkOff},
-    {qtId("sdtp"), makeKeptBytes},
-    {qtId("stss"), makeKeptBytes},
-    {qtId("stps"), makeKeptBytes},
-    {qtId("ctts"), makeKeptBytes},
+    {qtId("sdtp"), makeSampleDepend},
+    {qtId("stss"), makeSync},
+    {qtId("stps"), makeSync},
+    {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeKeptBytes},
     {qtId("dref"), makeDataRefHdr},
