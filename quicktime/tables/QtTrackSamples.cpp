@@ -1,0 +1,128 @@
+#include "quicktime/tables/QtTrackSamples.h"
+
+#include "quicktime/atoms/QtAtomHeader.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
+
+QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) { m_table.validate(); }
+
+QtAtomHeader const* QtTrackSamples::findTrackMedia(QtAtomRoot const& root, unsigned int track) {
+    if (track == 0) return nullptr;
+    BaseQtAtom const* trak = root.findAtom("moov.trak", track - 1);
+    return trak ? dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0)) : nullptr;
+}
+
+unsigned int QtTrackSamples::countTracks(QtAtomRoot const& root) { return root.countAtom("moov.trak"); }
+
+bool QtTrackSamples::valid() const {
+    return m_table.getStsc() && m_table.getStsz() && m_table.getStco() && m_table.getStts();
+}
+
+unsigned long QtTrackSamples::getNumSamples() const { return valid() ? m_table.getStsz()->getSampleCount() : 0; }
+
+bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoClientRec* agent) const {
+    Iterator it(*this, sample, agent);
+    return it.next(info);
+}
+
+QtTrackSamples::Iterator::Iterator(QtTrackSamples const& track, unsigned long first, FileIoClientRec* agent)
+    : m_table(track.m_table), m_agent(agent), m_sample(first), m_count(track.getNumSamples()) {
+    m_ok = track.valid() && first < m_count && seekChunk();
+    if (!m_ok) return;
+    seekTimes();
+    seekComposition();
+}
+
+bool QtTrackSamples::Iterator::seekChunk() {
+    if (!m_table.getStsc()->getChunkSet(m_sample, m_chunkSet) || m_chunkSet.m_samplesPerChunk == 0) return false;
+    unsigned long chunkFirst = 0;
+    unsigned int chunk = m_chunkSet.getChunk(m_sample, chunkFirst);
+    if (chunk >= m_table.getStco()->getNumChunks()) return false;
+    m_chunkEnd = chunkFirst + m_chunkSet.m_samplesPerChunk;
+    m_offset = m_table.getStco()->getChunkOffset(chunk, m_agent);
+    QtAtomSampleSize const* stsz = m_table.getStsz();
+    for (unsigned long s = chunkFirst; s < m_sample; ++s)
+        m_offset += stsz->getSampleSize(static_cast<unsigned int>(s), 1, m_agent);
+    return true;
+}
+
+void QtTrackSamples::Iterator::seekTimes() {
+    QtAtomSampleTime const* stts = m_table.getStts();
+    unsigned long before = 0;
+    m_dts = 0;
+    for (m_sttsIndex = 0; m_sttsIndex < stts->getNumEntries(); ++m_sttsIndex) {
+        QtAtomSampleTime::Entry entry = stts->getEntry(m_sttsIndex);
+        if (m_sample < before + entry.count) {
+            m_sttsDuration = entry.duration;
+            m_sttsLeft = static_cast<unsigned int>(before + entry.count - m_sample);
+            m_dts += static_cast<unsigned long>(m_sample - before) * entry.duration;
+            return;
+        }
+        before += entry.count;
+        m_dts += static_cast<unsigned long>(entry.count) * entry.duration;
+    }
+    // Past the table: the samples keep the last duration.
+    QtAtomSampleTime::Entry last = stts->getEntry(stts->getNumEntries() ? stts->getNumEntries() - 1 : 0);
+    m_sttsDuration = last.duration;
+    m_sttsLeft = 0;
+    m_dts += (m_sample - before) * static_cast<unsigned long>(last.duration);
+}
+
+void QtTrackSamples::Iterator::seekComposition() {
+    QtAtomCompTime const* ctts = m_table.getCtts();
+    if (!ctts) return;
+    unsigned long before = 0;
+    unsigned int entries = ctts->getNumEntries();
+    for (m_cttsIndex = 0; m_cttsIndex < entries; ++m_cttsIndex) {
+        QtAtomCompTime::DiskEntry entry = ctts->getEntry(m_cttsIndex, m_agent);
+        if (m_sample < before + entry.count) {
+            m_cttsOffset = entry.offset;
+            m_cttsLeft = static_cast<unsigned int>(before + entry.count - m_sample);
+            return;
+        }
+        before += entry.count;
+    }
+    m_cttsOffset = 0;
+    m_cttsLeft = 0;
+}
+
+bool QtTrackSamples::Iterator::next(QtSampleInfo& info) {
+    if (!m_ok || m_sample >= m_count) return false;
+    QtAtomSampleSync const* stss = m_table.getStss();
+    info.sample = m_sample;
+    info.offset = m_offset;
+    info.size = m_table.getStsz()->getSampleSize(static_cast<unsigned int>(m_sample), 1, m_agent);
+    info.dts = m_dts;
+    info.pts = static_cast<long>(m_dts) + m_cttsOffset;
+    info.key = stss ? stss->isKey(m_sample, m_agent) : true;
+    info.descIndex = m_chunkSet.m_descIndex;
+
+    ++m_sample;
+    m_offset += info.size;
+    if (m_sample >= m_chunkEnd && m_sample < m_count && !seekChunk()) m_ok = false;
+    m_dts += m_sttsDuration;
+    if (m_sttsLeft > 0 && --m_sttsLeft == 0) {
+        QtAtomSampleTime const* stts = m_table.getStts();
+        // Runs of zero samples are skipped.
+        while (++m_sttsIndex < stts->getNumEntries() && stts->getEntry(m_sttsIndex).count == 0) {
+        }
+        if (m_sttsIndex < stts->getNumEntries()) {
+            m_sttsDuration = stts->getEntry(m_sttsIndex).duration;
+            m_sttsLeft = stts->getEntry(m_sttsIndex).count;
+        }
+    }
+    if (m_cttsLeft > 0 && --m_cttsLeft == 0) {
+        QtAtomCompTime const* ctts = m_table.getCtts();
+        QtAtomCompTime::DiskEntry entry;
+        while (++m_cttsIndex < ctts->getNumEntries() && (entry = ctts->getEntry(m_cttsIndex, m_agent)).count == 0) {
+        }
+        m_cttsOffset = m_cttsIndex < ctts->getNumEntries() ? entry.offset : 0;
+        m_cttsLeft = m_cttsIndex < ctts->getNumEntries() ? entry.count : 0;
+    }
+    return true;
+}

@@ -1,0 +1,79 @@
+// QtTrackSamples answers, for one track, where each sample lies and when it is shown: file offset,
+// size, decode time, composition time and whether it is a key frame. It combines the track's tables
+// through its QtSampleTable. A single answer positions a cursor once (a chunk lookup, the sizes
+// before the sample in its chunk, a walk over the run-length time tables); an Iterator then walks
+// on in order at constant cost per sample, keeping its chunk set and its place in every table.
+//
+// Threads: the tables are shared; each reader passes its own FileIoClientRec (agent) so that the
+// pages read for it do not disturb another reader's.
+#pragma once
+
+#include <cstdint>
+
+#include "quicktime/tables/QtChunkSet.h"
+#include "quicktime/tables/QtSampleTable.h"
+
+class FileIoClientRec;
+class QtAtomRoot;
+
+struct QtSampleInfo {
+    unsigned long sample = 0;   // 0-based
+    unsigned long offset = 0;   // absolute file offset of the first byte
+    unsigned int size = 0;      // bytes
+    unsigned long dts = 0;      // decode time, media time scale
+    long pts = 0;               // decode time plus the raw composition offset
+    bool key = false;           // a sync sample, or any sample of a track without sync table
+    unsigned int descIndex = 0; // 1-based sample description index
+};
+
+class QtTrackSamples {
+public:
+    explicit QtTrackSamples(QtAtomHeader const* media);
+
+    // The media atom of the n-th track (1-based, in file order), or null.
+    static QtAtomHeader const* findTrackMedia(QtAtomRoot const& root, unsigned int track);
+    static unsigned int countTracks(QtAtomRoot const& root);
+
+    // The tables needed to place and time samples are present.
+    bool valid() const;
+    unsigned long getNumSamples() const;
+    QtSampleTable const& getSampleTable() const { return m_table; }
+
+    // One sample, looked up directly. False past the end or in a damaged table.
+    bool getSample(unsigned long sample, QtSampleInfo& info, FileIoClientRec* agent = nullptr) const;
+
+    class Iterator {
+    public:
+        // Positioned on sample `first`.
+        Iterator(QtTrackSamples const& track, unsigned long first, FileIoClientRec* agent = nullptr);
+        // Fills the current sample and steps to the next; false at the end.
+        bool next(QtSampleInfo& info);
+
+    private:
+        bool seekChunk();
+        void seekTimes();
+        void seekComposition();
+
+        QtSampleTable const& m_table;
+        FileIoClientRec* m_agent;
+        bool m_ok = true;
+        unsigned long m_sample;
+        unsigned long m_count;
+        // The chunk the sample lies in.
+        QtChunkSet m_chunkSet;
+        unsigned long m_chunkEnd = 0;
+        unsigned long m_offset = 0;
+        // Place in the time-to-sample runs.
+        unsigned int m_sttsIndex = 0;
+        unsigned int m_sttsLeft = 0;
+        unsigned int m_sttsDuration = 0;
+        unsigned long m_dts = 0;
+        // Place in the composition offset runs (none without a table).
+        unsigned int m_cttsIndex = 0;
+        unsigned int m_cttsLeft = 0;
+        int m_cttsOffset = 0;
+    };
+
+private:
+    mutable QtSampleTable m_table;
+};

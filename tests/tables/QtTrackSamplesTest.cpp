@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../TestSupport.h"
+#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/atoms/QtAtomHeader.h"
+#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtTrackSamples.h"
+
+namespace {
+
+std::string rowOf(unsigned int track, QtSampleInfo const& s) {
+    char row[160];
+    snprintf(row, sizeof row, "%u,%lu,%lu,%u,%lu,%ld,%d", track, s.sample, s.offset, s.size, s.dts, s.pts,
+             s.key ? 1 : 0);
+    return row;
+}
+
+std::vector<std::string> expectedRows(std::string const& movie) {
+    std::vector<std::string> rows;
+    std::istringstream text(readFileText(testDataPath(movie + ".samples.csv")));
+    std::string line;
+    std::getline(text, line);  // header
+    while (std::getline(text, line)) rows.push_back(line);
+    return rows;
+}
+
+std::string runQtMovie(std::string const& args) {
+    std::string output;
+    FILE* pipe = popen((std::string(QT_QTMOVIE_PATH) + " " + args + " 2>&1").c_str(), "r");
+    char buffer[4096];
+    while (pipe && fgets(buffer, sizeof buffer, pipe)) output += buffer;
+    if (pipe) pclose(pipe);
+    return output;
+}
+
+}  // namespace
+
+class CorpusSamples : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CorpusSamples, WalkGivesEverySampleOfTheExpectation) {
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
+    ASSERT_TRUE(root);
+    std::vector<std::string> rows;
+    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
+        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
+        ASSERT_TRUE(track.valid());
+        QtTrackSamples::Iterator it(track, 0);
+        QtSampleInfo info;
+        unsigned long n = 0;
+        while (it.next(info)) {
+            rows.push_back(rowOf(t, info));
+            ++n;
+        }
+        EXPECT_EQ(n, track.getNumSamples());
+    }
+    EXPECT_EQ(rows, expectedRows(GetParam()));
+}
+
+TEST_P(CorpusSamples, DirectLookupsAgreeWithTheWalk) {
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
+    ASSERT_TRUE(root);
+    std::vector<std::string> expected = expectedRows(GetParam());
+    size_t row = 0;
+    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
+        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
+        unsigned long n = track.getNumSamples();
+        // Samples chosen across chunk and run boundaries, looked up backwards so that no cached
+        // state from a previous lookup can help.
+        for (unsigned long s : {n - 1, n / 2 + 1, n / 3, 17ul, 1ul, 0ul}) {
+            if (s >= n) continue;
+            QtSampleInfo info;
+            ASSERT_TRUE(track.getSample(s, info));
+            EXPECT_EQ(rowOf(t, info), expected[row + s]) << GetParam() << " track " << t << " sample " << s;
+        }
+        QtSampleInfo past;
+        EXPECT_FALSE(track.getSample(n, past));
+        row += n;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies()), [](auto const& info) {
+    std::string name = info.param.substr(0, info.param.find('.'));
+    for (char& c : name)
+        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+    return name;
+});
+
+TEST(QtMovieSamples, PrintsTheExpectationAndRanges) {
+    std::string movie = testDataPath("mpeg2_twos.mov");
+    EXPECT_EQ(runQtMovie("samples " + movie), readFileText(movie + ".samples.csv"));
+    std::vector<std::string> rows = expectedRows("mpeg2_twos.mov");
+    // Track 2 starts after the 100 video samples.
+    std::string range = runQtMovie("samples " + movie + " --track 2 --from 31990 --count 20");
+    std::string expected = "track,sample,offset,size,dts,pts,key\n";
+    for (size_t i = 100 + 31990; i < rows.size(); ++i) expected += rows[i] + "\n";
+    EXPECT_EQ(range, expected);
+    EXPECT_NE(runQtMovie("samples " + movie + " --track 9").find("has 2 tracks"), std::string::npos);
+    EXPECT_NE(runQtMovie("samples " + movie + " --from x").find("needs a number"), std::string::npos);
+}
+
+TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());
+    ASSERT_TRUE(root);
+    BaseQtAtom const* trak = root->findAtom("moov.trak", 0);
+    BaseQtAtom const* edts = trak->findAtom("edts", 0);
+    ASSERT_NE(edts, nullptr);
+    auto const* media = dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0));
+    {
+        QtSampleTable table(media);
+        EXPECT_TRUE(table.validate());
+        EXPECT_EQ(table.getSpareAtom(), nullptr);
+        EXPECT_EQ(table.getEdts(), edts);
+    }
+    // Without the file's edit list the table makes a one-edit list of the whole media.
+    edts->removeSelf(false);
+    {
+        QtSampleTable table(media);
+        EXPECT_TRUE(table.validate());
+        ASSERT_NE(table.getSpareAtom(), nullptr);
+        EXPECT_EQ(table.getSpareAtom()->getId(), qtId("edts"));
+        ASSERT_NE(table.getElst(), nullptr);
+        EXPECT_EQ(table.getElst()->getNumEdits(), 1u);
+        EXPECT_EQ((*table.getElst())[0].numSamples, 60u);
+        QtSampleTable copy(table);
+        EXPECT_NE(copy.getSpareAtom(), table.getSpareAtom());
+        EXPECT_EQ((*copy.getElst())[0].numSamples, 60u);
+        EXPECT_TRUE(copy.allAtomsDefined());
+    }
+    delete edts;
+}
+
+TEST(QtSampleTable, IsInvalidWithoutItsTablesAndLooksAgain) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* mdia = new QtAtomHeader(qtId("mdia"), &root);
+    QtSampleTable table(mdia);
+    EXPECT_FALSE(table.valid());
+    EXPECT_FALSE(table.valid());
+    QtSampleTable empty(nullptr);
+    EXPECT_FALSE(empty.validate());
+}

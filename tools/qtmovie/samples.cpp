@@ -1,0 +1,68 @@
+// qtmovie samples FILE [--track N] [--from S] [--count K]: one CSV row per sample,
+// "track,sample,offset,size,dts,pts,key", tracks numbered from 1 in file order.
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "quicktime/quicktime.h"
+#include "quicktime/tables/QtTrackSamples.h"
+#include "tools/qtmovie/QtMovieCommand.h"
+
+namespace {
+
+bool parseNumber(std::string const& text, unsigned long& value) {
+    char* end = nullptr;
+    value = strtoul(text.c_str(), &end, 10);
+    return !text.empty() && end && *end == 0 && text[0] != '-';
+}
+
+void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long from, unsigned long count) {
+    QtTrackSamples samples(media);
+    if (!samples.valid()) return;
+    QtTrackSamples::Iterator it(samples, from);
+    QtSampleInfo info;
+    for (unsigned long n = 0; n < count && it.next(info); ++n)
+        printf("%u,%lu,%lu,%u,%lu,%ld,%d\n", track, info.sample, info.offset, info.size, info.dts, info.pts,
+               info.key ? 1 : 0);
+}
+
+int runSamples(std::vector<std::string> const& args) {
+    std::string path;
+    unsigned long track = 0, from = 0, count = ~0ul;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string const& a = args[i];
+        bool hasValue = i + 1 < args.size();
+        if ((a == "--track" || a == "--from" || a == "--count") && hasValue) {
+            unsigned long& target = a == "--track" ? track : a == "--from" ? from : count;
+            if (!parseNumber(args[++i], target)) {
+                fprintf(stderr, "qtmovie samples: %s needs a number\n", a.c_str());
+                return 2;
+            }
+        } else if (path.empty() && a.rfind("--", 0) != 0) {
+            path = a;
+        } else {
+            fprintf(stderr, "usage: qtmovie samples FILE [--track N] [--from S] [--count K]\n");
+            return 2;
+        }
+    }
+    if (path.empty()) path = defaultSamplePath();
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
+    if (!root) return 1;
+    unsigned int tracks = QtTrackSamples::countTracks(*root);
+    if (track > tracks) {
+        fprintf(stderr, "qtmovie samples: %s has %u tracks\n", path.c_str(), tracks);
+        return 1;
+    }
+    printf("track,sample,offset,size,dts,pts,key\n");
+    for (unsigned int t = 1; t <= tracks; ++t)
+        if (track == 0 || t == track) printTrack(t, QtTrackSamples::findTrackMedia(*root, t), from, count);
+    fflush(stdout);
+    return 0;
+}
+
+QtMovieCommand samplesCommand("samples",
+                              "samples [FILE] [--track N] [--from S] [--count K]   per-sample CSV",
+                              runSamples);
+
+}  // namespace
