@@ -64,7 +64,7 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
             } else {
                 // In memory; also the fall-back of a table whose file is out of reach, as far as
                 // the buffer holds its sizes.
-                unsigned int held = std::min(m_nEntries, buffer.nOccupied() / kEntryBytes);
+                unsigned int held = std::min(getSampleCount(), buffer.nOccupied() / kEntryBytes);
                 for (unsigned int i = 0; i < held; ++i) m_sizes.setElementAt(i, decodeUint32(buffer), nullptr);
                 m_sizes.setClean();
             }
@@ -77,12 +77,13 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
 }
 
 void QtAtomSampleSize::reportTrailingZeros() const {
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || isFixed() || m_nEntries <= 1) return;
-    if (m_sizes.elementAt(m_nEntries - 1, nullptr) != 0) return;
-    unsigned int scanned = std::min(m_nEntries, kTrailingScan);
+    unsigned int count = getSampleCount();
+    if (!quicktimeDbg.on(QtDbgAtomErrors) || isFixed() || count <= 1) return;
+    if (m_sizes.elementAt(count - 1, nullptr) != 0) return;
+    unsigned int scanned = std::min(count, kTrailingScan);
     unsigned int zeros = 0;
-    for (unsigned int i = 1; i <= scanned; ++i) zeros += m_sizes.elementAt(m_nEntries - i, nullptr) == 0;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), m_nEntries, zeros, scanned);
+    for (unsigned int i = 1; i <= scanned; ++i) zeros += m_sizes.elementAt(count - i, nullptr) == 0;
+    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
 }
 
 bool QtAtomSampleSize::encode(QtAtomBuffer& buffer) const {
@@ -90,18 +91,19 @@ bool QtAtomSampleSize::encode(QtAtomBuffer& buffer) const {
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
     BaseQtAtom::encode(buffer, m_sampleSize);
-    BaseQtAtom::encode(buffer, m_nEntries);
+    unsigned int count = getSampleCount();
+    BaseQtAtom::encode(buffer, count);
     if (isFixed()) return true;
     // Sizes on disk are already in the file.
-    if (m_sizes.isVirtual() || m_nEntries > VirtualArrayBase::kResidentLimit) return false;
-    unsigned long total = getFixedSize() + static_cast<unsigned long>(m_nEntries) * kEntryBytes;
+    if (m_sizes.isVirtual() || count > VirtualArrayBase::kResidentLimit) return false;
+    unsigned long total = getFixedSize() + static_cast<unsigned long>(count) * kEntryBytes;
     if (total > getSize()) {
         // Checked before writing: the writer's buffer holds only the atom's size.
         errorMsg("%s: byte overflow error stsz::encode(): %d bytes written, atom size is %d\n", getMoviePath(),
                  static_cast<int>(total), static_cast<int>(getSize()));
         return false;
     }
-    for (unsigned int i = 0; i < m_nEntries; ++i) BaseQtAtom::encode(buffer, m_sizes.elementAt(i, nullptr));
+    for (unsigned int i = 0; i < count; ++i) BaseQtAtom::encode(buffer, m_sizes.elementAt(i, nullptr));
     unsigned int written = buffer.nOccupied() - start;
     if (written < getSize()) buffer.append(static_cast<unsigned int>(getSize()) - written, true);
     nonConst()->m_sizes.setClean();
@@ -129,14 +131,14 @@ void QtAtomSampleSize::setSizeAndOffset(QtTreeSize const& size) const {
         if (quicktimeDbg.on(QtDbgResize1))
             debugMsg("%s::set(%ldb@%ld)\n", getAtomPath().get(), static_cast<long>(size.size),
                      static_cast<long>(size.offset));
-        nonConst()->m_sizes.mapIndex(m_nEntries, size.offset + getFixedSize());
+        nonConst()->m_sizes.mapIndex(getSampleCount(), size.offset + getFixedSize());
     }
     BaseQtAtom::setSizeAndOffset(size);
 }
 
 unsigned int QtAtomSampleSize::getSizeNeeded() const {
     if (isFixed()) return 0;
-    return m_sizeNeeded ? m_sizeNeeded : m_nEntries;
+    return m_sizeNeeded ? m_sizeNeeded : getSampleCount();
 }
 
 void QtAtomSampleSize::setCapacity(unsigned long request) {
@@ -144,7 +146,7 @@ void QtAtomSampleSize::setCapacity(unsigned long request) {
     if (!isFixed()) {
         if (quicktimeDbg.on(QtDbgResize1))
             debugMsg("%s::setCap(%ld)@cap=%d, head=%d, n=%d\n", getAtomPath().get(), static_cast<long>(request),
-                     getCapacity(), getHeadroom(), m_nEntries);
+                     getCapacity(), getHeadroom(), getSampleCount());
         unsigned long before = m_sizes.getStorageByteCount();
         m_sizes.setVirtualSize(capacity);
         if (capacity > VirtualArrayBase::kResidentLimit && !m_sizes.isVirtual()) {
@@ -168,7 +170,7 @@ void QtAtomSampleSize::setFixed(unsigned int size) {
 }
 
 void QtAtomSampleSize::setFixed(unsigned int size, unsigned int count) {
-    if (getCapacity() == 0 && m_sampleSize == size && m_nEntries == count) return;
+    if (getCapacity() == 0 && m_sampleSize == size && getSampleCount() == count) return;
     m_sizes.setVirtualSize(0);
     m_decodedSampleSize = m_sampleSize = size;
     m_nEntries = count;
@@ -190,7 +192,7 @@ bool QtAtomSampleSize::addSamples(unsigned int first, unsigned int count, unsign
         }
         m_sizes.setElementAt(first, size, nullptr);
     }
-    m_nEntries = first + count;
+    m_nEntries.store(first + count, std::memory_order_release);
     return true;
 }
 
@@ -198,7 +200,8 @@ unsigned int QtAtomSampleSize::getSampleSize(unsigned int first, unsigned int co
     if (isFixed()) return m_sampleSize * count;
     unsigned int sum = 0;
     unsigned long end = static_cast<unsigned long>(first) + count;
-    for (unsigned long i = first; i < m_nEntries && i < end; ++i) {
+    unsigned int samples = getSampleCount();
+    for (unsigned long i = first; i < samples && i < end; ++i) {
         // The size of sample `first` times count, each time round: for count 1 the sample's size.
         unsigned int product = m_sizes.elementAt(first, agent) * count;
         if (product == 0) {
@@ -216,16 +219,17 @@ void QtAtomSampleSize::show() const {
     std::string text = std::string(toString().get()) + ",";
     if (isFixed()) {
         if (m_decodedSampleSize != m_sampleSize)
-            text += FormatStr("%u samples,sampleSize=%d,%d actual\n", m_nEntries, m_decodedSampleSize, m_sampleSize).get();
+            text += FormatStr("%u samples,sampleSize=%d,%d actual\n", getSampleCount(), m_decodedSampleSize,
+                              m_sampleSize).get();
         else
-            text += FormatStr("%u samples,sampleSize=%d\n", m_nEntries, m_sampleSize).get();
+            text += FormatStr("%u samples,sampleSize=%d\n", getSampleCount(), m_sampleSize).get();
         infoMsg("%s", text.c_str());
         return;
     }
     long capacity = getSize() > 20 ? static_cast<long>((getSize() - 20) / kEntryBytes) : 0;
-    text += FormatStr("cap=%d,sizes[%d]={", static_cast<int>(capacity), m_nEntries).get();
+    text += FormatStr("cap=%d,sizes[%d]={", static_cast<int>(capacity), getSampleCount()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(m_nEntries, quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
+    text += qtTableEntries(getSampleCount(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
         return std::string(FormatStr("%d", static_cast<int>(m_sizes.elementAt(i, nullptr))).get());
     });
     text += "}\n";

@@ -3,9 +3,12 @@
 // are kept in a disk-backed array: in memory up to 16 entries, beyond that in the file at the
 // atom's own entries, with reserved room after the last sample that recording fills in place.
 //
-// Threads: the owner (reader of the tree, or recorder) decodes, adds samples and resizes; readers
-// on other threads may call getSampleSize with their own agent while it records.
+// Threads: the owner (reader of the tree, or recorder) decodes, adds samples, resizes and moves the
+// atom; readers on other threads may call getSampleSize and getSampleCount with their own agent
+// while it records (the count is published after the size it covers is stored).
 #pragma once
+
+#include <atomic>
 
 #include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
@@ -42,7 +45,7 @@ public:
     bool isFixed() const { return m_sampleSize != 0; }
     // The constant size of every sample; 0 for a table that lists each size.
     unsigned int getConstantSampleSize() const { return m_sampleSize; }
-    unsigned int getSampleCount() const { return m_nEntries; }
+    unsigned int getSampleCount() const { return m_nEntries.load(std::memory_order_acquire); }
     // Slots reserved for sizes (0 for a constant table).
     unsigned int getCapacity() const { return m_sizes.getVirtualSize(); }
 
@@ -57,7 +60,7 @@ public:
     unsigned int getSampleSize(unsigned int first, unsigned int count, FileIoClientRec* agent) const;
 
     unsigned int getSizeNeeded() const;
-    unsigned int getHeadroom() const { return getCapacity() - m_nEntries; }
+    unsigned int getHeadroom() const { return getCapacity() - getSampleCount(); }
     // Reserves room for `capacity` sizes (clamped to 32 bits); the atom's size follows at the next
     // placement (recalcOffset), which must come before more samples are added.
     void setCapacity(unsigned long capacity);
@@ -71,7 +74,8 @@ private:
     QtVersionAndFlags m_versionAndFlags;
     unsigned int m_decodedSampleSize = 0;
     unsigned int m_sampleSize = 0;
-    unsigned int m_nEntries = 0;
+    // Published after the size it counts is stored, for readers on other threads.
+    std::atomic<unsigned int> m_nEntries{0};
     VirtualArray<unsigned int> m_sizes{"stsz"};
     unsigned int m_sizeNeeded = 0;
 };

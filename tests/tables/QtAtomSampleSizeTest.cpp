@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <random>
+#include <thread>
+
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "tests/tables/TableTestSupport.h"
@@ -200,4 +204,46 @@ TEST(QtAtomSampleSizeTest, ShowListsAShortFormOrEverySize) {
     std::string text = capture.all();
     EXPECT_NE(text.find("0:1,4,7,10,13,16,19,22,\n"), std::string::npos) << text;
     EXPECT_NE(text.find("8:25,28}\n"), std::string::npos) << text;
+}
+
+// Readers on their own threads, each with its own agent, read every published size while the owner
+// records, grows the table and moves it to fresh space at the end of the file.
+TEST(QtAtomSampleSizeTest, ReadersWithTheirOwnAgentsReadPublishedSizesWhileTheOwnerRecords) {
+    constexpr unsigned int kCount = 200000;
+    MovieOnDisk movie(movieWithTables({tableAtom("stsz", {0, 0}, std::vector<uint64_t>(16, 0), 4)}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    auto sizeOf = [](unsigned int sample) { return sample * 2654435761u % 100000 + 1; };
+    std::atomic<bool> done{false};
+    std::atomic<unsigned long> wrong{0}, reads{0};
+    auto reader = [&](unsigned int seed) {
+        FileIoClientRec agent(4);
+        std::mt19937 random(seed);
+        while (!done.load()) {
+            unsigned int count = table->getSampleCount();
+            if (count == 0) continue;
+            unsigned int sample = static_cast<unsigned int>(random() % count);
+            if (table->getSampleSize(sample, 1, &agent) != sizeOf(sample)) wrong.fetch_add(1);
+            reads.fetch_add(1);
+        }
+        table->closeVirtualTable(&agent);
+    };
+    std::thread first(reader, 1), second(reader, 2);
+    unsigned int refused = 0, moves = 0;
+    for (unsigned int sample = 0; sample < kCount; ++sample) {
+        while (!table->write()->addSamples(sample, 1, sizeOf(sample))) {
+            ++refused;
+            table->write()->setCapacity(2ul * table->getSizeNeeded());
+            unsigned long freshSpace = (movie.root()->file()->length() + 4096) / 4096 * 4096;
+            table->setSizeAndOffset(QtTreeSize(true, table->getFixedSize() + table->getVariableSize(), freshSpace));
+            table->flushVirtualTable();
+            ++moves;
+        }
+    }
+    while (reads.load() < 50000) std::this_thread::yield();
+    done.store(true);
+    first.join();
+    second.join();
+    EXPECT_EQ(wrong.load(), 0u);
+    EXPECT_GT(moves, 10u);
+    EXPECT_EQ(refused, moves);
 }
