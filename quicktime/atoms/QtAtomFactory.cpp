@@ -29,7 +29,20 @@
 #include "quicktime/atoms/QtAtomVideoInf.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
+#include "quicktime/refs/QtAtomDataAlias.h"
+#include "quicktime/refs/QtAtomDataRefHdr.h"
+#include "quicktime/refs/QtAtomDataResource.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
 
 namespace {
 
@@ -48,9 +61,21 @@ BaseQtAtom* makeContainer(BaseQtAtom const* prototype, BaseQtAtom const* parent)
     return new QtAtomHeader(prototype->getId(), parent);
 }
 
+BaseQtAtom* makeMoov(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMoov(parent, qtId("moov")); }
+BaseQtAtom* makeMdat(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMdat(parent, 0); }
+BaseQtAtom* makeSkip(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSkip(parent); }
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
+// 'stss' and 'stps' are one class; decode learns from the file whether the numbers are 1-based.
+BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomSampleSync(parent, true, prototype->getId());
+}
+BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
+BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
+BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
+BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
+BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
 BaseQtAtom* makeMvhd(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMvhd(parent, 0); }
 BaseQtAtom* makeTrakHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakHdr(parent); }
 BaseQtAtom* makeMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMediaHdr(parent); }
@@ -69,6 +94,11 @@ BaseQtAtom* makeApertDimensions(BaseQtAtom const* prototype, BaseQtAtom const* p
 BaseQtAtom* makeObjectDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomObjectDesc(parent); }
 BaseQtAtom* makeSean(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSean(parent); }
 BaseQtAtom* makeM12v(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomM12v(parent); }
+BaseQtAtom* makeStts(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleTime(parent); }
+BaseQtAtom* makeStsc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunk(parent); }
+BaseQtAtom* makeStsz(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleSize(parent); }
+// One class for both chunk offset types; the header decoded next sets which one it is.
+BaseQtAtom* makeChunkOff(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunkOff(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -78,9 +108,9 @@ struct FactoryRow {
 // One row per interpreted type. Types whose own classes are not part of the library's build keep
 // their bytes exactly (makeKeptBytes), so every file still reads and writes back unchanged.
 constexpr FactoryRow kFactoryTable[] = {
-    {qtId("moov"), makeContainer},
-    {qtId("mdat"), makeKeptBytes},
-    {qtId("skip"), makeKeptBytes},
+    {qtId("moov"), makeMoov},
+    {qtId("mdat"), makeMdat},
+    {qtId("skip"), makeSkip},
     {qtId("free"), makeFree},
     {qtId("wide"), makeWide},
     {qtId("trak"), makeContainer},
@@ -111,20 +141,20 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("iods"), makeObjectDesc},
     {qtId("sean"), makeSean},
     {qtId("m12v"), makeM12v},
-    {qtId("stts"), makeKeptBytes},
-    {qtId("stsc"), makeKeptBytes},
-    {qtId("stsz"), makeKeptBytes},
-    {qtId("stco"), makeKeptBytes},
-    {qtId("co64"), makeKeptBytes},
-    {qtId("sdtp"), makeKeptBytes},
-    {qtId("stss"), makeKeptBytes},
-    {qtId("stps"), makeKeptBytes},
-    {qtId("ctts"), makeKeptBytes},
+    {qtId("stts"), makeStts},
+    {qtId("stsc"), makeStsc},
+    {qtId("stsz"), makeStsz},
+    {qtId("stco"), makeChunkOff},
+    {qtId("co64"), makeChunkOff},
+    {qtId("sdtp"), makeSampleDepend},
+    {qtId("stss"), makeSync},
+    {qtId("stps"), makeSync},
+    {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeKeptBytes},
-    {qtId("dref"), makeKeptBytes},
-    {qtId("alis"), makeKeptBytes},
-    {qtId("rsrc"), makeKeptBytes},
+    {qtId("dref"), makeDataRefHdr},
+    {qtId("alis"), makeDataAlias},
+    {qtId("rsrc"), makeDataResource},
 };
 
 Creator findCreator(QtAtomIdType id) {

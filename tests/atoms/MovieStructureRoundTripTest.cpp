@@ -112,21 +112,14 @@ TEST(MovieStructureRoundTrip, EveryStructureAtomOfEveryMovieEncodesBackToItsByte
     }
 }
 
-TEST(MovieStructureRoundTrip, QtMovieCopyReproducesEveryMovieButTheApertureFractions) {
+TEST(MovieStructureRoundTrip, QtMovieCopyReproducesEveryMovie) {
+    // Unchanged atoms are copied as they stand, so even the aperture fractions survive a copy.
     for (std::string const& movie : corpusMovies()) {
         SCOPED_TRACE(movie);
         TempFile copy;
         std::string output = runQtMovie("copy " + testDataPath(movie) + " " + copy.path());
         EXPECT_EQ(output, "");
-        AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(movie).c_str());
-        ASSERT_TRUE(root);
-        Bytes original = readFileBytes(testDataPath(movie));
-        Bytes copied = readFileBytes(copy.path());
-        Bytes expected = withApertureFractions(original, root.get());
-        ASSERT_EQ(copied.size(), expected.size());
-        EXPECT_TRUE(copied == expected);
-        bool hasAperture = root->findAtom("moov.trak.tapt", 0) != nullptr;
-        EXPECT_EQ(copied == original, !hasAperture);
+        EXPECT_TRUE(readFileBytes(copy.path()) == readFileBytes(testDataPath(movie)));
     }
 }
 
