@@ -24,10 +24,3 @@ TEST(QtAtomHintMediaHdr, DecodesPduSizesAndBitRatesInOrder) {
     EXPECT_EQ(capture.all(),
               "hmhd: 28b@0,v0,f=0,max/avg pdu=1450/1200, max/avg/sliding bps=4000000/3000000/3500000\n");
 }
-
-TEST(QtAtomHintMediaHdr, NewHeaderIsAllZero) {
-    Bytes expected;
-    putAtomHeader(expected, 28, "hmhd");
-    expected.insert(expected.end(), 20, 0);
-    EXPECT_EQ(encodeToBytes(QtAtomHintMediaHdr(nullptr)), expected);
-}

@@ -32,10 +32,6 @@ TEST(QtAtomTrakHdr, NewHeaderIsEnabledInMoviePreviewAndPoster) {
     ASSERT_EQ(bytes.size(), 92u);
     EXPECT_EQ(bytes[11], 0x0F);
     EXPECT_EQ(bytes[48 + 32], 0x40);  // the identity matrix ends in 0x40000000
-}
-
-TEST(QtAtomTrakHdr, FlagWordsNameOnlyTheBitsThatAreSet) {
-    QtAtomTrakHdr header(nullptr);
     ASSERT_TRUE(decodeFrom(header, trackHeaderBytes(0x000002, 0, 0)));
     EXPECT_STREQ(header.flagText().get(), "disabled,movie");
     ASSERT_TRUE(decodeFrom(header, trackHeaderBytes(0x000009, 0, 0)));
@@ -96,17 +92,6 @@ TEST(QtAtomTrakHdr, TakesItsTrackIdFromTheMovieHeaderAbove) {
     EXPECT_EQ(header->allocTrackId(), 3u);
     EXPECT_EQ(header->getTrackId(), 3u);
     EXPECT_EQ(movieHeader->getNextTrackId(), 4u);
-}
-
-TEST(QtAtomTrakHdr, SetTimeNowStampsBothDates) {
-    QtAtomTrakHdr header(nullptr);
-    header.setClean();
-    uint32_t before = BaseQtAtom::getMacTimeNow();
-    header.setTimeNow();
-    EXPECT_TRUE(header.isDirty());
-    EXPECT_GE(header.getCreationTime(), before);
-    EXPECT_LE(header.getCreationTime(), BaseQtAtom::getMacTimeNow());
-    EXPECT_EQ(header.getModificationTime(), header.getCreationTime());
 }
 
 TEST(QtAtomTrakHdr, ShowPrintsDurationInMovieTimeAndTheFlagWords) {

@@ -74,14 +74,3 @@ TEST(QtAtomTrakRef, BrokenEntrySizeEndsTheListInsteadOfLooping) {
         EXPECT_EQ(encodeToBytes(refs).size(), 32u) << badSize;
     }
 }
-
-TEST(QtAtomTrakRef, GetRefCreatesAnEmptyListOnlyWhenAsked) {
-    QtAtomTrakRef refs(nullptr);
-    EXPECT_EQ(refs.getRef(qtId("sync"), false), nullptr);
-    QtAtomTrakRef::RefList const* list = refs.getRef(qtId("sync"), true);
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(list->type, qtId("sync"));
-    EXPECT_TRUE(list->trackIds.empty());
-    EXPECT_EQ(refs.getRef(qtId("sync"), false), list);
-    EXPECT_EQ(refs.resetSize(), 16u);
-}

@@ -110,15 +110,6 @@ TEST(QtTimeCode, DiscreteRecordUnpacksFromTheLastByteToTheFirst) {
     EXPECT_EQ(tc.getMinutes(), 0x0Au);
 }
 
-TEST(QtTimeCode, ZeroIsZeroInEveryField) {
-    EXPECT_TRUE(QtTimeCode().isZero());
-    QtTimeCode tc;
-    tc.setCounter(1, 25, 1, false);
-    EXPECT_FALSE(tc.isZero());
-    tc.setScaled(1, 1000);
-    EXPECT_FALSE(tc.isZero());
-}
-
 namespace {
 
 // The first sample and the description fields of a movie's timecode track, read from the file's
