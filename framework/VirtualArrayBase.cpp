@@ -19,6 +19,7 @@ constexpr unsigned long kTransferBytes = 256ul << 10;
 struct VirtualArrayBase::PageSource {
     AutoRefPtr<BasicFileIO> file;
     unsigned long offset = 0;
+    unsigned int start = 0;  // first element read from the file
     unsigned int fileCount = 0;  // elements to read from the file; the rest of the page is zero
 };
 
@@ -71,6 +72,7 @@ bool VirtualArrayBase::setVirtualSize(unsigned int size) {
                 ++it;
             }
             m_fileEnd = std::min(m_fileEnd, size);
+            if (m_fileBegin >= m_fileEnd) m_fileBegin = m_fileEnd = 0;
             bytes = m_ownerPages.size() * static_cast<unsigned long>(kPageBytes);
         }
         m_virtualSize.store(size, std::memory_order_release);
@@ -104,7 +106,7 @@ bool VirtualArrayBase::setBackingStore(AutoRefPtr<BasicFileIO> file) {
         m_resident.clear();
         m_resident.shrink_to_fit();
         m_residentDirty = false;
-        m_fileEnd = 0;
+        m_fileBegin = m_fileEnd = 0;
         m_isBacked.store(true, std::memory_order_release);
         // The owner accounts for the memory of a newly backed array itself, so this is not reported.
         m_storageBytes.store(m_ownerPages.size() * static_cast<unsigned long>(kPageBytes), std::memory_order_release);
@@ -126,6 +128,7 @@ void VirtualArrayBase::setMap(unsigned long fileOffset) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_mapped = true;
         m_mapOffset = fileOffset;
+        m_fileBegin = 0;
         m_fileEnd = getVirtualSize();
         m_ownerPages.clear();
         m_lastOwnerPage = nullptr;
@@ -136,7 +139,7 @@ void VirtualArrayBase::setMap(unsigned long fileOffset) {
 
 bool VirtualArrayBase::mapIndex(unsigned int firstIndex, unsigned long fileOffsetOfEntry0) {
     if (firstIndex > getVirtualSize()) return false;
-    if (!isVirtual() || !m_mapped || m_fileEnd == 0) {
+    if (!isVirtual() || !m_mapped || fileRangeEmpty()) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_mapped = true;
         m_mapOffset = fileOffsetOfEntry0;
@@ -144,7 +147,9 @@ bool VirtualArrayBase::mapIndex(unsigned int firstIndex, unsigned long fileOffse
     }
     if (fileOffsetOfEntry0 == m_mapOffset) return true;
     std::unique_lock<std::shared_mutex> place(m_placeLock);
-    if (!copyFileRegion(m_mapOffset, fileOffsetOfEntry0, static_cast<unsigned long>(m_fileEnd) * m_width))
+    unsigned long skipped = static_cast<unsigned long>(m_fileBegin) * m_width;
+    if (!copyFileRegion(m_mapOffset + skipped, fileOffsetOfEntry0 + skipped,
+                        static_cast<unsigned long>(m_fileEnd - m_fileBegin) * m_width))
         return false;
     std::lock_guard<std::mutex> lock(m_mutex);
     m_mapOffset = fileOffsetOfEntry0;
@@ -155,14 +160,17 @@ void VirtualArrayBase::setClean() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_residentDirty = false;
     for (auto& page : m_ownerPages) page->dirty = false;
-    if (isVirtual()) m_fileEnd = getVirtualSize();
+    if (isVirtual()) {
+        m_fileBegin = 0;
+        m_fileEnd = getVirtualSize();
+    }
 }
 
 bool VirtualArrayBase::isDirty() const {
     if (!isVirtual()) return m_residentDirty;
     for (auto const& page : m_ownerPages)
         if (page->dirty) return true;
-    return m_mapped && m_fileEnd < getVirtualSize();
+    return m_mapped && (m_fileBegin > 0 || m_fileEnd < getVirtualSize());
 }
 
 bool VirtualArrayBase::flush() {
@@ -173,7 +181,14 @@ bool VirtualArrayBase::flush() {
     std::sort(dirty.begin(), dirty.end(), [](OwnerPage* a, OwnerPage* b) { return a->pageIndex < b->pageIndex; });
     for (OwnerPage* page : dirty)
         if (!writeOwnerPage(*page)) return false;
-    return zeroFill(m_fileEnd, getVirtualSize());
+    unsigned int size = getVirtualSize();
+    if (fileRangeEmpty()) {
+        if (!zeroFill(0, size)) return false;
+    } else if (!zeroFill(0, m_fileBegin) || !zeroFill(m_fileEnd, size)) {
+        return false;
+    }
+    extendFileRange(0, size);
+    return true;
 }
 
 void VirtualArrayBase::close(FileIoClientRec* agent) {
@@ -292,16 +307,19 @@ bool VirtualArrayBase::loadAgentPage(unsigned int pageIndex, FileIoClientRec& ag
             }
         } else if (OwnerPage const* own = findOwnerPage(pageIndex)) {
             copyPhys(own->bytes.get(), page->bytes.get(), count);
-        } else if (m_fileEnd > page->firstIndex) {
+        } else if (unsigned int held = fileHeldIn(page->firstIndex, count, source.start)) {
             source.file = m_file;
-            source.offset = fileOffsetOf(page->firstIndex);
-            source.fileCount = std::min(count, m_fileEnd - page->firstIndex);
+            source.offset = fileOffsetOf(source.start);
+            source.fileCount = held;
         }
     }
-    if (source.fileCount && !readFileElements(*source.file, source.offset, source.fileCount, page->bytes.get())) {
-        agent.releasePage(page);
-        page = nullptr;
-        return false;
+    if (source.fileCount) {
+        unsigned char* at = page->bytes.get() + static_cast<unsigned long>(source.start - page->firstIndex) * m_width;
+        if (!readFileElements(*source.file, source.offset, source.fileCount, at)) {
+            agent.releasePage(page);
+            page = nullptr;
+            return false;
+        }
     }
     page->count = count;
     page->stamp = stamp;
@@ -347,8 +365,10 @@ VirtualArrayBase::OwnerPage* VirtualArrayBase::loadOwnerPage(unsigned int pageIn
     initPhys(fresh->bytes.get(), m_pageElements);
     unsigned int first = firstOf(pageIndex);
     unsigned int count = countOf(pageIndex, getVirtualSize());
-    unsigned int fileCount = m_fileEnd > first ? std::min(count, m_fileEnd - first) : 0;
-    if (fileCount && !readFileElements(*m_file, fileOffsetOf(first), fileCount, fresh->bytes.get())) return nullptr;
+    unsigned int start = first;
+    unsigned int fileCount = fileHeldIn(first, count, start);
+    unsigned char* at = fresh->bytes.get() + static_cast<unsigned long>(start - first) * m_width;
+    if (fileCount && !readFileElements(*m_file, fileOffsetOf(start), fileCount, at)) return nullptr;
     page = fresh.get();
     unsigned long bytes;
     {
@@ -378,7 +398,7 @@ bool VirtualArrayBase::makeRoomInOwnerCache() const {
 bool VirtualArrayBase::writeOwnerPage(OwnerPage& page) const {
     unsigned int first = firstOf(page.pageIndex);
     unsigned int count = countOf(page.pageIndex, getVirtualSize());
-    if (count && first > m_fileEnd && !zeroFill(m_fileEnd, first)) return false;
+    if (count && !fillAround(first, first + count)) return false;
     if (count) {
         if (!m_scratch) m_scratch.reset(new unsigned char[kPageBytes]);
         ioPrep(page.bytes.get(), m_scratch.get(), count, kToDisk);
@@ -386,7 +406,7 @@ bool VirtualArrayBase::writeOwnerPage(OwnerPage& page) const {
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     page.dirty = false;
-    m_fileEnd = std::max(m_fileEnd, first + count);
+    if (count) extendFileRangeLocked(first, first + count);
     return true;
 }
 
@@ -433,9 +453,9 @@ bool VirtualArrayBase::writeFile(unsigned long offset, void const* bytes, unsign
     return true;
 }
 
-// Writes zero bytes over the slots [from, to), which hold no value yet, and moves fileEnd to `to`.
-// A part past the end of the file is not written byte by byte: writing its last element is enough
-// for the file to read as zero up to there.
+// Writes zero bytes over the slots [from, to), which hold no value yet. A part past the end of the
+// file is not written byte by byte: writing its last element is enough for the file to read as zero
+// up to there.
 bool VirtualArrayBase::zeroFill(unsigned int from, unsigned int to) const {
     if (from >= to) return true;
     unsigned long start = fileOffsetOf(from);
@@ -447,10 +467,43 @@ bool VirtualArrayBase::zeroFill(unsigned int from, unsigned int to) const {
         if (!writeFile(at, zeros.data(), size)) return false;
         at += size;
     }
-    if (end > length && !writeFile(end - m_width, zeros.data(), m_width)) return false;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_fileEnd = std::max(m_fileEnd, to);
+    return end <= length || writeFile(end - m_width, zeros.data(), m_width);
+}
+
+// Before the slots [first, end) are written: zero-fills the gap between them and the file range,
+// and takes the gap into the range, so that the range stays one piece.
+bool VirtualArrayBase::fillAround(unsigned int first, unsigned int end) const {
+    if (fileRangeEmpty()) return true;
+    if (first > m_fileEnd) {
+        if (!zeroFill(m_fileEnd, first)) return false;
+        extendFileRange(m_fileEnd, first);
+    } else if (end < m_fileBegin) {
+        if (!zeroFill(end, m_fileBegin)) return false;
+        extendFileRange(end, m_fileBegin);
+    }
     return true;
+}
+
+void VirtualArrayBase::extendFileRange(unsigned int first, unsigned int end) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    extendFileRangeLocked(first, end);
+}
+
+void VirtualArrayBase::extendFileRangeLocked(unsigned int first, unsigned int end) const {
+    if (fileRangeEmpty()) {
+        m_fileBegin = first;
+        m_fileEnd = end;
+    } else {
+        m_fileBegin = std::min(m_fileBegin, first);
+        m_fileEnd = std::max(m_fileEnd, end);
+    }
+}
+
+unsigned int VirtualArrayBase::fileHeldIn(unsigned int first, unsigned int count, unsigned int& start) const {
+    unsigned int from = std::max(first, m_fileBegin);
+    unsigned int to = std::min(first + count, m_fileEnd);
+    start = from;
+    return from < to ? to - from : 0;
 }
 
 // Copies a region of the file like memmove: backwards when the target overlaps the source's end.

@@ -6,21 +6,27 @@
 //
 // Where an element's value lives (backed array, element i, page p = i / pageElements):
 //   1. in the owner's cache, when page p is there (dirty pages are newer than the file);
-//   2. otherwise in the file at mapOffset + i * width, when i < fileEnd;
+//   2. otherwise in the file at mapOffset + i * width, when fileBegin <= i < fileEnd;
 //   3. otherwise nowhere: it reads as zero. Slots gained by growth, and slots never written since
 //      the array got its file, are of this kind; flush writes zeros over them so that the file's
-//      region is complete, and then fileEnd = virtual size.
-// Invariant: fileEnd <= virtual size, and fileEnd == 0 while the array has no place (unmapped).
+//      region is complete, and then the file holds [0, virtual size).
+// Invariant: fileBegin <= fileEnd <= virtual size (an empty range is 0, 0), and the range is empty
+// while the array has no place (unmapped). Pages are written out in any order: a page next to the
+// range (above or below it) extends it, one further away first has the gap zero-filled. So pages
+// written from the top down (a table widened in place) never write below what they replace.
 //
 // Placing the elements:
 //   - setMap(offset) without a file records the place; setBackingStore then moves the elements held
 //     in memory there (as dirty pages). setMap(offset) with a file says the file already holds all
-//     elements at that place (a table read from a file): the cache is dropped and fileEnd = size.
+//     elements at that place (a table read from a file): the cache is dropped and the file range
+//     becomes [0, size).
 //   - mapIndex(n, offset) moves the array to a new place keeping every value. The copy is eager:
-//     before it returns, the elements the file held (below fileEnd, which covers every element
-//     below n that was flushed) are copied to the new place, overlapping or not, in the order that
-//     never overwrites bytes not yet copied; elements still only in the cache reach the new place
-//     at the next flush. So every element, below n or not, stays readable throughout.
+//     before it returns, the elements the file holds (which include every element below n that was
+//     flushed) are copied to the new place, in the order that never overwrites bytes of this array
+//     not yet copied; elements still only in the cache reach the new place at the next flush. So
+//     every element, below n or not, stays readable throughout. Several arrays whose new places
+//     overlap each other's old places must be moved in an order that copies each before it is
+//     overwritten; moving a movie to free space at the end of its file never meets this.
 //
 // Threads and locks:
 //   - The owner thread (the one that decodes or records) makes every change: setVirtualSize,
@@ -29,7 +35,7 @@
 //   - Readers on other threads read with their own FileIoClientRec. A hit in the agent's pages takes
 //     no lock: the page's stamp is compared with the array's stamp for that page, an atomic that
 //     every change of an element on that page advances.
-//   - m_mutex guards the owner's cache list and the page contents, the map, fileEnd and the elements
+//   - m_mutex guards the owner's cache list and the page contents, the map, the file range and the elements
 //     held in memory; it is held only for copies in memory, never across file I/O. The owner changes
 //     them under it; a reader's miss takes it to copy a page from the owner's cache or to note where
 //     in the file to read.
@@ -171,6 +177,12 @@ private:
     bool readFileElements(BasicFileIO& file, unsigned long offset, unsigned int count, unsigned char* bytes) const;
     bool writeFile(unsigned long offset, void const* bytes, unsigned long size) const;
     bool zeroFill(unsigned int from, unsigned int to) const;
+    bool fillAround(unsigned int first, unsigned int end) const;
+    void extendFileRange(unsigned int first, unsigned int end) const;
+    void extendFileRangeLocked(unsigned int first, unsigned int end) const;
+    bool fileRangeEmpty() const { return m_fileBegin >= m_fileEnd; }
+    // The part of [first, first + count) that the file holds, as (start, count).
+    unsigned int fileHeldIn(unsigned int first, unsigned int count, unsigned int& start) const;
     bool copyFileRegion(unsigned long from, unsigned long to, unsigned long size);
 
     char const* const m_label;
@@ -185,7 +197,9 @@ private:
     AutoRefPtr<BasicFileIO> m_file;
     bool m_mapped = false;
     unsigned long m_mapOffset = 0;
-    // Written by the owner's cache even when reached through const reads, hence mutable.
+    // The elements the file holds; written by the owner's cache even when reached through const
+    // reads, hence mutable.
+    mutable unsigned int m_fileBegin = 0;
     mutable unsigned int m_fileEnd = 0;
     std::vector<unsigned char> m_resident;  // memory mode: host form, grows as elements are written
     bool m_residentDirty = false;

@@ -37,8 +37,12 @@
 #include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "quicktime/refs/QtAtomDataResource.h"
 #include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {
 
@@ -90,6 +94,11 @@ BaseQtAtom* makeApertDimensions(BaseQtAtom const* prototype, BaseQtAtom const* p
 BaseQtAtom* makeObjectDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomObjectDesc(parent); }
 BaseQtAtom* makeSean(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSean(parent); }
 BaseQtAtom* makeM12v(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomM12v(parent); }
+BaseQtAtom* makeStts(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleTime(parent); }
+BaseQtAtom* makeStsc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunk(parent); }
+BaseQtAtom* makeStsz(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleSize(parent); }
+// One class for both chunk offset types; the header decoded next sets which one it is.
+BaseQtAtom* makeChunkOff(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunkOff(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -132,11 +141,11 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("iods"), makeObjectDesc},
     {qtId("sean"), makeSean},
     {qtId("m12v"), makeM12v},
-    {qtId("stts"), makeKeptBytes},
-    {qtId("stsc"), makeKeptBytes},
-    {qtId("stsz"), makeKeptBytes},
-    {qtId("stco"), makeKeptBytes},
-    {qtId("co64"), makeKeptBytes},
+    {qtId("stts"), makeStts},
+    {qtId("stsc"), makeStsc},
+    {qtId("stsz"), makeStsz},
+    {qtId("stco"), makeChunkOff},
+    {qtId("co64"), makeChunkOff},
     {qtId("sdtp"), makeSampleDepend},
     {qtId("stss"), makeSync},
     {qtId("stps"), makeSync},

@@ -214,6 +214,25 @@ TEST(VirtualArrayTest, OverlappingMovesInEitherDirectionKeepTheValues) {
     }
 }
 
+// A table widened in place writes its new entries from the last down to the first, over bytes of
+// the old entries that must stay readable until each has been read: pages leaving the cache on the
+// way down must not write anything below themselves.
+TEST(VirtualArrayTest, PagesWrittenFromTheTopDownNeverTouchTheBytesBelowThem) {
+    TempMovieFile temp;
+    fillWithGarbage(temp.path(), 400000);
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    unsigned int perPage = VirtualArrayBase::kPageBytes / 4;
+    BackedArray backed(file, 0, 10 * perPage);
+    for (unsigned int i = 10 * perPage; i-- > 5 * perPage;) backed.array.setElementAt(i, i + 1, nullptr);
+    std::vector<unsigned char> below = temp.bytes(0, 5ul * perPage * 4);
+    for (unsigned char byte : below) ASSERT_EQ(byte, 0xEE);
+    EXPECT_NE(temp.bytes(9ul * perPage * 4, 1)[0], 0xEE);  // the top pages did leave the cache
+    for (unsigned int i = 5 * perPage; i-- > 0;) backed.array.setElementAt(i, i + 1, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+    std::vector<unsigned char> disk = temp.bytes(0, 10ul * perPage * 4);
+    for (unsigned int i = 0; i < 10 * perPage; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 1) << i;
+}
+
 TEST(VirtualArrayTest, EveryWriteIsAnnouncedAsAHoldAndThenAReleaseOfItsRegion) {
     TempMovieFile temp;
     AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
