@@ -161,9 +161,12 @@ QtAtomCompTime::Sparse QtAtomCompTime::DiskIterator::getSparse() const {
 // The atom
 
 QtAtomCompTime::QtAtomCompTime(BaseQtAtom const* parent)
-    : BaseQtAtom(kCttsId, parent, kHeadSize + kInMemoryEntries * kEntrySize), m_array("ctts"),
+    : BaseQtAtom(kCttsId, parent, kHeadSize + kInMemoryEntries * kEntrySize),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_array("ctts"),
       m_diskIterator(m_array, 0, nullptr) {
     m_array.setIoPrep(ioPrep);
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     m_array.setVirtualSize(kInMemoryEntries);
 }
@@ -218,9 +221,9 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     } else {
         unsigned long slots = std::min(room / kEntrySize, kMaxUint32);
         logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(slots)), "decode", QT_UTIL_FILE, 6032);
-        if (slots > kInMemoryEntries) {
-            // The file already holds the entries at their place: backed first, then mapped.
-            logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036);
+        // The file already holds the entries at their place: backed first, then mapped. A table
+        // whose file is out of reach is held in memory instead, as far as the buffer holds it.
+        if (slots > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036)) {
             m_array.setMap(getFileOffset() + head);
             m_array.elementAt(0, nullptr);
         } else {
@@ -303,7 +306,7 @@ void QtAtomCompTime::setCapacity(unsigned long nSamples) const {
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(entries)), "setCapacity", QT_UTIL_FILE, 5265);
     if (entries > kInMemoryEntries && !m_array.isVirtual())
         logIfFalse(makeDiskBacked(), "setCapacity", QT_UTIL_FILE, 5269);
-    else
+    else if (!m_array.isVirtual())  // a disk-backed array reports its own cache changes
         adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
 }
 

@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
@@ -169,7 +170,8 @@ public:
     using BaseQtAtom::decode;
     bool decode(QtAtomBuffer& buffer) override;
     bool encode(QtAtomBuffer& buffer) const override;
-    bool hasUntouchedData() const override { return !hasVirtualTable(); }
+    // True while the runs live in the file: writers take them from there.
+    bool hasUntouchedData() const override { return hasVirtualTable(); }
     bool needsAllData() const override { return getSize() < getFixedSize() + (kInMemoryEntries + 1) * kEntrySize; }
     unsigned int getFixedSize() const override { return BaseQtAtom::getFixedSize() + 8; }
     unsigned long getVariableSize() const override;
@@ -232,6 +234,7 @@ private:
     void reportTrailingZeros() const;
     AutoPtr<char> describeArray() const;
 
+    BridgeAnchor m_cacheAnchor;  // declared before the array, which reports its cache through it
     QtVersionAndFlags m_versionAndFlags;
     std::atomic<unsigned int> m_nEntries{0};
     mutable VirtualArray<DiskEntry> m_array;

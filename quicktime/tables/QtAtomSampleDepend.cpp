@@ -13,7 +13,10 @@ constexpr unsigned long kMaxUint32 = 0xFFFFFFFFul;
 }
 
 QtAtomSampleDepend::QtAtomSampleDepend(BaseQtAtom const* parent)
-    : BaseQtAtom(kSdtpId, parent, kHeadSize + kInMemoryEntries), m_array("sdtp") {
+    : BaseQtAtom(kSdtpId, parent, kHeadSize + kInMemoryEntries),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_array("sdtp") {
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     m_array.setVirtualSize(kInMemoryEntries);
 }
@@ -33,7 +36,7 @@ QtAtomSampleSize const* QtAtomSampleDepend::getStszSlow() const {
 
 unsigned int QtAtomSampleDepend::getNumEntries() const {
     QtAtomSampleSize const* stsz = getStsz();
-    return stsz ? stsz->getNumEntries() : 0;
+    return stsz ? stsz->getSampleCount() : 0;
 }
 
 unsigned int QtAtomSampleDepend::getHeadroom() const {
@@ -57,13 +60,14 @@ bool QtAtomSampleDepend::decode(QtAtomBuffer& buffer) {
         m_array.setVirtualSize(0);
     } else {
         m_array.setVirtualSize(static_cast<unsigned int>(room));
-        if (room <= kInMemoryEntries) {
+        if (room > kInMemoryEntries && setBackingStore(m_array)) {
+            m_array.setMap(getFileOffset() + head);
+            m_array.elementAt(0, nullptr);
+        } else {
+            // In memory; also a table whose file is out of reach, as far as the buffer holds it.
             unsigned int n = static_cast<unsigned int>(std::min<unsigned long>(room, buffer.nOccupied()));
             for (unsigned int i = 0; i < n; ++i) m_array.setElementAt(i, buffer.ptrData()[i], nullptr);
             m_array.setClean();
-        } else if (setBackingStore(m_array)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
         }
     }
     QtTableBody::removeRest(*this, buffer);
@@ -117,7 +121,7 @@ void QtAtomSampleDepend::setCapacity(unsigned long n) const {
     if (n > kInMemoryEntries && !m_array.isVirtual()) {
         m_array.setMap(getFileOffset() + getFixedSize());
         logIfFalse(setBackingStore(m_array), "setCapacity", QT_UTIL_FILE, 8245);
-    } else {
+    } else if (!m_array.isVirtual()) {  // a disk-backed array reports its own cache changes
         adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
     }
     m_sizeNeeded = 0;

@@ -259,8 +259,12 @@ void QtAtomSampleSync::KeyIterator::invalidate() {
 // The atom: construction and storage
 
 QtAtomSampleSync::QtAtomSampleSync(BaseQtAtom const* parent, bool oneBased, QtAtomIdType type)
-    : BaseQtAtom(type, parent, kHeadSize + kInMemoryEntries * 4), m_samplesPerEntry(fixedOne()), m_array(type) {
+    : BaseQtAtom(type, parent, kHeadSize + kInMemoryEntries * 4),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_samplesPerEntry(fixedOne()),
+      m_array(type) {
     setKeyBase(oneBased ? 1 : 0);
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     logIfFalse(m_array.setVirtualSize(kInMemoryEntries), "QtAtomSampleSync", QT_UTIL_FILE, 6671);
 }
@@ -342,9 +346,9 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
 
 void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity) {
     unsigned long head = getFixedSize();
-    if (capacity > kInMemoryEntries) {
-        // The file already holds the entries at their place: backed first, then mapped.
-        logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 7113);
+    // The file already holds the entries at their place: backed first, then mapped. A table whose
+    // file is out of reach is held in memory instead, as far as the buffer holds it.
+    if (capacity > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 7113)) {
         m_array.setMap(getFileOffset() + head);
         unsigned char first[4];
         QtTableBody::read(*this, buffer, head, 4, first);
@@ -352,9 +356,13 @@ void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, u
         m_array.elementAt(0, nullptr);
         return;
     }
+    decodeInMemory(buffer, count);
+}
+
+void QtAtomSampleSync::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
     if (count == 0) return;
     std::vector<unsigned char> raw(static_cast<size_t>(count) * 4);
-    QtTableBody::read(*this, buffer, head, count * 4, raw.data());
+    QtTableBody::read(*this, buffer, getFixedSize(), count * 4, raw.data());
     setKeyBase(isZeroBased(QtTableBody::bigEndian32(raw.data())) ? 0 : 1);
     // As on the disk-backed path, a stored 0 after entry 0 stays 0 (a damaged entry, never turned
     // into -1); entry 0 is taken as it comes, so that it encodes back to the same bytes.
@@ -447,7 +455,7 @@ void QtAtomSampleSync::setCapacity(unsigned long nSamples, unsigned int keyInter
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(entries)), "setCapacity", QT_UTIL_FILE, 6726);
     if (entries > kInMemoryEntries && !m_array.isVirtual())
         logIfFalse(makeDiskBacked(), "setCapacity", QT_UTIL_FILE, 6731);
-    else
+    else if (!m_array.isVirtual())  // a disk-backed array reports its own cache changes
         adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
 }
 
@@ -484,7 +492,7 @@ QtAtomSampleSize const* QtAtomSampleSync::getStszSlow() const {
 
 unsigned int QtAtomSampleSync::getStblLastSample() const {
     QtAtomSampleSize const* stsz = getStsz();
-    return stsz ? stsz->getNumEntries() : 0;
+    return stsz ? stsz->getSampleCount() : 0;
 }
 
 unsigned int QtAtomSampleSync::getKey(unsigned int index, FileIoClientRec* agent) const {

@@ -24,6 +24,7 @@
 #include "framework/AtomicCounter.h"
 #include "framework/AutoReleasePtr.h"
 #include "framework/Bitset.h"
+#include "framework/BridgeAnchor.h"
 #include "framework/DLinkedList.h"
 #include "framework/FixedPoint.h"
 #include "framework/SorvanPosix.h"
@@ -201,7 +202,8 @@ public:
     using BaseQtAtom::decode;
     bool decode(QtAtomBuffer& buffer) override;
     bool encode(QtAtomBuffer& buffer) const override;
-    bool hasUntouchedData() const override { return !hasVirtualTable(); }
+    // True while the entries live in the file: writers take them from there.
+    bool hasUntouchedData() const override { return hasVirtualTable(); }
     bool needsAllData() const override;
     unsigned int getFixedSize() const override;
     unsigned long getVariableSize() const override;
@@ -244,6 +246,7 @@ private:
     void setSamplesPerEntry(unsigned long lastSample, unsigned int entries, char const* countLabel) const;
     bool makeDiskBacked() const;
     void decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity);
+    void decodeInMemory(QtAtomBuffer& buffer, unsigned int count);
     bool isZeroBased(unsigned int firstRaw) const;
     QtAtomSampleSize const* getStsz() const;
     QtAtomSampleSize const* getStszSlow() const;
@@ -251,6 +254,7 @@ private:
     bool lookupBinary(unsigned long frame, unsigned int cursor, unsigned int k, unsigned int n,
                       FileIoClientRec* agent, LookupView& view) const;
 
+    BridgeAnchor m_cacheAnchor;  // declared before the array, which reports its cache through it
     QtVersionAndFlags m_versionAndFlags;
     mutable std::atomic<unsigned int> m_cursor{0};            // hint: entry last examined
     mutable std::atomic<unsigned int> m_lastSample{0};        // highest key frame (0-based)
