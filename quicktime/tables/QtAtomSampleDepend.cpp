@@ -106,7 +106,8 @@ unsigned char QtAtomSampleDepend::getSampleDepend(unsigned long sample, FileIoCl
 bool QtAtomSampleDepend::addSamples(unsigned long sample, unsigned char value) const {
     if (sample + 1 > kMaxUint32) return false;
     QtAtomSampleDepend* self = write();
-    if (sample < m_array.getVirtualSize()) return self->m_array.setElementAt(static_cast<unsigned int>(sample), value, nullptr);
+    if (sample < m_array.getVirtualSize())
+        return self->m_array.setElementAt(static_cast<unsigned int>(sample), value, nullptr);
     m_sizeNeeded = static_cast<unsigned int>(sample + 1);
     return addMovieResizeNeeded(QtResizeReq::Samples);
 }
@@ -122,7 +123,8 @@ void QtAtomSampleDepend::setCapacity(unsigned long n) const {
         m_array.setMap(getFileOffset() + getFixedSize());
         logIfFalse(setBackingStore(m_array), "setCapacity", QT_UTIL_FILE, 8245);
     } else if (!m_array.isVirtual()) {  // a disk-backed array reports its own cache changes
-        adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
+        adjustCache(TableBytes,
+                    static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
     }
     m_sizeNeeded = 0;
 }
@@ -142,7 +144,8 @@ void QtAtomSampleDepend::show() const {
     int indent = static_cast<int>(numGeneration()) * 2 + 2;
     unsigned int count = getNumEntries();
     long capacity = getSize() > kHeadSize ? static_cast<long>(getSize() - kHeadSize) : 0;
-    std::string text = FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
+    std::string text =
+        FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
     if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
     for (unsigned int i = 0; i < count; ++i) {
         if (!verbose && count >= 6 && i == 3) {

@@ -18,7 +18,7 @@
 class QtAtomSampleSize;
 
 class QtAtomSampleDepend : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kSdtpId = qtId("sdtp");
     // Bytes from the start of the atom to entry 0: header and version/flags.
     static constexpr unsigned int kHeadSize = 12;
@@ -59,7 +59,7 @@ public:
     QtVersionAndFlags const& getVersionAndFlags() const { return m_versionAndFlags; }
     VirtualArray<unsigned char> const& getArray() const { return m_array; }
 
-private:
+  private:
     QtAtomSampleSize const* getStsz() const;
     QtAtomSampleSize const* getStszSlow() const;
 

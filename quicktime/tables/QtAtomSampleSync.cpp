@@ -76,8 +76,9 @@ void QtAtomSampleSync::KeySet::release() {
 
 AutoPtr<char> QtAtomSampleSync::KeySet::toString() const {
     char text[256];
-    snprintf(text, sizeof text, "keyset(%p,@unit %d,a=%p,ref=%d)[%u]={%u..%u}", static_cast<void const*>(this),
-             m_unit, static_cast<void*>(m_agent), getRefCOunt(), size(), getAryIdx0(), getAryIdxN());
+    snprintf(text, sizeof text, "keyset(%p,@unit %d,a=%p,ref=%d)[%u]={%u..%u}",
+             static_cast<void const*>(this), m_unit, static_cast<void*>(m_agent), getRefCOunt(), size(),
+             getAryIdx0(), getAryIdxN());
     return copyText(text);
 }
 
@@ -278,10 +279,14 @@ void QtAtomSampleSync::setKeyBase(unsigned int base) {
 
 unsigned int QtAtomSampleSync::getFixedSize() const { return BaseQtAtom::getFixedSize() + 8; }
 
-bool QtAtomSampleSync::needsAllData() const { return getSize() < getFixedSize() + (kInMemoryEntries + 1) * 4; }
+bool QtAtomSampleSync::needsAllData() const {
+    return getSize() < getFixedSize() + (kInMemoryEntries + 1) * 4;
+}
 
 // The entries' bytes in the file: every allocated slot, used or reserved.
-unsigned long QtAtomSampleSync::getVariableSize() const { return static_cast<unsigned long>(m_array.getAllocatedSize()) * 4; }
+unsigned long QtAtomSampleSync::getVariableSize() const {
+    return static_cast<unsigned long>(m_array.getAllocatedSize()) * 4;
+}
 
 bool QtAtomSampleSync::hasVirtualTable() const { return m_array.isVirtual(); }
 
@@ -308,8 +313,8 @@ void QtAtomSampleSync::setSamplesPerEntry(unsigned long lastSample, unsigned int
                                           char const* countLabel) const {
     FixedPoint<16u> perEntry = FixedPoint<16u>(lastSample + 1) / FixedPoint<16u>(entries);
     if (perEntry < FixedPoint<16u>(1u)) {
-        warningMsg("%s: invalid samplesPerEntry %s, lastSample=%d, %s=%d\n", getMoviePath(), perEntry.toString().get(),
-                   static_cast<int>(lastSample), countLabel, entries);
+        warningMsg("%s: invalid samplesPerEntry %s, lastSample=%d, %s=%d\n", getMoviePath(),
+                   perEntry.toString().get(), static_cast<int>(lastSample), countLabel, entries);
         perEntry = FixedPoint<16u>(1u);
     }
     m_samplesPerEntry.store(perEntry.raw(), std::memory_order_relaxed);
@@ -375,7 +380,9 @@ void QtAtomSampleSync::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) 
 
 // Only an 'stss' can be stored 0-based (its first key is then frame 0 written as 0); an 'stps' is
 // always 1-based.
-bool QtAtomSampleSync::isZeroBased(unsigned int firstRaw) const { return getId() == kStssId && firstRaw == 0; }
+bool QtAtomSampleSync::isZeroBased(unsigned int firstRaw) const {
+    return getId() == kStssId && firstRaw == 0;
+}
 
 void QtAtomSampleSync::reportTrailingZeros() const {
     unsigned int count = size();
@@ -399,7 +406,8 @@ void QtAtomSampleSync::calcLastSample() const {
         ++zeros;
     }
     // Each trailing zero is taken as one more frame after the last real key.
-    m_lastSample.store(static_cast<unsigned int>(std::min(last + zeros, kMaxUint32)), std::memory_order_release);
+    m_lastSample.store(static_cast<unsigned int>(std::min(last + zeros, kMaxUint32)),
+                       std::memory_order_release);
     if (quicktimeDbg.on(QtDbgAtomErrors))
         debugMsg("%s stsc: last %d of %d entries are zero\n", getMoviePath(), zeros, count);
 }
@@ -449,14 +457,16 @@ void QtAtomSampleSync::setCapacity(unsigned long nSamples, unsigned int keyInter
     }
     entries = std::min(std::max(entries, static_cast<unsigned long>(active)), kMaxUint32);
     if (quicktimeDbg.on(QtDbgResize1))
-        debugMsg("%s::setCap(%ld)-->%d entries @{sz+head}={%d+%d}=%d\n", getAtomPath().get(), static_cast<long>(n),
-                 static_cast<int>(entries), active, m_array.getHeadroom(), m_array.getAllocatedSize());
+        debugMsg("%s::setCap(%ld)-->%d entries @{sz+head}={%d+%d}=%d\n", getAtomPath().get(),
+                 static_cast<long>(n), static_cast<int>(entries), active, m_array.getHeadroom(),
+                 m_array.getAllocatedSize());
     long before = static_cast<long>(m_array.getStorageByteCount());
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(entries)), "setCapacity", QT_UTIL_FILE, 6726);
     if (entries > kInMemoryEntries && !m_array.isVirtual())
         logIfFalse(makeDiskBacked(), "setCapacity", QT_UTIL_FILE, 6731);
     else if (!m_array.isVirtual())  // a disk-backed array reports its own cache changes
-        adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
+        adjustCache(TableBytes,
+                    static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
 }
 
 bool QtAtomSampleSync::appendKey(unsigned long frame) const {
@@ -548,7 +558,8 @@ bool QtAtomSampleSync::isKey(unsigned long frame, FileIoClientRec* agent) const 
         if (k < frame) return false;
     }
     // Guess from the mean distance between keys.
-    unsigned long guess = std::min<unsigned long>((FixedPoint<16u>(frame) / getSamplesPerEntry()).uintValue(), n - 1);
+    unsigned long guess =
+        std::min<unsigned long>((FixedPoint<16u>(frame) / getSamplesPerEntry()).uintValue(), n - 1);
     if (cursor >= guess && k < frame) guess = std::min<unsigned long>(cursor + 1ul, n - 1);
     cursor = static_cast<unsigned int>(guess);
     k = getKey(cursor, agent);
@@ -683,7 +694,8 @@ void QtAtomSampleSync::show() const {
     int indent = static_cast<int>(numGeneration()) * 2 + 2;
     unsigned int count = size();
     unsigned long capacity = getSize() > kHeadSize ? (getSize() - kHeadSize) / 4 : 0;
-    std::string text = FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
+    std::string text =
+        FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
     if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
     for (unsigned int i = 0; i < count; ++i) {
         if (!verbose && count > 5 && i == 3) {
