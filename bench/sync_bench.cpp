@@ -53,7 +53,8 @@ std::string const& movieFile() {
         for (unsigned int k = 0; k < kKeys; ++k) put32(stss, k * kGop + 1);
         putAtom(stbl, "stsz", stsz);
         putAtom(stbl, "stss", stss);
-        std::vector<unsigned char> movie = nest("moov", nest("trak", nest("mdia", nest("minf", nest("stbl", stbl)))));
+        std::vector<unsigned char> movie =
+            nest("moov", nest("trak", nest("mdia", nest("minf", nest("stbl", stbl)))));
         char name[] = "/tmp/qt_bench_sync_XXXXXX";
         int fd = mkstemp(name);
         if (fd < 0 || write(fd, movie.data(), movie.size()) != static_cast<long>(movie.size())) std::abort();

@@ -11,7 +11,7 @@
 
 template <class T>
 class AutoReleasePtr {
-public:
+  public:
     AutoReleasePtr() = default;
     // Adopts one reference that the caller holds on p.
     explicit AutoReleasePtr(T* p) : m_ptr(p) {}
@@ -38,6 +38,6 @@ public:
     // Gives up the reference without releasing it; the caller now holds it.
     T* detach() { return std::exchange(m_ptr, nullptr); }
 
-private:
+  private:
     T* m_ptr = nullptr;
 };

@@ -5,9 +5,11 @@
 Bitset::Bitset(unsigned int size, bool fill) {
     reserve(size);
     if (fill) {
-        for (unsigned int w = 0; w < size / kWordBits; ++w) m_words[w].store(~uint64_t(0), std::memory_order_relaxed);
+        for (unsigned int w = 0; w < size / kWordBits; ++w)
+            m_words[w].store(~uint64_t(0), std::memory_order_relaxed);
         if (size % kWordBits)
-            m_words[size / kWordBits].store((uint64_t(1) << (size % kWordBits)) - 1, std::memory_order_relaxed);
+            m_words[size / kWordBits].store((uint64_t(1) << (size % kWordBits)) - 1,
+                                            std::memory_order_relaxed);
     }
     m_size.store(size, std::memory_order_release);
 }
@@ -30,7 +32,8 @@ void Bitset::reserve(unsigned int bits) {
     if (words <= m_wordCount) return;
     std::unique_ptr<std::atomic<uint64_t>[]> grown(new std::atomic<uint64_t>[words]);
     for (unsigned int w = 0; w < words; ++w)
-        grown[w].store(w < m_wordCount ? m_words[w].load(std::memory_order_relaxed) : 0, std::memory_order_relaxed);
+        grown[w].store(w < m_wordCount ? m_words[w].load(std::memory_order_relaxed) : 0,
+                       std::memory_order_relaxed);
     m_words = std::move(grown);
     m_wordCount = words;
 }

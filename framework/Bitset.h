@@ -13,7 +13,7 @@
 #include <memory>
 
 class Bitset {
-public:
+  public:
     // A set of `size` bits, all equal to `fill`; the capacity is `size` rounded up to 64.
     explicit Bitset(unsigned int size = 0, bool fill = false);
     Bitset(Bitset const& other);
@@ -50,7 +50,7 @@ public:
     // Index of the first set bit at or after `from`, or size() when there is none.
     unsigned int findNext(unsigned int from) const;
 
-private:
+  private:
     static constexpr unsigned int kWordBits = 64;
     static unsigned int wordsFor(unsigned int bits) { return (bits + kWordBits - 1) / kWordBits; }
     void reserve(unsigned int bits);

@@ -14,7 +14,7 @@ class DLinkedList;
 
 template <class T>
 class DLinkNode {
-public:
+  public:
     explicit DLinkNode(T* client = nullptr) : m_client(client) {}
     DLinkNode(DLinkNode const&) = delete;
     DLinkNode& operator=(DLinkNode const&) = delete;
@@ -26,7 +26,7 @@ public:
     // On some list (a node belongs to at most one list at a time).
     bool isLinked() const { return m_list != nullptr; }
 
-private:
+  private:
     friend class DLinkedList<T>;
     T* m_client;
     DLinkNode* m_prev = nullptr;
@@ -36,7 +36,7 @@ private:
 
 template <class T>
 class DLinkedList {
-public:
+  public:
     explicit DLinkedList(char const* name) : m_name(name) {}
     DLinkedList(DLinkedList const&) = delete;
     DLinkedList& operator=(DLinkedList const&) = delete;
@@ -91,7 +91,7 @@ public:
         return node->client();
     }
 
-private:
+  private:
     char const* m_name;
     DLinkNode<T>* m_head = nullptr;
     DLinkNode<T>* m_tail = nullptr;

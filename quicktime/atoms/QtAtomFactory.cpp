@@ -41,7 +41,11 @@
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 #include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
 
 namespace {

@@ -161,16 +161,20 @@ QtAtomCompTime::Sparse QtAtomCompTime::DiskIterator::getSparse() const {
 // The atom
 
 QtAtomCompTime::QtAtomCompTime(BaseQtAtom const* parent)
-    : BaseQtAtom(kCttsId, parent, kHeadSize + kInMemoryEntries * kEntrySize), m_array("ctts"),
+    : BaseQtAtom(kCttsId, parent, kHeadSize + kInMemoryEntries * kEntrySize),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_array("ctts"),
       m_diskIterator(m_array, 0, nullptr) {
     m_array.setIoPrep(ioPrep);
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     m_array.setVirtualSize(kInMemoryEntries);
 }
 
 QtAtomCompTime::~QtAtomCompTime() = default;
 
-unsigned int QtAtomCompTime::ioPrep(DiskEntry const* source, DiskEntry* destination, unsigned int count, int) {
+unsigned int QtAtomCompTime::ioPrep(DiskEntry const* source, DiskEntry* destination, unsigned int count,
+                                    int) {
     for (unsigned int i = 0; i < count; ++i) {
         unsigned int n = __builtin_bswap32(source[i].count);
         int offset = static_cast<int>(__builtin_bswap32(static_cast<unsigned int>(source[i].offset)));
@@ -218,9 +222,9 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     } else {
         unsigned long slots = std::min(room / kEntrySize, kMaxUint32);
         logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(slots)), "decode", QT_UTIL_FILE, 6032);
-        if (slots > kInMemoryEntries) {
-            // The file already holds the entries at their place: backed first, then mapped.
-            logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036);
+        // The file already holds the entries at their place: backed first, then mapped. A table
+        // whose file is out of reach is held in memory instead, as far as the buffer holds it.
+        if (slots > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036)) {
             m_array.setMap(getFileOffset() + head);
             m_array.elementAt(0, nullptr);
         } else {
@@ -246,7 +250,8 @@ void QtAtomCompTime::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
 
 void QtAtomCompTime::reportTrailingZeros() const {
     unsigned int count = getNumEntries();
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || count < 2 || m_array.elementAt(count - 1, nullptr).count != 0) return;
+    if (!quicktimeDbg.on(QtDbgAtomErrors) || count < 2 || m_array.elementAt(count - 1, nullptr).count != 0)
+        return;
     unsigned int scanned = 0, zeros = 0;
     for (unsigned int i = count; i > 0 && scanned < 256; --i, ++scanned)
         if (m_array.elementAt(i - 1, nullptr).count == 0) ++zeros;
@@ -290,21 +295,25 @@ void QtAtomCompTime::setCapacity(unsigned long nSamples) const {
     unsigned int count = getNumEntries();
     unsigned long entries = n;
     if (count != 0) {
-        FixedPoint<16u> rate = FixedPoint<16u>(count) / FixedPoint<16u>(static_cast<unsigned long>(m_lastRecordedSample) + 1);
+        FixedPoint<16u> rate =
+            FixedPoint<16u>(count) / FixedPoint<16u>(static_cast<unsigned long>(m_lastRecordedSample) + 1);
         // Too few samples seen to trust the rate, or a rate that may still climb: plan for 2/3.
-        if (m_lastRecordedSample <= 99 || (longGopRate0() < rate && rate < longGopRate1())) rate = longGopRate1();
+        if (m_lastRecordedSample <= 99 || (longGopRate0() < rate && rate < longGopRate1()))
+            rate = longGopRate1();
         entries = (rate * FixedPoint<16u>(n)).round().uintValue();
     }
     entries = std::min(std::max(entries, static_cast<unsigned long>(m_array.getVirtualSize())), kMaxUint32);
     if (quicktimeDbg.on(QtDbgResize1))
-        debugMsg("%s::setCap(%ld)-->%d entries @cap=%d, head=%d, n=%d\n", getAtomPath().get(), static_cast<long>(n),
-                 static_cast<int>(entries), m_array.getVirtualSize(), getHeadroom(), count);
+        debugMsg("%s::setCap(%ld)-->%d entries @cap=%d, head=%d, n=%d\n", getAtomPath().get(),
+                 static_cast<long>(n), static_cast<int>(entries), m_array.getVirtualSize(), getHeadroom(),
+                 count);
     long before = static_cast<long>(m_array.getStorageByteCount());
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(entries)), "setCapacity", QT_UTIL_FILE, 5265);
     if (entries > kInMemoryEntries && !m_array.isVirtual())
         logIfFalse(makeDiskBacked(), "setCapacity", QT_UTIL_FILE, 5269);
-    else
-        adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
+    else if (!m_array.isVirtual())  // a disk-backed array reports its own cache changes
+        adjustCache(TableBytes,
+                    static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
 }
 
 bool QtAtomCompTime::addDiskEntry(DiskEntry& entry, unsigned int index) const {
@@ -336,7 +345,8 @@ bool QtAtomCompTime::badDiskEntry(unsigned int index, DiskEntry& entry) const {
     unsigned int first = m_firstBadEntry.load(std::memory_order_relaxed);
     while (index < first) {
         if (m_firstBadEntry.compare_exchange_weak(first, index, std::memory_order_relaxed)) {
-            errorMsg("ctts[%d of %d].cnt=0,%s\n", index, static_cast<int>(getNumEntries()) - 1, describeArray().get());
+            errorMsg("ctts[%d of %d].cnt=0,%s\n", index, static_cast<int>(getNumEntries()) - 1,
+                     describeArray().get());
             break;
         }
     }
@@ -415,7 +425,9 @@ BaseQtAtom const* QtAtomCompTime::getCslg() const {
     BaseQtAtom const* cslg = m_cslg.load(std::memory_order_relaxed);
     return cslg ? cslg : getCslgSlow();
 }
-BaseQtAtom const* QtAtomCompTime::getCslgSlow() const { return cacheFound(m_cslg, findSibling(qtId("cslg"), 0)); }
+BaseQtAtom const* QtAtomCompTime::getCslgSlow() const {
+    return cacheFound(m_cslg, findSibling(qtId("cslg"), 0));
+}
 
 QtAtomSampleDepend const* QtAtomCompTime::getSdtp() const {
     QtAtomSampleDepend const* sdtp = m_sdtp.load(std::memory_order_relaxed);
@@ -443,7 +455,8 @@ void QtAtomCompTime::show() const {
     int indent = static_cast<int>(numGeneration()) * 2 + 2;
     unsigned int count = getNumEntries();
     long capacity = getSize() > kHeadSize ? static_cast<long>((getSize() - kHeadSize) / kEntrySize) : 0;
-    std::string text = FormatStr("%s,cap=%d,cnt/off[%d]={", toString().get(), static_cast<int>(capacity), count).get();
+    std::string text =
+        FormatStr("%s,cap=%d,cnt/off[%d]={", toString().get(), static_cast<int>(capacity), count).get();
     if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
     bool badInGroup = false;
     unsigned long firstSample = 0;

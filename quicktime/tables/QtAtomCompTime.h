@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
@@ -31,7 +32,7 @@ class QtAtomSampleSync;
 class QtAtomSampleTime;
 
 class QtAtomCompTime : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kCttsId = qtId("ctts");
     // Bytes from the start of the atom to entry 0: header, version/flags, entry count.
     static constexpr unsigned int kHeadSize = 16;
@@ -79,7 +80,7 @@ public:
     // One anchor per unit of 256 samples (slot = sample >> 8), filled by the walks over the table.
     // Slots never reached are invalid. All access is under the array's own mutex.
     class SparseArray {
-    public:
+      public:
         unsigned int size() const;
         // The slot's anchor (invalid past the end).
         Sparse get(unsigned int slot) const;
@@ -92,7 +93,7 @@ public:
         // Stores the iterator's anchor in the slot of its unit.
         void update(DiskIterator const& iterator);
 
-    private:
+      private:
         mutable std::mutex m_mutex;
         std::vector<Sparse> m_slots;  // guarded by m_mutex
     };
@@ -113,14 +114,14 @@ public:
         uint32_t interval = 0;  // samples between two slots
         std::unique_ptr<Sparse[]> slots;
 
-    private:
+      private:
         unsigned int m_allocated = 0;
     };
 
     // A cursor over the runs, one sample at a time. It reads the entries through its agent and adds
     // its composition shift to every offset it interprets.
     class DiskIterator {
-    public:
+      public:
         DiskIterator(VirtualArray<DiskEntry> const& array, unsigned int shift, FileIoClientRec* agent);
 
         // Stands on the anchor's entry, position and sample.
@@ -148,8 +149,10 @@ public:
         unsigned int getAnchor() const { return m_sample - std::min(m_sample, getDependOff()); }
         Sparse getSparse() const;
 
-    private:
-        bool zeroShifted(DiskEntry const& entry) const { return static_cast<unsigned int>(entry.offset) + m_shift == 0; }
+      private:
+        bool zeroShifted(DiskEntry const& entry) const {
+            return static_cast<unsigned int>(entry.offset) + m_shift == 0;
+        }
 
         VirtualArray<DiskEntry> const& m_array;
         FileIoClientRec* m_agent;
@@ -164,13 +167,17 @@ public:
     ~QtAtomCompTime() override;
 
     // Byte-swaps both words of every entry; the same in both directions.
-    static unsigned int ioPrep(DiskEntry const* source, DiskEntry* destination, unsigned int count, int direction);
+    static unsigned int ioPrep(DiskEntry const* source, DiskEntry* destination, unsigned int count,
+                               int direction);
 
     using BaseQtAtom::decode;
     bool decode(QtAtomBuffer& buffer) override;
     bool encode(QtAtomBuffer& buffer) const override;
-    bool hasUntouchedData() const override { return !hasVirtualTable(); }
-    bool needsAllData() const override { return getSize() < getFixedSize() + (kInMemoryEntries + 1) * kEntrySize; }
+    // True while the runs live in the file: writers take them from there.
+    bool hasUntouchedData() const override { return hasVirtualTable(); }
+    bool needsAllData() const override {
+        return getSize() < getFixedSize() + (kInMemoryEntries + 1) * kEntrySize;
+    }
     unsigned int getFixedSize() const override { return BaseQtAtom::getFixedSize() + 8; }
     unsigned long getVariableSize() const override;
     bool hasVirtualTable() const override { return m_array.isVirtual(); }
@@ -184,7 +191,9 @@ public:
 
     unsigned int getNumEntries() const { return m_nEntries.load(std::memory_order_acquire); }
     unsigned int getHeadroom() const;
-    DiskEntry getEntry(unsigned int index, FileIoClientRec* agent) const { return m_array.elementAt(index, agent); }
+    DiskEntry getEntry(unsigned int index, FileIoClientRec* agent) const {
+        return m_array.elementAt(index, agent);
+    }
     VirtualArray<DiskEntry> const& getArray() const { return m_array; }
     QtVersionAndFlags const& getVersionAndFlags() const { return m_versionAndFlags; }
 
@@ -222,7 +231,7 @@ public:
     // The dominant sample duration of the sibling 'stts'; 1 without one.
     unsigned int getTicksPerSample() const;
 
-private:
+  private:
     QtAtomSampleSync const* getStssSlow() const;
     QtAtomSampleSync const* getStpsSlow() const;
     BaseQtAtom const* getCslgSlow() const;
@@ -232,6 +241,7 @@ private:
     void reportTrailingZeros() const;
     AutoPtr<char> describeArray() const;
 
+    BridgeAnchor m_cacheAnchor;  // declared before the array, which reports its cache through it
     QtVersionAndFlags m_versionAndFlags;
     std::atomic<unsigned int> m_nEntries{0};
     mutable VirtualArray<DiskEntry> m_array;

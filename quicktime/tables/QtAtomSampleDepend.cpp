@@ -13,7 +13,10 @@ constexpr unsigned long kMaxUint32 = 0xFFFFFFFFul;
 }
 
 QtAtomSampleDepend::QtAtomSampleDepend(BaseQtAtom const* parent)
-    : BaseQtAtom(kSdtpId, parent, kHeadSize + kInMemoryEntries), m_array("sdtp") {
+    : BaseQtAtom(kSdtpId, parent, kHeadSize + kInMemoryEntries),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_array("sdtp") {
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     m_array.setVirtualSize(kInMemoryEntries);
 }
@@ -57,13 +60,14 @@ bool QtAtomSampleDepend::decode(QtAtomBuffer& buffer) {
         m_array.setVirtualSize(0);
     } else {
         m_array.setVirtualSize(static_cast<unsigned int>(room));
-        if (room <= kInMemoryEntries) {
+        if (room > kInMemoryEntries && setBackingStore(m_array)) {
+            m_array.setMap(getFileOffset() + head);
+            m_array.elementAt(0, nullptr);
+        } else {
+            // In memory; also a table whose file is out of reach, as far as the buffer holds it.
             unsigned int n = static_cast<unsigned int>(std::min<unsigned long>(room, buffer.nOccupied()));
             for (unsigned int i = 0; i < n; ++i) m_array.setElementAt(i, buffer.ptrData()[i], nullptr);
             m_array.setClean();
-        } else if (setBackingStore(m_array)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
         }
     }
     QtTableBody::removeRest(*this, buffer);
@@ -102,7 +106,8 @@ unsigned char QtAtomSampleDepend::getSampleDepend(unsigned long sample, FileIoCl
 bool QtAtomSampleDepend::addSamples(unsigned long sample, unsigned char value) const {
     if (sample + 1 > kMaxUint32) return false;
     QtAtomSampleDepend* self = write();
-    if (sample < m_array.getVirtualSize()) return self->m_array.setElementAt(static_cast<unsigned int>(sample), value, nullptr);
+    if (sample < m_array.getVirtualSize())
+        return self->m_array.setElementAt(static_cast<unsigned int>(sample), value, nullptr);
     m_sizeNeeded = static_cast<unsigned int>(sample + 1);
     return addMovieResizeNeeded(QtResizeReq::Samples);
 }
@@ -117,8 +122,9 @@ void QtAtomSampleDepend::setCapacity(unsigned long n) const {
     if (n > kInMemoryEntries && !m_array.isVirtual()) {
         m_array.setMap(getFileOffset() + getFixedSize());
         logIfFalse(setBackingStore(m_array), "setCapacity", QT_UTIL_FILE, 8245);
-    } else {
-        adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
+    } else if (!m_array.isVirtual()) {  // a disk-backed array reports its own cache changes
+        adjustCache(TableBytes,
+                    static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
     }
     m_sizeNeeded = 0;
 }
@@ -138,7 +144,8 @@ void QtAtomSampleDepend::show() const {
     int indent = static_cast<int>(numGeneration()) * 2 + 2;
     unsigned int count = getNumEntries();
     long capacity = getSize() > kHeadSize ? static_cast<long>(getSize() - kHeadSize) : 0;
-    std::string text = FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
+    std::string text =
+        FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
     if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
     for (unsigned int i = 0; i < count; ++i) {
         if (!verbose && count >= 6 && i == 3) {

@@ -10,6 +10,7 @@
 
 #include <atomic>
 
+#include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
@@ -17,7 +18,7 @@
 class QtAtomSampleSize;
 
 class QtAtomSampleDepend : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kSdtpId = qtId("sdtp");
     // Bytes from the start of the atom to entry 0: header and version/flags.
     static constexpr unsigned int kHeadSize = 12;
@@ -29,7 +30,8 @@ public:
     using BaseQtAtom::decode;
     bool decode(QtAtomBuffer& buffer) override;
     bool encode(QtAtomBuffer& buffer) const override;
-    bool hasUntouchedData() const override { return !hasVirtualTable(); }
+    // True while the bytes live in the file: writers take them from there.
+    bool hasUntouchedData() const override { return hasVirtualTable(); }
     bool needsAllData() const override { return getSize() < 77; }
     unsigned int getFixedSize() const override { return BaseQtAtom::getFixedSize() + 4; }
     unsigned long getVariableSize() const override { return m_array.getVirtualSize(); }
@@ -57,10 +59,11 @@ public:
     QtVersionAndFlags const& getVersionAndFlags() const { return m_versionAndFlags; }
     VirtualArray<unsigned char> const& getArray() const { return m_array; }
 
-private:
+  private:
     QtAtomSampleSize const* getStsz() const;
     QtAtomSampleSize const* getStszSlow() const;
 
+    BridgeAnchor m_cacheAnchor;  // declared before the array, which reports its cache through it
     QtVersionAndFlags m_versionAndFlags;
     mutable VirtualArray<unsigned char> m_array;
     mutable std::atomic<QtAtomSampleSize const*> m_stsz{nullptr};

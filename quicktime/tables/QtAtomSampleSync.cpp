@@ -76,8 +76,9 @@ void QtAtomSampleSync::KeySet::release() {
 
 AutoPtr<char> QtAtomSampleSync::KeySet::toString() const {
     char text[256];
-    snprintf(text, sizeof text, "keyset(%p,@unit %d,a=%p,ref=%d)[%u]={%u..%u}", static_cast<void const*>(this),
-             m_unit, static_cast<void*>(m_agent), getRefCOunt(), size(), getAryIdx0(), getAryIdxN());
+    snprintf(text, sizeof text, "keyset(%p,@unit %d,a=%p,ref=%d)[%u]={%u..%u}",
+             static_cast<void const*>(this), m_unit, static_cast<void*>(m_agent), getRefCOunt(), size(),
+             getAryIdx0(), getAryIdxN());
     return copyText(text);
 }
 
@@ -259,8 +260,12 @@ void QtAtomSampleSync::KeyIterator::invalidate() {
 // The atom: construction and storage
 
 QtAtomSampleSync::QtAtomSampleSync(BaseQtAtom const* parent, bool oneBased, QtAtomIdType type)
-    : BaseQtAtom(type, parent, kHeadSize + kInMemoryEntries * 4), m_samplesPerEntry(fixedOne()), m_array(type) {
+    : BaseQtAtom(type, parent, kHeadSize + kInMemoryEntries * 4),
+      m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
+      m_samplesPerEntry(fixedOne()),
+      m_array(type) {
     setKeyBase(oneBased ? 1 : 0);
+    m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
     logIfFalse(m_array.setVirtualSize(kInMemoryEntries), "QtAtomSampleSync", QT_UTIL_FILE, 6671);
 }
@@ -274,10 +279,14 @@ void QtAtomSampleSync::setKeyBase(unsigned int base) {
 
 unsigned int QtAtomSampleSync::getFixedSize() const { return BaseQtAtom::getFixedSize() + 8; }
 
-bool QtAtomSampleSync::needsAllData() const { return getSize() < getFixedSize() + (kInMemoryEntries + 1) * 4; }
+bool QtAtomSampleSync::needsAllData() const {
+    return getSize() < getFixedSize() + (kInMemoryEntries + 1) * 4;
+}
 
 // The entries' bytes in the file: every allocated slot, used or reserved.
-unsigned long QtAtomSampleSync::getVariableSize() const { return static_cast<unsigned long>(m_array.getAllocatedSize()) * 4; }
+unsigned long QtAtomSampleSync::getVariableSize() const {
+    return static_cast<unsigned long>(m_array.getAllocatedSize()) * 4;
+}
 
 bool QtAtomSampleSync::hasVirtualTable() const { return m_array.isVirtual(); }
 
@@ -304,8 +313,8 @@ void QtAtomSampleSync::setSamplesPerEntry(unsigned long lastSample, unsigned int
                                           char const* countLabel) const {
     FixedPoint<16u> perEntry = FixedPoint<16u>(lastSample + 1) / FixedPoint<16u>(entries);
     if (perEntry < FixedPoint<16u>(1u)) {
-        warningMsg("%s: invalid samplesPerEntry %s, lastSample=%d, %s=%d\n", getMoviePath(), perEntry.toString().get(),
-                   static_cast<int>(lastSample), countLabel, entries);
+        warningMsg("%s: invalid samplesPerEntry %s, lastSample=%d, %s=%d\n", getMoviePath(),
+                   perEntry.toString().get(), static_cast<int>(lastSample), countLabel, entries);
         perEntry = FixedPoint<16u>(1u);
     }
     m_samplesPerEntry.store(perEntry.raw(), std::memory_order_relaxed);
@@ -342,9 +351,9 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
 
 void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity) {
     unsigned long head = getFixedSize();
-    if (capacity > kInMemoryEntries) {
-        // The file already holds the entries at their place: backed first, then mapped.
-        logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 7113);
+    // The file already holds the entries at their place: backed first, then mapped. A table whose
+    // file is out of reach is held in memory instead, as far as the buffer holds it.
+    if (capacity > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 7113)) {
         m_array.setMap(getFileOffset() + head);
         unsigned char first[4];
         QtTableBody::read(*this, buffer, head, 4, first);
@@ -352,9 +361,13 @@ void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, u
         m_array.elementAt(0, nullptr);
         return;
     }
+    decodeInMemory(buffer, count);
+}
+
+void QtAtomSampleSync::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
     if (count == 0) return;
     std::vector<unsigned char> raw(static_cast<size_t>(count) * 4);
-    QtTableBody::read(*this, buffer, head, count * 4, raw.data());
+    QtTableBody::read(*this, buffer, getFixedSize(), count * 4, raw.data());
     setKeyBase(isZeroBased(QtTableBody::bigEndian32(raw.data())) ? 0 : 1);
     // As on the disk-backed path, a stored 0 after entry 0 stays 0 (a damaged entry, never turned
     // into -1); entry 0 is taken as it comes, so that it encodes back to the same bytes.
@@ -367,7 +380,9 @@ void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, u
 
 // Only an 'stss' can be stored 0-based (its first key is then frame 0 written as 0); an 'stps' is
 // always 1-based.
-bool QtAtomSampleSync::isZeroBased(unsigned int firstRaw) const { return getId() == kStssId && firstRaw == 0; }
+bool QtAtomSampleSync::isZeroBased(unsigned int firstRaw) const {
+    return getId() == kStssId && firstRaw == 0;
+}
 
 void QtAtomSampleSync::reportTrailingZeros() const {
     unsigned int count = size();
@@ -391,7 +406,8 @@ void QtAtomSampleSync::calcLastSample() const {
         ++zeros;
     }
     // Each trailing zero is taken as one more frame after the last real key.
-    m_lastSample.store(static_cast<unsigned int>(std::min(last + zeros, kMaxUint32)), std::memory_order_release);
+    m_lastSample.store(static_cast<unsigned int>(std::min(last + zeros, kMaxUint32)),
+                       std::memory_order_release);
     if (quicktimeDbg.on(QtDbgAtomErrors))
         debugMsg("%s stsc: last %d of %d entries are zero\n", getMoviePath(), zeros, count);
 }
@@ -441,14 +457,16 @@ void QtAtomSampleSync::setCapacity(unsigned long nSamples, unsigned int keyInter
     }
     entries = std::min(std::max(entries, static_cast<unsigned long>(active)), kMaxUint32);
     if (quicktimeDbg.on(QtDbgResize1))
-        debugMsg("%s::setCap(%ld)-->%d entries @{sz+head}={%d+%d}=%d\n", getAtomPath().get(), static_cast<long>(n),
-                 static_cast<int>(entries), active, m_array.getHeadroom(), m_array.getAllocatedSize());
+        debugMsg("%s::setCap(%ld)-->%d entries @{sz+head}={%d+%d}=%d\n", getAtomPath().get(),
+                 static_cast<long>(n), static_cast<int>(entries), active, m_array.getHeadroom(),
+                 m_array.getAllocatedSize());
     long before = static_cast<long>(m_array.getStorageByteCount());
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(entries)), "setCapacity", QT_UTIL_FILE, 6726);
     if (entries > kInMemoryEntries && !m_array.isVirtual())
         logIfFalse(makeDiskBacked(), "setCapacity", QT_UTIL_FILE, 6731);
-    else
-        adjustCache(TableBytes, static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
+    else if (!m_array.isVirtual())  // a disk-backed array reports its own cache changes
+        adjustCache(TableBytes,
+                    static_cast<int32_t>(static_cast<long>(m_array.getStorageByteCount()) - before));
 }
 
 bool QtAtomSampleSync::appendKey(unsigned long frame) const {
@@ -540,7 +558,8 @@ bool QtAtomSampleSync::isKey(unsigned long frame, FileIoClientRec* agent) const 
         if (k < frame) return false;
     }
     // Guess from the mean distance between keys.
-    unsigned long guess = std::min<unsigned long>((FixedPoint<16u>(frame) / getSamplesPerEntry()).uintValue(), n - 1);
+    unsigned long guess =
+        std::min<unsigned long>((FixedPoint<16u>(frame) / getSamplesPerEntry()).uintValue(), n - 1);
     if (cursor >= guess && k < frame) guess = std::min<unsigned long>(cursor + 1ul, n - 1);
     cursor = static_cast<unsigned int>(guess);
     k = getKey(cursor, agent);
@@ -675,7 +694,8 @@ void QtAtomSampleSync::show() const {
     int indent = static_cast<int>(numGeneration()) * 2 + 2;
     unsigned int count = size();
     unsigned long capacity = getSize() > kHeadSize ? (getSize() - kHeadSize) / 4 : 0;
-    std::string text = FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
+    std::string text =
+        FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
     if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
     for (unsigned int i = 0; i < count; ++i) {
         if (!verbose && count > 5 && i == 3) {

@@ -24,6 +24,7 @@
 #include "framework/AtomicCounter.h"
 #include "framework/AutoReleasePtr.h"
 #include "framework/Bitset.h"
+#include "framework/BridgeAnchor.h"
 #include "framework/DLinkedList.h"
 #include "framework/FixedPoint.h"
 #include "framework/SorvanPosix.h"
@@ -35,7 +36,7 @@
 class QtAtomSampleSize;
 
 class QtAtomSampleSync : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kStssId = qtId("stss");
     static constexpr QtAtomIdType kStpsId = qtId("stps");
     // Bytes from the start of the atom to entry 0: header, version/flags, entry count.
@@ -46,7 +47,7 @@ public:
     // The entries with the number of them in use (the active size); the array's virtual size is the
     // allocated size. The active size is written by the owner and read by every reader.
     class SyncArray : public VirtualArray<unsigned int> {
-    public:
+      public:
         explicit SyncArray(QtAtomIdType type);
         ~SyncArray() override;
 
@@ -62,7 +63,7 @@ public:
         unsigned int getAllocatedSize() const { return getVirtualSize(); }
         unsigned int getHeadroom() const;
 
-    private:
+      private:
         char const* m_name;
         std::atomic<unsigned int> m_activeSize{0};
     };
@@ -72,7 +73,7 @@ public:
     // The key frames of one unit (256 frames) as bits: bit i is frame unitToFrame(unit) + i. The
     // size is one past the last key of the unit, so frames after it read as non-keys.
     class KeySet : public Bitset {
-    public:
+      public:
         KeySet(QtFrameSet::Unit unit, FileIoClientRec* agent);
         KeySet(KeySet const&) = delete;
         KeySet& operator=(KeySet const&) = delete;
@@ -84,7 +85,9 @@ public:
         unsigned long getMaxOutFrame() const { return getInFrame() + QtFrameSet::kUnitFrames; }
         bool holds(unsigned long frame) const { return frame >= getInFrame() && frame < getOutFrame(); }
         bool canHold(unsigned long frame) const { return frame >= getInFrame() && frame < getMaxOutFrame(); }
-        bool isKey(unsigned long frame) const { return holds(frame) && get(static_cast<unsigned int>(frame - getInFrame())); }
+        bool isKey(unsigned long frame) const {
+            return holds(frame) && get(static_cast<unsigned int>(frame - getInFrame()));
+        }
 
         // Marks a key frame of this unit (ignored outside it), growing the size to include it.
         void setKey(unsigned long frame);
@@ -108,7 +111,7 @@ public:
         // Prints the set and the frame number of every key in it.
         void dumpSet() const;
 
-    private:
+      private:
         friend class KeyCache;
         ~KeySet() = default;
 
@@ -123,7 +126,7 @@ public:
     // The key sets in use, shared by unit between readers, at most one per agent (its most recent
     // unit). The list holds one reference on every set on it.
     class KeyCache {
-    public:
+      public:
         KeyCache();
         ~KeyCache();
         KeyCache(KeyCache const&) = delete;
@@ -137,7 +140,7 @@ public:
         // Number of sets on the list (for diagnostics and tests).
         size_t count() const;
 
-    private:
+      private:
         // Marks a set that no reader owns any more; compared, never dereferenced.
         FileIoClientRec* orphanAgent() const;
         void retire(KeySet& set);  // m_mutex held
@@ -149,7 +152,7 @@ public:
     // Trace hook of a lookup: the target frame, every entry read, and where the linear ("lin") and
     // binary ("bin") phases start. Does nothing in this build; a tracing build records the path.
     class LookupView {
-    public:
+      public:
         void setTarget(unsigned long) {}
         void add(unsigned int) {}
         void mark(char const*) {}
@@ -158,7 +161,7 @@ public:
     // Walks the table frame by frame: key0 is the entry at the index, key1 the next one, and the
     // frame lies in [key0, key1). Entries are fetched lazily and cached in the flag word.
     class KeyIterator {
-    public:
+      public:
         enum KeyIndex { Key0 = 0, Key1 = 1 };
         enum FlagState : unsigned int { Key0Loaded = 1, Key1Loaded = 2, FrameValid = 8 };
 
@@ -182,7 +185,7 @@ public:
         void invalidate();
         LookupView& view() { return m_view; }
 
-    private:
+      private:
         static unsigned int flagOf(KeyIndex k) { return 1u << k; }
 
         SyncArray const& m_array;
@@ -201,7 +204,8 @@ public:
     using BaseQtAtom::decode;
     bool decode(QtAtomBuffer& buffer) override;
     bool encode(QtAtomBuffer& buffer) const override;
-    bool hasUntouchedData() const override { return !hasVirtualTable(); }
+    // True while the entries live in the file: writers take them from there.
+    bool hasUntouchedData() const override { return hasVirtualTable(); }
     bool needsAllData() const override;
     unsigned int getFixedSize() const override;
     unsigned long getVariableSize() const override;
@@ -232,18 +236,21 @@ public:
     void calcLastSample() const;
 
     unsigned int getLastSample() const { return m_lastSample.load(std::memory_order_acquire); }
-    FixedPoint<16u> getSamplesPerEntry() const { return FixedPoint<16u>(AlreadyFixed{}, m_samplesPerEntry.load(std::memory_order_relaxed)); }
+    FixedPoint<16u> getSamplesPerEntry() const {
+        return FixedPoint<16u>(AlreadyFixed{}, m_samplesPerEntry.load(std::memory_order_relaxed));
+    }
     unsigned int getKeyBase() const { return m_keyBase; }
     unsigned int getHeadroom() const { return m_array.getHeadroom(); }
     QtVersionAndFlags const& getVersionAndFlags() const { return m_versionAndFlags; }
     SyncArray const& getArray() const { return m_array; }
     KeyCache& getKeyCache() const { return m_keyCache; }
 
-private:
+  private:
     void setKeyBase(unsigned int base);
     void setSamplesPerEntry(unsigned long lastSample, unsigned int entries, char const* countLabel) const;
     bool makeDiskBacked() const;
     void decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity);
+    void decodeInMemory(QtAtomBuffer& buffer, unsigned int count);
     bool isZeroBased(unsigned int firstRaw) const;
     QtAtomSampleSize const* getStsz() const;
     QtAtomSampleSize const* getStszSlow() const;
@@ -251,12 +258,13 @@ private:
     bool lookupBinary(unsigned long frame, unsigned int cursor, unsigned int k, unsigned int n,
                       FileIoClientRec* agent, LookupView& view) const;
 
+    BridgeAnchor m_cacheAnchor;  // declared before the array, which reports its cache through it
     QtVersionAndFlags m_versionAndFlags;
-    mutable std::atomic<unsigned int> m_cursor{0};            // hint: entry last examined
-    mutable std::atomic<unsigned int> m_lastSample{0};        // highest key frame (0-based)
-    mutable std::atomic<int64_t> m_samplesPerEntry;           // 16.16 raw; never below 1
+    mutable std::atomic<unsigned int> m_cursor{0};      // hint: entry last examined
+    mutable std::atomic<unsigned int> m_lastSample{0};  // highest key frame (0-based)
+    mutable std::atomic<int64_t> m_samplesPerEntry;     // 16.16 raw; never below 1
     mutable SyncArray m_array;
-    unsigned int m_keyBase = 1;                               // added to every value on disk
+    unsigned int m_keyBase = 1;  // added to every value on disk
     mutable std::atomic<QtAtomSampleSize const*> m_stsz{nullptr};
     mutable KeyCache m_keyCache;
 };

@@ -4,7 +4,7 @@
 #pragma once
 
 class QtFrameSet {
-public:
+  public:
     // A stretch of 256 consecutive frames: unit u holds frames u * 256 up to u * 256 + 255.
     using Unit = unsigned int;
     static constexpr unsigned int kUnitFrames = 256;
@@ -23,9 +23,9 @@ public:
     // The frame lies in this unit.
     bool canHold(unsigned long frame) const { return frame >= getInFrame() && frame < getMaxOutFrame(); }
 
-protected:
+  protected:
     void setUnit(Unit unit) { m_unit = unit; }
 
-private:
+  private:
     Unit m_unit;
 };

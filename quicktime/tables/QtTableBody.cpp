@@ -16,14 +16,16 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
         return true;
     }
     AutoRefPtr<BasicFileIO> file = atom.getRootFp();
-    if (file && file->readAt(atom.getFileOffset() + offsetInAtom, out, n) == static_cast<long>(n)) return true;
+    if (file && file->readAt(atom.getFileOffset() + offsetInAtom, out, n) == static_cast<long>(n))
+        return true;
     memset(out, 0, n);
     return false;
 }
 
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
     unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
-    if (consumed < atom.getSize()) buffer.removeInput(std::min<unsigned long>(atom.getSize() - consumed, buffer.nOccupied()));
+    if (consumed < atom.getSize())
+        buffer.removeInput(std::min<unsigned long>(atom.getSize() - consumed, buffer.nOccupied()));
 }
 
 }  // namespace QtTableBody

@@ -1,8 +1,7 @@
-#include "framework/AutoReleasePtr.h"
-
 #include <gtest/gtest.h>
 
 #include "framework/AtomicCounter.h"
+#include "framework/AutoReleasePtr.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "framework/Bitset.h"
-
 #include <gtest/gtest.h>
 
 #include <thread>
 #include <vector>
+
+#include "framework/Bitset.h"
 
 TEST(Bitset, FillSetsExactlyTheBitsOfTheSize) {
     Bitset full(70, true);
@@ -38,7 +38,7 @@ TEST(Bitset, SetOutsideTheSizeIsIgnoredButSetAndGrowExtendsIt) {
     EXPECT_TRUE(bits.get(10));
     bits.setAndGrow(4);
     EXPECT_EQ(bits.size(), 11u);  // never shrinks
-    bits.setAndGrow(300);          // past the capacity: reallocates and keeps the bits
+    bits.setAndGrow(300);         // past the capacity: reallocates and keeps the bits
     EXPECT_EQ(bits.size(), 301u);
     EXPECT_TRUE(bits.get(4));
     EXPECT_TRUE(bits.get(10));

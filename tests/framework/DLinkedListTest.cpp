@@ -1,8 +1,8 @@
-#include "framework/DLinkedList.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "framework/DLinkedList.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "quicktime/tables/QtAtomCompTime.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,6 +6,7 @@
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomCompTime.h"
 
 using namespace SyncTest;
 using DiskEntry = QtAtomCompTime::DiskEntry;
@@ -51,7 +50,8 @@ TEST_P(CompTimeCorpus, WalkingTheRunsGivesEverySamplesDisplayOffset) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
     ASSERT_TRUE(root);
     for (auto const& [track, rows] : readSampleRows(GetParam())) {
-        auto const* ctts = dynamic_cast<QtAtomCompTime const*>(trackTable(*root, track - 1)->findAtom("ctts", 0));
+        auto const* ctts =
+            dynamic_cast<QtAtomCompTime const*>(trackTable(*root, track - 1)->findAtom("ctts", 0));
         if (!ctts) {
             for (SampleRow const& row : rows) ASSERT_EQ(row.pts, row.dts) << GetParam() << " track " << track;
             continue;
@@ -61,7 +61,8 @@ TEST_P(CompTimeCorpus, WalkingTheRunsGivesEverySamplesDisplayOffset) {
         QtAtomCompTime::SparseArray anchors;
         for (size_t s = 0; s < rows.size(); ++s) {
             ASSERT_EQ(it.getSample(), s);
-            ASSERT_EQ(it.getOffset(), rows[s].pts - rows[s].dts) << GetParam() << " track " << track << " sample " << s;
+            ASSERT_EQ(it.getOffset(), rows[s].pts - rows[s].dts)
+                << GetParam() << " track " << track << " sample " << s;
             if (it.onSparse()) anchors.update(it);
             bool more = it++;
             ASSERT_EQ(more, s + 1 < rows.size()) << "the walk ends with the last sample";
@@ -93,7 +94,8 @@ TEST(QtAtomCompTime, VersionOneTablesKeepTheirNegativeOffsets) {
     ASSERT_NE(ctts, nullptr);
     EXPECT_EQ(ctts->getVersionAndFlags().version, 1u);
     bool negative = false;
-    for (unsigned int i = 0; i < ctts->getNumEntries(); ++i) negative = negative || ctts->getEntry(i, nullptr).offset < 0;
+    for (unsigned int i = 0; i < ctts->getNumEntries(); ++i)
+        negative = negative || ctts->getEntry(i, nullptr).offset < 0;
     EXPECT_TRUE(negative);
 }
 
@@ -146,7 +148,8 @@ TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
     TempFile file;
     MessageCapture capture;
     ScopedDebugFlag flag("quicktimeDbg", "atom errors");
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})}));
     QtAtomCompTime const* table = compTable(*root);
     EXPECT_EQ(table->getNumEntries(), 4u);
     EXPECT_TRUE(capture.contains("ctts: 48b@") && capture.contains("[4]: last 2 of 4 zero")) << capture.all();
@@ -157,7 +160,8 @@ TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
 TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
     TempFile file;
     // I P B B P B B P P: offsets in frames of 1 tick.
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(9), cttsAtom({{1, 1}, {1, 3}, {2, 0}, {1, 3}, {2, 0}, {2, 1}})}));
+    AutoPtr<QtAtomRoot> root = readMovie(
+        file, movieWithTable({stszAtom(9), cttsAtom({{1, 1}, {1, 3}, {2, 0}, {1, 3}, {2, 0}, {2, 1}})}));
     QtAtomCompTime const* ctts = compTable(*root);
     QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
     std::vector<unsigned int> anchors;
@@ -176,7 +180,8 @@ TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
 
 TEST(QtAtomCompTime, IteratorStopsAtARunWithCountZero) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(5), cttsAtom({{2, 1}, {0, 0}, {3, 2}})}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(5), cttsAtom({{2, 1}, {0, 0}, {3, 2}})}));
     QtAtomCompTime const* ctts = compTable(*root);
     QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
     EXPECT_TRUE(it++);
@@ -186,7 +191,8 @@ TEST(QtAtomCompTime, IteratorStopsAtARunWithCountZero) {
 
 TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(3000), cttsAtom(gopRuns(1000, 100))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(3000), cttsAtom(gopRuns(1000, 100))}));
     QtAtomCompTime const* ctts = compTable(*root);
     ASSERT_TRUE(ctts->hasVirtualTable());
     QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
@@ -221,6 +227,7 @@ TEST(QtAtomCompTime, AppendsKeepTwoSlotsFreeAndAskForRoomInstead) {
     DiskEntry more(1, 99);
     EXPECT_FALSE(table.ctts->addDiskEntry(more, 18));  // nEntries = virtual size - 2
     EXPECT_EQ(table.ctts->getNumEntries(), 18u);
+    EXPECT_EQ(table.ctts->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
     DiskEntry longer(5, 17);
     EXPECT_TRUE(table.ctts->addDiskEntry(longer, 17));  // rewriting the last entry is always possible
     EXPECT_EQ(table.ctts->getEntry(17, nullptr), DiskEntry(5, 17));
@@ -241,7 +248,8 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
         }
         table.ctts->setLastRecordedSample(c.lastSample);
         table.ctts->setCapacity(3000);
-        EXPECT_EQ(table.ctts->getArray().getVirtualSize(), c.expected) << c.entries << " of " << c.lastSample + 1;
+        EXPECT_EQ(table.ctts->getArray().getVirtualSize(), c.expected)
+            << c.entries << " of " << c.lastSample + 1;
     }
     GrowingTable empty(1000);
     empty.ctts->setCapacity(100);  // never shrinks
@@ -271,7 +279,7 @@ TEST(QtAtomCompTime, DamagedRunsAreReportedOncePerLowestIndexAndRepairedInTheCop
     table.ctts->badDiskEntry(12, again);  // later than the first: silent
     table.ctts->badDiskEntry(9, again);   // the same: silent
     EXPECT_EQ(capture.count(MsgLevel::Error), 1u);
-    table.ctts->badDiskEntry(3, again);   // earlier: reported
+    table.ctts->badDiskEntry(3, again);  // earlier: reported
     EXPECT_EQ(capture.count(MsgLevel::Error), 2u);
     EXPECT_TRUE(capture.contains("ctts[3 of -1].cnt=0,ctts")) << capture.all();
     EXPECT_EQ(table.ctts->getFirstBadEntry(), 3u);
@@ -282,7 +290,8 @@ TEST(QtAtomCompTime, DamagedRunsAreReportedOncePerLowestIndexAndRepairedInTheCop
 TEST(QtAtomCompTime, SeedKeepsEverySixtyFourthAnchorAndGivesThemBack) {
     GrowingTable table(4);
     QtAtomCompTime::SparseArray& anchors = table.ctts->getSparseArray();
-    for (unsigned int unit = 0; unit < 300; ++unit) anchors.set(unit, Sparse(unit, 1, unit * 256, unit * 256 - (unit > 0)));
+    for (unsigned int unit = 0; unit < 300; ++unit)
+        anchors.set(unit, Sparse(unit, 1, unit * 256, unit * 256 - (unit > 0)));
     anchors.set(192, Sparse());  // one never reached
     MessageCapture capture;
     QtAtomCompTime::SparseSeed seed = table.ctts->getSeed(100000);
@@ -341,6 +350,7 @@ TEST(QtAtomCompTime, FindsItsSiblingTables) {
     EXPECT_EQ(ctts->getStps(), nullptr);
     EXPECT_NE(ctts->getSdtp(), nullptr);
     EXPECT_EQ(ctts->getCslg(), nullptr);
+    EXPECT_EQ(ctts->getTicksPerSample(), 512u);  // 25 fps in a time scale of 12800
     AutoPtr<QtAtomRoot> withShift = QtAtomReader::readFile(testDataPath("h264_negcts_cslg_alis.mov").c_str());
     EXPECT_NE(compTable(*withShift)->getCslg(), nullptr);
 }
@@ -353,12 +363,14 @@ TEST(QtAtomCompTime, ShowMarksGroupsWithDamagedRuns) {
     QtAtomCompTime const* ctts = compTable(*root);
     MessageCapture capture;
     ctts->show();
-    EXPECT_NE(capture.all().find(",cap=10,cnt/off[10]={{1,3},{2,0},{1,3},...,{2,0}}\n"), std::string::npos) << capture.all();
+    EXPECT_NE(capture.all().find(",cap=10,cnt/off[10]={{1,3},{2,0},{1,3},...,{2,0}}\n"), std::string::npos)
+        << capture.all();
     capture.clear();
     ScopedDebugFlag all("quicktimeDbg", "all sizes");
     ctts->show();
     std::string indent(14, ' ');
-    EXPECT_NE(capture.all().find("={\n" + indent + "0:{1,3},{2,0},{1,3},{0,0},{1,3},{2,0},{1,3},{2,0}, <-- bad!!\n" + indent +
+    EXPECT_NE(capture.all().find("={\n" + indent +
+                                 "0:{1,3},{2,0},{1,3},{0,0},{1,3},{2,0},{1,3},{2,0}, <-- bad!!\n" + indent +
                                  "[8]=f10:{1,3},{2,0}}\n"),
               std::string::npos)
         << capture.all();
@@ -374,8 +386,10 @@ TEST(QtAtomCompTime, MovingTheAtomTakesItsRunsAlong) {
     ctts->setSizeAndOffset(QtTreeSize(true, ctts->getSize(), to));
     Bytes moved = readFileBytes(file.path());
     ASSERT_GE(moved.size(), to + ctts->getSize());
-    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16), moved.begin() + static_cast<long>(to + ctts->getSize())),
-              Bytes(bytes.begin() + static_cast<long>(from + 16), bytes.begin() + static_cast<long>(from + ctts->getSize())));
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16),
+                    moved.begin() + static_cast<long>(to + ctts->getSize())),
+              Bytes(bytes.begin() + static_cast<long>(from + 16),
+                    bytes.begin() + static_cast<long>(from + ctts->getSize())));
     EXPECT_EQ(ctts->getEntry(39, nullptr), DiskEntry(2, 0));
     EXPECT_EQ(ctts->getEntry(38, nullptr), DiskEntry(1, 21));
 }

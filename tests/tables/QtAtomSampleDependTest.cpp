@@ -1,11 +1,10 @@
-#include "quicktime/tables/QtAtomSampleDepend.h"
-
 #include <gtest/gtest.h>
 
 #include "SyncTableTestSupport.h"
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
 
 using namespace SyncTest;
 
@@ -92,6 +91,7 @@ TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
     EXPECT_EQ(sdtp->getSampleDepend(3, nullptr), 0x24);
     EXPECT_FALSE(sdtp->addSamples(4, 0x18));
     EXPECT_EQ(sdtp->getSizeNeeded(), 5u);
+    EXPECT_EQ(sdtp->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
     EXPECT_EQ(sdtp->getSampleDepend(4, nullptr), 0);
     EXPECT_FALSE(sdtp->addSamples(0xFFFFFFFFul, 1));
     sdtp->setCapacity(5);
@@ -117,7 +117,8 @@ TEST(QtAtomSampleDepend, EncodesItsBytesWithZeroReserveAndCopiesByteForByte) {
     QtAtomSampleDepend const* sdtp = dependTable(*root);
     QtAtomBuffer buffer(32);
     EXPECT_TRUE(sdtp->encode(buffer));
-    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()), sdtpAtom({0x20, 0x18, 0x08, 0, 0}));
+    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()),
+              sdtpAtom({0x20, 0x18, 0x08, 0, 0}));
     TempFile copy;
     AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
     ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
@@ -132,7 +133,8 @@ TEST(QtAtomSampleDepend, ShowListsTheBytesShortOrInFull) {
     auto byteAt = [&](int i) { return std::to_string(file[13073 + 12 + i]); };
     MessageCapture capture;
     sdtp->show();
-    std::string expected = ",cap=60,dep[60]={" + byteAt(0) + "," + byteAt(1) + "," + byteAt(2) + ",...," + byteAt(59) + "}\n";
+    std::string expected =
+        ",cap=60,dep[60]={" + byteAt(0) + "," + byteAt(1) + "," + byteAt(2) + ",...," + byteAt(59) + "}\n";
     EXPECT_NE(capture.all().find(expected), std::string::npos) << capture.all();
     capture.clear();
     ScopedDebugFlag all("quicktimeDbg", "all sizes");
@@ -152,7 +154,8 @@ TEST(QtAtomSampleDepend, MovingTheAtomTakesItsBytesAlong) {
     sdtp->setSizeAndOffset(QtTreeSize(true, sdtp->getSize(), to));
     Bytes moved = readFileBytes(file.path());
     ASSERT_GE(moved.size(), to + 52);
-    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 12), moved.begin() + static_cast<long>(to + 52)), flags);
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 12), moved.begin() + static_cast<long>(to + 52)),
+              flags);
     FileIoClientRec agent;
     EXPECT_EQ(sdtp->getSampleDepend(39, &agent), 39 * 3);
 }

@@ -1,5 +1,3 @@
-#include "quicktime/tables/QtAtomSampleSync.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +10,7 @@
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
 
 using namespace SyncTest;
 
@@ -40,9 +39,9 @@ std::vector<uint32_t> irregularKeys(unsigned int count, unsigned int maxGap, uns
 
 std::vector<unsigned long> queryOrders(unsigned long frames, unsigned int seed) {
     std::vector<unsigned long> order;
-    for (unsigned long f = 0; f < frames; ++f) order.push_back(f);             // forward
-    for (unsigned long f = frames; f-- > 0;) order.push_back(f);               // backward
-    for (unsigned long f = 0; f < frames; f += 37) order.push_back(f);         // strided
+    for (unsigned long f = 0; f < frames; ++f) order.push_back(f);               // forward
+    for (unsigned long f = frames; f-- > 0;) order.push_back(f);                 // backward
+    for (unsigned long f = 0; f < frames; f += 37) order.push_back(f);           // strided
     std::vector<unsigned long> shuffled(order.begin(), order.begin() + frames);  // random
     std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(seed));
     order.insert(order.end(), shuffled.begin(), shuffled.end());
@@ -69,8 +68,10 @@ TEST_P(SyncCorpus, KeyOfEverySampleMatchesTheExpectationsInAnyOrder) {
         }
         if (!stss) continue;
         for (SampleRow const& row : rows) {
-            AutoReleasePtr<QtAtomSampleSync::KeySet> keys = stss->getKeySet(QtFrameSet::frameToUnit(row.sample), &agent);
-            ASSERT_EQ(keys->isKey(row.sample), row.key) << GetParam() << " track " << track << " sample " << row.sample;
+            AutoReleasePtr<QtAtomSampleSync::KeySet> keys =
+                stss->getKeySet(QtFrameSet::frameToUnit(row.sample), &agent);
+            ASSERT_EQ(keys->isKey(row.sample), row.key)
+                << GetParam() << " track " << track << " sample " << row.sample;
         }
     }
 }
@@ -99,12 +100,14 @@ TEST(QtAtomSampleSync, EmptyTableHasNoKeyFramesEvenPastItsEnd) {
     AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(10), syncAtom("stss", {})}));
     QtAtomSampleSync const* stss = syncTable(*root);
     ASSERT_NE(stss, nullptr);
-    for (unsigned long f : {0ul, 5ul, 10ul, 1000ul, 0x100000000ul}) EXPECT_FALSE(stss->isKey(f, nullptr)) << f;
+    for (unsigned long f : {0ul, 5ul, 10ul, 1000ul, 0x100000000ul})
+        EXPECT_FALSE(stss->isKey(f, nullptr)) << f;
 }
 
 TEST(QtAtomSampleSync, FramesPastTheLastKeyAreKeysOnlyBeyondTheSampleTable) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(120), syncAtom("stss", stored({0, 25, 50, 99}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(120), syncAtom("stss", stored({0, 25, 50, 99}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     ASSERT_NE(stss, nullptr);
     EXPECT_EQ(stss->getLastSample(), 99u);
@@ -166,8 +169,9 @@ TEST(QtAtomSampleSync, TrailingZeroEntriesCountAsFramesAfterTheLastKey) {
 TEST(QtAtomSampleSync, SixteenEntriesStayInMemoryAndSeventeenLiveInTheFile) {
     TempFile file;
     std::vector<uint32_t> keys = irregularKeys(16, 5, 1);
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(200), syncAtom("stss", stored(keys)),
-                                                               syncAtom("stps", stored(irregularKeys(17, 5, 2)))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(200), syncAtom("stss", stored(keys)),
+                                        syncAtom("stps", stored(irregularKeys(17, 5, 2)))}));
     QtAtomSampleSync const* small = syncTable(*root, "stss");
     QtAtomSampleSync const* large = syncTable(*root, "stps");
     ASSERT_TRUE(small && large);
@@ -198,14 +202,15 @@ TEST(QtAtomSampleSync, IsKeyAgreesWithTheKeyListForRegularAndIrregularTables) {
     for (Case const& c : cases) {
         TempFile file;
         unsigned long frames = c.keys.back() + 40;
-        AutoPtr<QtAtomRoot> root =
-            readMovie(file, movieWithTable({stszAtom(static_cast<uint32_t>(frames)), syncAtom("stss", stored(c.keys))}));
+        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(static_cast<uint32_t>(frames)),
+                                                                   syncAtom("stss", stored(c.keys))}));
         QtAtomSampleSync const* stss = syncTable(*root);
         ASSERT_NE(stss, nullptr);
         std::set<uint32_t> model(c.keys.begin(), c.keys.end());
         FileIoClientRec agent;
         for (unsigned long f : queryOrders(frames, 3))
-            ASSERT_EQ(stss->isKey(f, &agent), model.count(static_cast<uint32_t>(f)) == 1) << c.what << " frame " << f;
+            ASSERT_EQ(stss->isKey(f, &agent), model.count(static_cast<uint32_t>(f)) == 1)
+                << c.what << " frame " << f;
     }
 }
 
@@ -234,7 +239,8 @@ TEST(QtAtomSampleSync, SetPutsAnIteratorOnTheEntryWhoseBracketHoldsTheFrame) {
 
 TEST(QtAtomSampleSync, KeyIteratorWalksFramesAndStepsBackToThePreviousKey) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(50), syncAtom("stss", stored({0, 3, 7, 8}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(50), syncAtom("stss", stored({0, 3, 7, 8}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     QtAtomSampleSync::KeyIterator it(stss->getArray(), nullptr);
     EXPECT_TRUE(it.seek(0));
@@ -246,7 +252,7 @@ TEST(QtAtomSampleSync, KeyIteratorWalksFramesAndStepsBackToThePreviousKey) {
         ++it;
     }
     EXPECT_EQ(keysSeen, (std::vector<unsigned int>{0, 3, 7, 8}));  // and stops at the last entry
-    EXPECT_FALSE(it.seek(10));                                    // clamped to the last entry
+    EXPECT_FALSE(it.seek(10));                                     // clamped to the last entry
     EXPECT_EQ(it.getIndex(), 3u);
     EXPECT_EQ(it.frame(), 8u);
     EXPECT_EQ(it--, 8u);  // postfix: the frame before the step
@@ -262,7 +268,8 @@ TEST(QtAtomSampleSync, KeyIteratorWalksFramesAndStepsBackToThePreviousKey) {
 
 TEST(QtAtomSampleSync, DamagedZeroEntryEndsAnIteratorsWalk) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(50), syncAtom("stss", {1, 6, 0, 21})}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(50), syncAtom("stss", {1, 6, 0, 21})}));
     QtAtomSampleSync const* stss = syncTable(*root);
     QtAtomSampleSync::KeyIterator it(stss->getArray(), nullptr);
     it.seek(1);
@@ -302,7 +309,8 @@ TEST(QtAtomSampleSync, KeySetsHoldTheKeysOfTheirUnitAsBits) {
 
 TEST(QtAtomSampleSync, AgentsShareAUnitsSetAndRecycleTheirOwnForAnotherUnit) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored(irregularKeys(40, 40, 3)))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored(irregularKeys(40, 40, 3)))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     FileIoClientRec a, b;
     QtAtomSampleSync::KeySet* shared;
@@ -325,7 +333,8 @@ TEST(QtAtomSampleSync, AgentsShareAUnitsSetAndRecycleTheirOwnForAnotherUnit) {
 
 TEST(QtAtomSampleSync, SetHeldByAnotherReaderIsNotRecycledUnderIt) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 600}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 600}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     FileIoClientRec a, b;
     auto heldByB = stss->getKeySet(1, &a);  // built by A, shared with B
@@ -340,7 +349,8 @@ TEST(QtAtomSampleSync, SetHeldByAnotherReaderIsNotRecycledUnderIt) {
 
 TEST(QtAtomSampleSync, ClosingTheTableForAnAgentReleasesItsSets) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 600}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 600}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     FileIoClientRec a, b;
     stss->getKeySet(0, &a);
@@ -356,7 +366,8 @@ TEST(QtAtomSampleSync, ClosingTheTableForAnAgentReleasesItsSets) {
 
 TEST(QtAtomSampleSync, KeySetPrintoutListsItsFrames) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 300, 600}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 260, 300, 600}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     auto keys = stss->getKeySet(1, nullptr);
     MessageCapture capture;
@@ -382,8 +393,10 @@ TEST(QtAtomSampleSync, AppendedKeysAreFoundByLookupsAndKeySets) {
     EXPECT_EQ(stss->getSamplesPerEntry(), FixedPoint<16u>(9976u) / FixedPoint<16u>(400u));
     EXPECT_TRUE(early->isKey(250));  // the reader's set got the keys without a rebuild
     for (unsigned long f = 0; f < 9976; ++f) ASSERT_EQ(stss->isKey(f, &reader), f % 25 == 0) << f;
-    EXPECT_FALSE(stss->appendKey(10000));  // no room left: nothing stored
+    EXPECT_EQ(stss->movieResizeNeeded(), 0u);
+    EXPECT_FALSE(stss->appendKey(10000));  // no room left: nothing stored, the movie is asked to grow
     EXPECT_EQ(stss->size(), 400u);
+    EXPECT_EQ(stss->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
     EXPECT_TRUE(stss->isDirty());
 }
 
@@ -409,7 +422,8 @@ TEST(QtAtomSampleSync, AppendedKeysReachTheFileAndReadBackAfterReopening) {
 
 TEST(QtAtomSampleSync, CapacityFollowsTheKeyIntervalOrTheKeysSeenAndNeverShrinks) {
     TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), syncAtom("stss", stored({0, 10, 20, 30}))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(0), syncAtom("stss", stored({0, 10, 20, 30}))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     stss->setCapacity(1000, 0);  // ten frames per key so far: (30 + 1) / 4 = 7.75
     EXPECT_EQ(stss->getArray().getAllocatedSize(), 129u);
@@ -425,16 +439,18 @@ TEST(QtAtomSampleSync, ShowPrintsAShortOrAFullList) {
     TempFile file;
     std::vector<uint32_t> keys;
     for (uint32_t f = 0; f < 10; ++f) keys.push_back(f * 10);
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(100), syncAtom("stss", stored(keys))}));
+    AutoPtr<QtAtomRoot> root =
+        readMovie(file, movieWithTable({stszAtom(100), syncAtom("stss", stored(keys))}));
     QtAtomSampleSync const* stss = syncTable(*root);
     MessageCapture capture;
     stss->show();
-    EXPECT_NE(capture.all().find(",cap=10,keyframes[10]={1,11,21,...,91}\n"), std::string::npos) << capture.all();
+    EXPECT_NE(capture.all().find(",cap=10,keyframes[10]={1,11,21,...,91}\n"), std::string::npos)
+        << capture.all();
     capture.clear();
     ScopedDebugFlag all("quicktimeDbg", "all sizes");
     stss->show();
-    EXPECT_NE(capture.all().find("={\n" + std::string(14, ' ') + "0:1,11,21,31,41,51,61,71,\n" + std::string(14, ' ') +
-                                 "8:81,91}\n"),
+    EXPECT_NE(capture.all().find("={\n" + std::string(14, ' ') + "0:1,11,21,31,41,51,61,71,\n" +
+                                 std::string(14, ' ') + "8:81,91}\n"),
               std::string::npos)
         << capture.all();
 }
@@ -465,7 +481,8 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
             QtFrameSet::Unit units = QtFrameSet::frameToUnit(known) - 1;
             QtFrameSet::Unit unit = static_cast<QtFrameSet::Unit>(random() % (units + 1));
             auto keys = stss->getKeySet(unit, &agent);
-            for (unsigned long f = QtFrameSet::unitToFrame(unit); f < QtFrameSet::unitToFrame(unit + 1); f += 7) {
+            for (unsigned long f = QtFrameSet::unitToFrame(unit); f < QtFrameSet::unitToFrame(unit + 1);
+                 f += 7) {
                 wrong += keys->isKey(f) != isKeyFrame(f);
                 wrong += stss->isKey(f, &agent) != isKeyFrame(f);
                 ++checks;
@@ -481,7 +498,7 @@ TEST(QtAtomSampleSync, ReadersWithTheirOwnAgentsAgreeWithTheTableWhileTheRecorde
     for (unsigned long f = 0; f < kFrames; ++f) {
         if (!isKeyFrame(f)) continue;
         ASSERT_TRUE(stss->appendKey(f));
-        recorded.store(f);  // every frame before the last key appended is final
+        recorded.store(f);                           // every frame before the last key appended is final
         if (f % 96 == 0) std::this_thread::yield();  // let the readers in while the table grows
     }
     done.store(true);
@@ -506,8 +523,9 @@ TEST(QtAtomSampleSync, MovingTheAtomTakesItsEntriesAlong) {
     EXPECT_TRUE(capture.contains("stss::set(176b@" + std::to_string(to) + ")")) << capture.all();
     Bytes moved = readFileBytes(file.path());
     ASSERT_GE(moved.size(), to + stss->getSize());
-    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16), moved.begin() + static_cast<long>(to + 176)),
-              Bytes(bytes.begin() + static_cast<long>(from + 16), bytes.begin() + static_cast<long>(from + 176)));
+    EXPECT_EQ(
+        Bytes(moved.begin() + static_cast<long>(to + 16), moved.begin() + static_cast<long>(to + 176)),
+        Bytes(bytes.begin() + static_cast<long>(from + 16), bytes.begin() + static_cast<long>(from + 176)));
     FileIoClientRec agent;
     for (uint32_t k : keys) EXPECT_TRUE(stss->isKey(k, &agent)) << k;
 }

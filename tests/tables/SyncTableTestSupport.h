@@ -98,8 +98,8 @@ inline std::map<unsigned int, std::vector<SampleRow>> readSampleRows(std::string
         std::getline(fields, dts, ',');
         std::getline(fields, pts, ',');
         std::getline(fields, key, ',');
-        SampleRow row{static_cast<unsigned int>(std::stoul(track)), std::stoul(sample), std::stol(dts), std::stol(pts),
-                      key == "1"};
+        SampleRow row{static_cast<unsigned int>(std::stoul(track)), std::stoul(sample), std::stol(dts),
+                      std::stol(pts), key == "1"};
         rows[row.track].push_back(row);
     }
     return rows;
