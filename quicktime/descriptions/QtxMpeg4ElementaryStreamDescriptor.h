@@ -9,8 +9,8 @@
 class Qtx::Mpeg4ElementaryStreamDescriptor : public Qtx::Atom {
 public:
     static constexpr unsigned int kMaxDescriptorLength = 128;
-    // Header, version and flags, and the largest descriptor.
-    static constexpr unsigned int kReservedSize = 12 + kMaxDescriptorLength;
+    // The size an empty one reserves, well above the 51 bytes of the descriptor set() builds.
+    static constexpr unsigned int kReservedSize = 132;
 
     // The empty reservation.
     Mpeg4ElementaryStreamDescriptor();
