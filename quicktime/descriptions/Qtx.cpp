@@ -62,7 +62,8 @@ Qtx::Atom* makeExtension(QtAtomIdType type, unsigned int size) {
 unsigned int encodedSize(Qtx::Atom const& atom) {
     if (!atom.getChild()) return atom.getSize();
     unsigned int size = atom.isRoot() ? 0 : Qtx::Atom::kHeaderSize;
-    for (Qtx::Atom const* child = atom.getChild(); child; child = child->getSibling()) size += encodedSize(*child);
+    for (Qtx::Atom const* child = atom.getChild(); child; child = child->getSibling())
+        size += encodedSize(*child);
     return size;
 }
 
@@ -165,7 +166,8 @@ void Qtx::setPixelAspectInfo(unsigned int hSpacing, unsigned int vSpacing) {
     writeAtom(atom);
 }
 
-void Qtx::setCleanAptInfo(unsigned int widthN, unsigned int widthD, unsigned int heightN, unsigned int heightD) {
+void Qtx::setCleanAptInfo(unsigned int widthN, unsigned int widthD, unsigned int heightN,
+                          unsigned int heightD) {
     auto* atom = new CleanAperture();
     atom->set(widthN, widthD, heightN, heightD);
     writeAtom(atom);

@@ -102,9 +102,11 @@ public:
     // re-encodes the tree into the raw bytes.
     void writeAtom(Atom* atom);
 
-    void setColorInfo(QtAtomIdType type, ColorPrimaries primaries, ColorTransferFunction transfer, ColorMatrix matrix);
+    void setColorInfo(QtAtomIdType type, ColorPrimaries primaries, ColorTransferFunction transfer,
+                      ColorMatrix matrix);
     void setPixelAspectInfo(unsigned int hSpacing, unsigned int vSpacing);
-    void setCleanAptInfo(unsigned int widthN, unsigned int widthD, unsigned int heightN, unsigned int heightD);
+    void setCleanAptInfo(unsigned int widthN, unsigned int widthD, unsigned int heightN,
+                         unsigned int heightD);
     void setFieldInfo(unsigned char fields, FieldDetail detail);
     void setACLR(unsigned int first, unsigned int color);
     void setAPRG(unsigned int first, unsigned int program);

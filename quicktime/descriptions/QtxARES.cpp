@@ -37,7 +37,8 @@ char const* Qtx::ARES::formatName(unsigned int format) {
 
 bool Qtx::ARES::encode(QtAtomBuffer& buffer) {
     encodeHeader(buffer);
-    for (unsigned int word : {m_tag, m_first, m_compressionId, m_width, m_height, m_fields, m_reserved, m_format})
+    for (unsigned int word :
+         {m_tag, m_first, m_compressionId, m_width, m_height, m_fields, m_reserved, m_format})
         BaseQtAtom::encode(buffer, word);
     encodeTrailing(buffer);
     return true;

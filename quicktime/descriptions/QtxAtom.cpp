@@ -87,7 +87,8 @@ bool Qtx::Atom::decode(QtAtomBuffer& buffer, unsigned int size) {
 
 AutoPtr<char> Qtx::Atom::toString() const {
     if (m_isRoot) return copyText("");
-    char const* name = m_type == 0 ? "pad" : QtIdName(m_type).render();
+    QtIdName id(m_type);
+    char const* name = m_type == 0 ? "pad" : id.render();
     if (quicktimeDbg.on(QtDbgAllSizes)) return FormatStr("%s:%db", name, static_cast<int>(getSize()));
     return copyText(name);
 }

@@ -132,7 +132,8 @@ bool Qtx::AvcDecoderInfo::decode(QtAtomBuffer& buffer) {
 
 AutoPtr<char> Qtx::AvcDecoderInfo::toString() const {
     AutoPtr<char> base = Atom::toString();
-    return FormatStr("%s={version=%d, profile=%d, profile_compat=%d, level=%d, nalUnitLengthSize=%d, sps=%db, pps=%db}",
-                     base.get(), m_version, m_profile, m_profileCompatibility, m_level, m_nalUnitLengthSize,
-                     m_spsCount ? m_spsLength : 0, m_ppsCount ? m_ppsLength : 0);
+    return FormatStr(
+        "%s={version=%d, profile=%d, profile_compat=%d, level=%d, nalUnitLengthSize=%d, sps=%db, pps=%db}",
+        base.get(), m_version, m_profile, m_profileCompatibility, m_level, m_nalUnitLengthSize,
+        m_spsCount ? m_spsLength : 0, m_ppsCount ? m_ppsLength : 0);
 }

@@ -20,7 +20,8 @@ public:
     // Stores one SPS and one PPS (each at most 64 bytes); profile, compatibility and level are taken
     // from SPS bytes 1 to 3, and the size becomes spsLength + ppsLength + 19. False, with an error
     // message, for a set that is too big.
-    bool set(unsigned int spsLength, unsigned char const* sps, unsigned int ppsLength, unsigned char const* pps);
+    bool set(unsigned int spsLength, unsigned char const* sps, unsigned int ppsLength,
+             unsigned char const* pps);
 
     // 2 x NAL unit length size + both lengths when both sets are present, else 0.
     unsigned int getAvcSpsPpsLength() const override;

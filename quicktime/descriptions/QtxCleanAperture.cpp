@@ -7,7 +7,8 @@
 
 Qtx::CleanAperture::CleanAperture(unsigned int size) : Atom(qtId("clap"), size) {}
 
-void Qtx::CleanAperture::set(unsigned int widthN, unsigned int widthD, unsigned int heightN, unsigned int heightD) {
+void Qtx::CleanAperture::set(unsigned int widthN, unsigned int widthD, unsigned int heightN,
+                             unsigned int heightD) {
     m_numerator[Width] = widthN;
     m_denominator[Width] = widthD;
     m_numerator[Height] = heightN;
@@ -47,9 +48,9 @@ AutoPtr<char> Qtx::CleanAperture::toString() const {
     text += "={";
     for (int part = 0; part < PartCount; ++part) {
         int numerator = static_cast<int>(m_numerator[part]);
-        AutoPtr<char> value = m_denominator[part] == 1
-                                  ? FormatStr("%s=%d", kNames[part], numerator)
-                                  : FormatStr("%s=%d/%d", kNames[part], numerator, static_cast<int>(m_denominator[part]));
+        AutoPtr<char> value = m_denominator[part] == 1 ? FormatStr("%s=%d", kNames[part], numerator)
+                                                       : FormatStr("%s=%d/%d", kNames[part], numerator,
+                                                                   static_cast<int>(m_denominator[part]));
         text += value.get();
         text += part + 1 < PartCount ? ", " : "}";
     }

@@ -36,6 +36,6 @@ bool Qtx::ColorInfo::decode(QtAtomBuffer& buffer) {
 
 AutoPtr<char> Qtx::ColorInfo::toString() const {
     AutoPtr<char> base = Atom::toString();
-    return FormatStr("%s={ type='%s', primaries=%d, xferFunc=%d, matrix=%d}", base.get(), QtIdName(m_paramType).render(),
-                     m_primaries, m_transfer, m_matrix);
+    return FormatStr("%s={ type='%s', primaries=%d, xferFunc=%d, matrix=%d}", base.get(),
+                     QtIdName(m_paramType).render(), m_primaries, m_transfer, m_matrix);
 }

@@ -10,7 +10,8 @@ public:
     static constexpr unsigned int kBuiltSize = 18;
 
     explicit ColorInfo(unsigned int size = kBuiltSize);
-    void set(QtAtomIdType paramType, unsigned short primaries, unsigned short transfer, unsigned short matrix);
+    void set(QtAtomIdType paramType, unsigned short primaries, unsigned short transfer,
+             unsigned short matrix);
 
     QtAtomIdType getColorParamType() const override { return m_paramType; }
     unsigned short getPrimaries() const override { return m_primaries; }

@@ -36,7 +36,8 @@ unsigned char* putUint32(unsigned char* at, unsigned int value) {
 
 Qtx::Mpeg4ElementaryStreamDescriptor::Mpeg4ElementaryStreamDescriptor() : Atom(qtId("esds"), kReservedSize) {}
 
-Qtx::Mpeg4ElementaryStreamDescriptor::Mpeg4ElementaryStreamDescriptor(unsigned int size) : Atom(qtId("esds"), size) {}
+Qtx::Mpeg4ElementaryStreamDescriptor::Mpeg4ElementaryStreamDescriptor(unsigned int size)
+    : Atom(qtId("esds"), size) {}
 
 unsigned int Qtx::Mpeg4ElementaryStreamDescriptor::frequencyIndex(unsigned int sampleRate) {
     static constexpr unsigned int kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
@@ -51,7 +52,8 @@ unsigned int Qtx::Mpeg4ElementaryStreamDescriptor::channelConfiguration(unsigned
     return channels == 8 ? 7 : 0;
 }
 
-void Qtx::Mpeg4ElementaryStreamDescriptor::set(unsigned int bitRate, unsigned int sampleRate, unsigned int channels) {
+void Qtx::Mpeg4ElementaryStreamDescriptor::set(unsigned int bitRate, unsigned int sampleRate,
+                                               unsigned int channels) {
     unsigned int frequency = frequencyIndex(sampleRate);
     unsigned int channelConfig = channelConfiguration(channels);
     memset(m_descriptor, 0, sizeof m_descriptor);

@@ -7,7 +7,8 @@
 
 namespace {
 
-Bytes aresBody(unsigned int compressionId, unsigned int fields, unsigned int format, unsigned int tailLength) {
+Bytes aresBody(unsigned int compressionId, unsigned int fields, unsigned int format,
+               unsigned int tailLength) {
     Bytes body;
     putFourCC(body, "ARES");
     putFourCC(body, "0001");
@@ -23,7 +24,8 @@ TEST(QtxARES, NamesTheFormatCode) {
     EXPECT_STREQ(Qtx::ARES::formatName(6), "720p");
     AutoPtr<Qtx::Atom> atom = createFrom(atomBytes("ARES", aresBody(1253, 2, 3, 80)));
     ASSERT_TRUE(atom);
-    EXPECT_STREQ(atom->toString().get(), "ARES={cid=1253, width=1440, height=1080, fields=2, format=3 (\?\?\?)}");
+    EXPECT_STREQ(atom->toString().get(),
+                 "ARES={cid=1253, width=1440, height=1080, fields=2, format=3 (\?\?\?)}");
 }
 
 TEST(QtxARES, DerivesTenBitsFromThreeCompressionIds) {

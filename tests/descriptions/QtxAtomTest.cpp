@@ -75,7 +75,8 @@ TEST(QtxCreate, MakesTheClassOfTheTypeAndKeepsUnlistedTypes) {
         bool (*isExpected)(Qtx::Atom*);
     };
     Case cases[] = {
-        {"colr", Bytes{'n', 'c', 'l', 'c', 0, 1, 0, 1, 0, 1}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ColorInfo*>(a); }},
+        {"colr", Bytes{'n', 'c', 'l', 'c', 0, 1, 0, 1, 0, 1},
+         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ColorInfo*>(a); }},
         {"pasp", eightZeros, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::PixelAspectRatio*>(a); }},
         {"clap", zeros(32), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::CleanAperture*>(a); }},
         {"fiel", Bytes{1, 0}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::FieldInfo*>(a); }},
@@ -85,7 +86,8 @@ TEST(QtxCreate, MakesTheClassOfTheTypeAndKeepsUnlistedTypes) {
         {"ACLR", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ACLR*>(a); }},
         {"APRG", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::APRG*>(a); }},
         {"ARES", zeros(112), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ARES*>(a); }},
-        {"esds", zeros(20), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Mpeg4ElementaryStreamDescriptor*>(a); }},
+        {"esds", zeros(20),
+         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Mpeg4ElementaryStreamDescriptor*>(a); }},
         {"chan", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Unknown*>(a); }},
     };
     for (Case const& c : cases) {
@@ -170,11 +172,13 @@ TEST(QtxAtomChildren, RootKeepsWhatItParsedAndReportsATrailingWord) {
 
 TEST(QtxAtomChildren, RefusesGroupsNestedBeyondTheLimit) {
     Bytes nested = frmaBytes("in24");
-    for (unsigned int level = 0; level < Qtx::Atom::kMaxNesting + 4; ++level) nested = atomBytes("wave", nested);
+    for (unsigned int level = 0; level < Qtx::Atom::kMaxNesting + 4; ++level)
+        nested = atomBytes("wave", nested);
     EXPECT_EQ(createFrom(nested).get(), nullptr);
 
     Bytes shallow = frmaBytes("in24");
-    for (unsigned int level = 0; level < Qtx::Atom::kMaxNesting - 1; ++level) shallow = atomBytes("wave", shallow);
+    for (unsigned int level = 0; level < Qtx::Atom::kMaxNesting - 1; ++level)
+        shallow = atomBytes("wave", shallow);
     AutoPtr<Qtx::Atom> atom = createFrom(shallow);
     ASSERT_TRUE(atom);
     EXPECT_EQ(encoded(*atom), shallow);
@@ -188,21 +192,24 @@ TEST(QtxAtomTree, AppendReplaceAndRemoveKeepTheChildOrder) {
     root.appendChild(first);
     root.appendChild(second);
     first->appendSibling(third);  // directly after `first`
-    EXPECT_STREQ(root.treeString().get(), "{fiel={ fields=1, detail=onlyOneField},fiel={ fields=1, detail=onlyOneField},"
-                                          "pasp={hSpacing=0, vSpacing=0}}");
+    EXPECT_STREQ(root.treeString().get(),
+                 "{fiel={ fields=1, detail=onlyOneField},fiel={ fields=1, detail=onlyOneField},"
+                 "pasp={hSpacing=0, vSpacing=0}}");
     EXPECT_EQ(third->getParent(), &root);
 
     auto* colr = new Qtx::ColorInfo();
     root.replaceChild(new Qtx::FieldInfo());  // both 'fiel' go, the new one comes last
     root.appendChild(colr);
-    EXPECT_STREQ(root.treeString().get(), "{pasp={hSpacing=0, vSpacing=0},fiel={ fields=1, detail=onlyOneField},"
-                                          "colr={ type='nclc', primaries=1, xferFunc=1, matrix=1}}");
+    EXPECT_STREQ(root.treeString().get(),
+                 "{pasp={hSpacing=0, vSpacing=0},fiel={ fields=1, detail=onlyOneField},"
+                 "colr={ type='nclc', primaries=1, xferFunc=1, matrix=1}}");
 
     Qtx::Atom* middle = root.findChild(qtId("fiel"));
     middle->removeSelf();
     EXPECT_EQ(middle->getParent(), nullptr);
     EXPECT_EQ(middle->getSibling(), nullptr);
-    EXPECT_STREQ(root.treeString().get(), "{pasp={hSpacing=0, vSpacing=0},colr={ type='nclc', primaries=1, xferFunc=1, matrix=1}}");
+    EXPECT_STREQ(root.treeString().get(),
+                 "{pasp={hSpacing=0, vSpacing=0},colr={ type='nclc', primaries=1, xferFunc=1, matrix=1}}");
     delete middle;
 
     root.getChild()->removeSelf();  // the first child

@@ -43,8 +43,9 @@ TEST(QtxAvcDecoderInfo, ReadsOneSpsAndOnePpsAndWritesThemBack) {
     EXPECT_EQ(avc->getProfileCompatibility(), 0x40);
     EXPECT_EQ(avc->getLevel(), 41);
     EXPECT_EQ(avc->getAvcNalUnitLengthSize(), 4);
-    EXPECT_STREQ(avc->toString().get(),
-                 "avcC={version=1, profile=77, profile_compat=64, level=41, nalUnitLengthSize=4, sps=25b, pps=4b}");
+    EXPECT_STREQ(
+        avc->toString().get(),
+        "avcC={version=1, profile=77, profile_compat=64, level=41, nalUnitLengthSize=4, sps=25b, pps=4b}");
     // The header's profile (100) is replaced by the SPS's, so only that byte differs on rewrite.
     Bytes expected = bytes;
     expected[9] = 77;
@@ -76,13 +77,16 @@ TEST(QtxAvcDecoderInfo, RefusesLengthSizesOtherThanFourWhenReading) {
 TEST(QtxAvcDecoderInfo, RefusesMoreThanOneParameterSetOfEitherKind) {
     MessageCapture messages;
     EXPECT_EQ(createFrom(atomBytes("avcC", avcBody(0xFF, 0xE2, spsOf(8), 1, Bytes{0x68}))).get(), nullptr);
-    EXPECT_TRUE(messages.contains("Error: multiple sequence parameter sets in 'stsd:avcC' atom is not supported\n"));
+    EXPECT_TRUE(
+        messages.contains("Error: multiple sequence parameter sets in 'stsd:avcC' atom is not supported\n"));
     EXPECT_EQ(createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(8), 2, Bytes{0x68}))).get(), nullptr);
-    EXPECT_TRUE(messages.contains("Error: multiple picture parameter sets in 'stsd:avcC' atom is not supported\n"));
+    EXPECT_TRUE(
+        messages.contains("Error: multiple picture parameter sets in 'stsd:avcC' atom is not supported\n"));
 }
 
 TEST(QtxAvcDecoderInfo, AcceptsSetsOf64BytesAndRefuses65) {
-    AutoPtr<Qtx::Atom> largest = createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(64), 1, Bytes(64, 0x68))));
+    AutoPtr<Qtx::Atom> largest =
+        createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(64), 1, Bytes(64, 0x68))));
     ASSERT_TRUE(largest);
     EXPECT_EQ(largest->getSize(), Qtx::AvcDecoderInfo::kReservedSize);
 
@@ -90,7 +94,8 @@ TEST(QtxAvcDecoderInfo, AcceptsSetsOf64BytesAndRefuses65) {
     EXPECT_EQ(createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(65), 1, Bytes{0x68}))).get(), nullptr);
     EXPECT_TRUE(messages.contains(
         "Error: sequence parameter set in 'stsd:avcC' is too big (65 bytes, max supported is 64)\n"));
-    EXPECT_EQ(createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(8), 1, Bytes(65, 0x68)))).get(), nullptr);
+    EXPECT_EQ(createFrom(atomBytes("avcC", avcBody(0xFF, 0xE1, spsOf(8), 1, Bytes(65, 0x68)))).get(),
+              nullptr);
     EXPECT_TRUE(messages.contains(
         "Error: picture parameter set in 'stsd:avcC' is too big (65 bytes, max supported is 64)\n"));
 }
@@ -139,8 +144,9 @@ TEST(QtxAvcDecoderInfo, AnEmptyOneWritesAPlaceholderOfItsReservedSize) {
     EXPECT_EQ(avc.getSize(), 147u);
     EXPECT_EQ(encoded(avc), (Bytes{0, 0, 0, 147, 0, 0, 0, 0}));
     EXPECT_EQ(avc.getAvcSpsPpsLength(), 0u);
-    EXPECT_STREQ(avc.toString().get(),
-                 "avcC={version=1, profile=0, profile_compat=0, level=0, nalUnitLengthSize=4, sps=0b, pps=0b}");
+    EXPECT_STREQ(
+        avc.toString().get(),
+        "avcC={version=1, profile=0, profile_compat=0, level=0, nalUnitLengthSize=4, sps=0b, pps=0b}");
 }
 
 }  // namespace

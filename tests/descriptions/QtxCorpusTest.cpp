@@ -80,8 +80,8 @@ std::vector<ExtensionArea> extensionAreas(std::string const& movie) {
             area->unparsedBytes += static_cast<unsigned int>(std::stoul(match[1]));
         } else if (std::regex_match(text, match, atomLine)) {
             if (area->atoms.empty() && area->unparsedBytes == 0) area->offset = std::stoul(match[3]);
-            area->atoms.push_back({depth, typeFromListing(match[1]), static_cast<unsigned int>(std::stoul(match[2])),
-                                   std::stoul(match[3])});
+            area->atoms.push_back({depth, typeFromListing(match[1]),
+                                   static_cast<unsigned int>(std::stoul(match[2])), std::stoul(match[3])});
         }
         area->length = static_cast<unsigned int>(entryEnd - area->offset);
     }
@@ -181,7 +181,8 @@ TEST_F(QtxCorpus, EveryAreaAndEveryAtomReencodesByteForByte) {
             offset += atom->getSize();
         }
         std::vector<unsigned char> tree = encodeAtom(root);
-        EXPECT_EQ(tree, std::vector<unsigned char>(bytes.begin(), bytes.begin() + static_cast<long>(tree.size())));
+        EXPECT_EQ(tree,
+                  std::vector<unsigned char>(bytes.begin(), bytes.begin() + static_cast<long>(tree.size())));
         EXPECT_EQ(tree.size() + qtx.getPaddingSize(), bytes.size());
     }
 }
@@ -299,7 +300,8 @@ TEST_F(QtxCorpus, DamagedAreasAreReadWithinTheirBytesAndKeptWhole) {
             for (unsigned char value : {0x00, 0x07, 0x80, 0xFF}) {
                 std::vector<unsigned char> changed = bytes;
                 changed[at] = value;
-                QtAtomBuffer buffer(changed.data(), static_cast<unsigned int>(changed.size()), QtAtomBuffer::Full);
+                QtAtomBuffer buffer(changed.data(), static_cast<unsigned int>(changed.size()),
+                                    QtAtomBuffer::Full);
                 MessageCapture quiet;
                 Qtx qtx;
                 qtx.decode(buffer, static_cast<unsigned int>(changed.size()));

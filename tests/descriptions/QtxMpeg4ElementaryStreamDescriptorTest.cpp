@@ -34,8 +34,9 @@ TEST(QtxMpeg4ElementaryStreamDescriptor, CodesRateAndChannelsIntoTheDecoderConfi
 
     struct Rate {
         unsigned int hz, index;
-    } rates[] = {{96000, 0}, {88200, 1}, {64000, 2}, {48000, 3}, {44100, 4}, {32000, 5}, {24000, 6},
-                 {22050, 7}, {16000, 8}, {12000, 9}, {11025, 10}, {8000, 11}, {7350, 12}, {47999, 3}, {0, 3}};
+    } rates[] = {{96000, 0},  {88200, 1}, {64000, 2}, {48000, 3}, {44100, 4},
+                 {32000, 5},  {24000, 6}, {22050, 7}, {16000, 8}, {12000, 9},
+                 {11025, 10}, {8000, 11}, {7350, 12}, {47999, 3}, {0, 3}};
     for (Rate const& rate : rates) EXPECT_EQ(Esds::frequencyIndex(rate.hz), rate.index) << rate.hz;
     unsigned int configurations[] = {0, 1, 2, 3, 4, 5, 6, 0, 7, 0};
     for (unsigned int channels = 0; channels < 10; ++channels)
