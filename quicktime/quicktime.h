@@ -33,3 +33,8 @@
 #include "quicktime/descriptions/QtxPixelAspectRatio.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/refs/QtAliasRecord.h"
+#include "quicktime/refs/QtAtomDataAlias.h"
+#include "quicktime/refs/QtAtomDataRefHdr.h"
+#include "quicktime/refs/QtAtomDataResource.h"
+#include "quicktime/refs/QtParsedPath.h"

@@ -262,11 +262,9 @@ unsigned int BaseQtAtom::countChildren() const {
 }
 
 BaseQtAtom const* BaseQtAtom::findAbove(QtAtomIdType id, unsigned int n) const {
-    BaseQtAtom const* skip = this;
     for (BaseQtAtom const* level = m_parent; level; level = level->m_parent) {
         for (BaseQtAtom const* a = level->m_child; a; a = a->m_sibling)
-            if (a != skip && a->m_id == id && n-- == 0) return a;
-        skip = level;
+            if (a != this && a->m_id == id && n-- == 0) return a;
     }
     return nullptr;
 }

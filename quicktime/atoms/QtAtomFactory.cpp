@@ -14,6 +14,9 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/refs/QtAtomDataAlias.h"
+#include "quicktime/refs/QtAtomDataRefHdr.h"
+#include "quicktime/refs/QtAtomDataResource.h"
 
 namespace {
 
@@ -35,6 +38,9 @@ BaseQtAtom* makeContainer(BaseQtAtom const* prototype, BaseQtAtom const* parent)
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
+BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
+BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
+BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -88,9 +94,9 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("ctts"), makeKeptBytes},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeKeptBytes},
-    {qtId("dref"), makeKeptBytes},
-    {qtId("alis"), makeKeptBytes},
-    {qtId("rsrc"), makeKeptBytes},
+    {qtId("dref"), makeDataRefHdr},
+    {qtId("alis"), makeDataAlias},
+    {qtId("rsrc"), makeDataResource},
 };
 
 Creator findCreator(QtAtomIdType id) {

@@ -12,6 +12,7 @@ bool QtAtomReader::readTree(QtAtomRoot const& root) {
     BasicFileIO* file = root.file();
     if (!file) return false;
     readLevel(*file, &root, 0, root.getSize(), 0);
+    root.setClean();
     return root.getChild() != nullptr;
 }
 

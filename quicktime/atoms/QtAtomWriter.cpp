@@ -24,7 +24,7 @@ bool QtAtomWriter::writeDirty(QtAtomRoot const& root) {
     return writeSubtree(root, nullptr, *file, false);
 }
 
-bool QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
+long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
     // An atom whose body stays on disk is encoded as its fixed part only.
     unsigned int room = atom.hasUntouchedData() ? atom.getFixedSize() : atom.getEncodeSize();
     room = std::max(room, atom.getFixedSize());
@@ -34,10 +34,10 @@ bool QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
     if (!buffer.writeTo(out)) {
         errorMsg("%s: cannot write %s at %ld\n", out.path(), atom.getAtomPath().get(),
                  static_cast<long>(atom.getFileOffset()));
-        return false;
+        return -1;
     }
     atom.setClean();
-    return true;
+    return buffer.nOccupied();
 }
 
 bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything) {
@@ -45,16 +45,10 @@ bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, Bas
     unsigned long end = begin + atom.getSize();
     unsigned long covered = begin;
     bool isRoot = atom.getParent() == nullptr;
-    if (!isRoot) {
-        if (everything || atom.isDirty()) {
-            unsigned int room = atom.hasUntouchedData() ? atom.getFixedSize() : atom.getEncodeSize();
-            covered = begin + std::max(room, atom.getFixedSize());
-            if (!writeAtom(atom, out)) return false;
-            // What the encoding covered: the fixed part for containers and bodies left on disk.
-            if (!atom.getChild() && !atom.hasUntouchedData()) covered = end;
-        } else {
-            covered = begin + (atom.getChild() || atom.hasUntouchedData() ? atom.getFixedSize() : atom.getSize());
-        }
+    if (!isRoot && (everything || atom.isDirty())) {
+        long written = writeAtom(atom, out);
+        if (written < 0) return false;
+        covered = begin + static_cast<unsigned long>(written);
     }
     for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling()) {
         if (!writeSubtree(*child, source, out, everything)) return false;

@@ -17,8 +17,9 @@ public:
     static bool copyTree(QtAtomRoot const& root, BasicFileIO& out);
     // Writes the dirty atoms of the tree back into the root's own file.
     static bool writeDirty(QtAtomRoot const& root);
-    // Writes a single atom's encoded bytes (not its children) at its file offset.
-    static bool writeAtom(BaseQtAtom const& atom, BasicFileIO& out);
+    // Writes a single atom's encoded bytes (not its children) at its file offset and returns how
+    // many bytes that was; -1 when the write failed.
+    static long writeAtom(BaseQtAtom const& atom, BasicFileIO& out);
 
 private:
     static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything);

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtFields.h"
+
+namespace {
+
+std::vector<unsigned char> encoded(QtPascalString const& s) {
+    QtAtomBuffer buffer(300);
+    s.encode(buffer);
+    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd());
+}
+
+}  // namespace
+
+TEST(QtPascalString, FixedStringEncodesItsWholeCapacityZeroPadded) {
+    QtFixedPascalString<32> s("abc");
+    std::vector<unsigned char> bytes = encoded(s);
+    ASSERT_EQ(bytes.size(), 32u);
+    EXPECT_EQ(bytes[0], 3);
+    EXPECT_EQ(std::string(bytes.begin() + 1, bytes.begin() + 4), "abc");
+    for (size_t i = 4; i < 32; ++i) EXPECT_EQ(bytes[i], 0) << i;
+}
+
+TEST(QtPascalString, KeepsAtMost255Characters) {
+    std::string text(300, 'x');
+    QtPascalString s;
+    s.set(text.c_str(), 300);
+    EXPECT_EQ(s.getLength(), 255u);
+    EXPECT_EQ(std::string(s.getString()), std::string(255, 'x'));
+    EXPECT_EQ(s.encodeSize(), 256u);
+}
+
+TEST(QtPascalString, FixedStringDecodeConsumesItsCapacityWhateverTheLength) {
+    unsigned char bytes[40] = {2, 'h', 'i'};
+    bytes[32] = 0xEE;
+    QtAtomBuffer buffer(bytes, sizeof bytes, QtAtomBuffer::Full);
+    QtFixedPascalString<32> s;
+    s.decode(buffer);
+    EXPECT_STREQ(s.getString(), "hi");
+    EXPECT_EQ(buffer.bufferOffset(), 32u);
+    EXPECT_EQ(BaseQtAtom::decodeUint8(buffer), 0xEE);
+}
+
+TEST(QtPascalString, ZeroLengthByteMeasuresUpToTheNextZeroWithinTheBuffer) {
+    unsigned char bytes[] = {0, 'a', 'b', 'c', 0, 'z'};
+    QtAtomBuffer buffer(bytes, sizeof bytes, QtAtomBuffer::Full);
+    QtPascalString s;
+    s.decode(buffer);
+    EXPECT_STREQ(s.getString(), "abc");
+    EXPECT_EQ(buffer.bufferOffset(), 4u);
+
+    unsigned char unterminated[] = {0, 'a', 'b'};
+    QtAtomBuffer short_buffer(unterminated, sizeof unterminated, QtAtomBuffer::Full);
+    QtPascalString t;
+    t.decode(short_buffer);
+    EXPECT_STREQ(t.getString(), "ab");
+    EXPECT_EQ(short_buffer.nOccupied(), 0u);
+}
+
+TEST(QtPascalString, EmptyStringPrintsAngleBrackets) {
+    QtPascalString s;
+    EXPECT_STREQ(s.toString().get(), "<>");
+    EXPECT_EQ(encoded(s), std::vector<unsigned char>{0});
+}
+
+TEST(QtFraction, ReducesAndReplacesAZeroDenominator) {
+    QtFraction a(30000, 0);
+    EXPECT_EQ(a.numerator(), 30000u);
+    EXPECT_EQ(a.denominator(), 1u);
+    QtFraction b(30000, 1001);
+    EXPECT_EQ(b.numerator(), 30000u);
+    EXPECT_EQ(b.denominator(), 1001u);
+    QtFraction c(60, 2);
+    EXPECT_EQ(c.numerator(), 30u);
+    EXPECT_EQ(c.denominator(), 1u);
+    EXPECT_EQ(QtFraction(4, 3).encoded4ByteValue(), 0x00040003u);
+    EXPECT_STREQ(QtFraction(3, 2).toString().get(), "1.5");
+}
+
+TEST(QtVersionAndFlags, SplitsTheWordAndPrints) {
+    QtVersionAndFlags vf(0x01000003u);
+    EXPECT_EQ(vf.version, 1u);
+    EXPECT_EQ(vf.flags, 3u);
+    EXPECT_EQ(vf.word(), 0x01000003u);
+    EXPECT_STREQ(vf.toString().get(), "v1,f=3");
+}
+
+TEST(QtMatrix, DefaultsToIdentityAndRoundTrips) {
+    QtMatrix m;
+    QtAtomBuffer buffer(36);
+    m.encode(buffer);
+    ASSERT_EQ(buffer.nOccupied(), 36u);
+    EXPECT_EQ(buffer.ptrData()[1], 0x01);  // a = 0x00010000
+    EXPECT_EQ(buffer.ptrData()[32], 0x40);  // w = 0x40000000
+    QtMatrix back;
+    back.values[0] = 7;
+    back.decode(buffer);
+    EXPECT_EQ(back, m);
+}
+
+TEST(QtColor, PrintsWithLabelOrRgb) {
+    QtColor c;
+    c.red = 0xFFFF;
+    c.green = 0x10;
+    c.blue = 0;
+    EXPECT_STREQ(c.toString().get(), "rgb=0xffff/10/0");
+    EXPECT_STREQ(c.toString("bg").get(), "bg=0xffff/10/0");
+}
+
+TEST(MacTime, ConvertsBetween1904SecondsAnd1970Microseconds) {
+    EXPECT_EQ(BaseQtAtom::fromMacTime(0), 0);
+    EXPECT_EQ(BaseQtAtom::toMacTime(0), 2082844800u);
+    for (uint32_t t : {2082844800u, 3000000000u, 0xFFFFFFFFu})
+        EXPECT_EQ(BaseQtAtom::toMacTime(BaseQtAtom::fromMacTime(t)), t);
+    EXPECT_EQ(BaseQtAtom::fromMacTime(2082844801u), 1000000);
+    EXPECT_GT(BaseQtAtom::getMacTimeNow(), 3700000000u);  // after 2021
+}
+
+TEST(FieldCodecs, AreBigEndianAndConsumeExactly) {
+    QtAtomBuffer buffer(32);
+    BaseQtAtom::encode(buffer, static_cast<unsigned short>(0x1234));
+    BaseQtAtom::encode(buffer, 0xDEADBEEFu);
+    BaseQtAtom::encode(buffer, 0x0102030405060708ul);
+    BaseQtAtom::encode(buffer, 1.5);
+    BaseQtAtom::encode(buffer, "hey");
+    EXPECT_EQ(buffer.nOccupied(), 2u + 4 + 8 + 8 + 4);
+    EXPECT_EQ(buffer.ptrData()[0], 0x12);
+    EXPECT_EQ(BaseQtAtom::decodeUint16(buffer), 0x1234);
+    EXPECT_EQ(BaseQtAtom::decodeUint32(buffer), 0xDEADBEEFu);
+    EXPECT_EQ(BaseQtAtom::decodeUint64(buffer), 0x0102030405060708ul);
+    EXPECT_EQ(BaseQtAtom::decodeFloat64(buffer), 1.5);
+    char* text = BaseQtAtom::decodeString(buffer, 0);
+    EXPECT_STREQ(text, "hey");
+    delete[] text;
+    EXPECT_EQ(buffer.nOccupied(), 0u);
+    EXPECT_EQ(BaseQtAtom::swap(0x11223344u), 0x44332211u);
+    EXPECT_EQ(BaseQtAtom::swap(0x1122334455667788ul), 0x8877665544332211ul);
+}

@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "../TestSupport.h"
+#include "framework/AutoPtr.h"
+#include "framework/FormatStr.h"
+#include "framework/PathParser.h"
+#include "framework/QtAtomBuffer.h"
+#include "framework/SharedCharPtr.h"
+#include "quicktime/atoms/QtDebug.h"
+
+TEST(QtAtomBuffer, TracksOccupiedBytesAndReadPosition) {
+    unsigned char text[] = "abcdefgh";
+    QtAtomBuffer buffer(text, 8, QtAtomBuffer::Full);
+    EXPECT_EQ(buffer.nOccupied(), 8u);
+    EXPECT_EQ(buffer.bufferOffset(), 0u);
+    buffer.removeInput(4);
+    buffer.prepend(4);
+    EXPECT_EQ(buffer.nOccupied(), 8u);
+    EXPECT_EQ(buffer.ptrData(), text);
+    buffer.setFileOffset(1000);
+    buffer.removeInput(8);
+    EXPECT_EQ(buffer.nOccupied(), 0u);
+    EXPECT_EQ(buffer.fileOffset(), 1008u);
+}
+
+TEST(QtAtomBuffer, NeverConsumesOrGivesBackMoreThanItHas) {
+    unsigned char bytes[4] = {1, 2, 3, 4};
+    QtAtomBuffer buffer(bytes, 4, QtAtomBuffer::Full);
+    buffer.removeInput(100);
+    EXPECT_EQ(buffer.nOccupied(), 0u);
+    EXPECT_EQ(buffer.bufferOffset(), 4u);
+    buffer.prepend(100);
+    EXPECT_EQ(buffer.nOccupied(), 4u);
+    EXPECT_EQ(buffer.bufferOffset(), 0u);
+}
+
+TEST(QtAtomBuffer, AppendWithFillZeroesAndOwnedStorageGrows) {
+    QtAtomBuffer buffer(4);
+    ASSERT_TRUE(buffer.reserveRoom(80));
+    memset(buffer.ptrEnd(), 0xFF, 80);
+    buffer.append(80, true);
+    EXPECT_EQ(buffer.nOccupied(), 80u);
+    for (unsigned i = 0; i < 80; ++i) ASSERT_EQ(buffer.ptrData()[i], 0);
+    unsigned char fixed[2];
+    QtAtomBuffer wrapped(fixed, 2, QtAtomBuffer::Empty);
+    EXPECT_FALSE(wrapped.reserveRoom(3));
+}
+
+TEST(DebuggerOn, SetsFlagsByTableAndName) {
+    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", true));
+    EXPECT_TRUE(quicktimeDbg.on(QtDbgAtomErrors));
+    EXPECT_TRUE(DebuggerOn::get("quicktimeDbg", "atom errors"));
+    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", false));
+    EXPECT_FALSE(quicktimeDbg.on(QtDbgAtomErrors));
+    EXPECT_FALSE(DebuggerOn::set("quicktimeDbg", "no such flag", true));
+    EXPECT_FALSE(DebuggerOn::set("noSuchTable", "atom errors", true));
+    EXPECT_TRUE(DebuggerOn::setFromText("quicktimeLegacyDbg:use stco"));
+    EXPECT_TRUE(quicktimeLegacyDbg.on(QtLegacyUseStco));
+    DebuggerOn::set("quicktimeLegacyDbg", "use stco", false);
+    EXPECT_FALSE(DebuggerOn::setFromText("quicktimeDbg"));
+}
+
+TEST(DebuggerOn, TablesHaveTheirFlagsInBitOrder) {
+    EXPECT_EQ(quicktimeDbg.flagCount(), 32u);
+    EXPECT_STREQ(quicktimeDbg.flagName(0), "all sizes");
+    EXPECT_STREQ(quicktimeDbg.flagName(12), "reservations");
+    EXPECT_STREQ(quicktimeDbg.flagName(19), "atom errors");
+    EXPECT_STREQ(quicktimeDbg.flagName(21), "no file offsets");
+    EXPECT_STREQ(quicktimeDbg.flagName(31), "code page suppress");
+    EXPECT_EQ(quicktimeLegacyDbg.flagCount(), 5u);
+    EXPECT_STREQ(quicktimeLegacyDbg.flagName(4), "ignore display offsets");
+    EXPECT_EQ(mediaObjDbg.findFlag("media cache"), 0);
+}
+
+TEST(Messages, GoToTheInstalledSinkWithTheirLevel) {
+    MessageCapture capture;
+    errorMsg("e%d\n", 1);
+    warningMsg("w\n");
+    infoMsg("i\n");
+    debugMsg("d\n");
+    ASSERT_EQ(capture.messages().size(), 4u);
+    EXPECT_EQ(capture.messages()[0].level, MsgLevel::Error);
+    EXPECT_EQ(capture.messages()[0].text, "e1\n");
+    EXPECT_EQ(capture.messages()[3].level, MsgLevel::Debug);
+    int value = 0;
+    EXPECT_EQ(logIfNull(&value, "f", "quicktimeutil.cpp", 1), &value);
+    EXPECT_EQ(logIfNull<int>(nullptr, "decode", "quicktimeutil.cpp", 42), nullptr);
+    EXPECT_FALSE(logIfFalse(false, "adjustCache", "quicktimeutil.cpp", 9254));
+    EXPECT_TRUE(capture.contains("decode"));
+    EXPECT_TRUE(capture.contains("quicktimeutil.cpp:9254"));
+}
+
+TEST(MsgClamp, LetsABurstThroughAndThenOneInN) {
+    MsgClamp clamp(2, 3);
+    std::vector<bool> allowed;
+    for (int i = 0; i < 8; ++i) allowed.push_back(clamp.allow());
+    EXPECT_EQ(allowed, (std::vector<bool>{true, true, true, false, false, true, false, false}));
+}
+
+TEST(SharedCharPtrSet, RecyclesBuffersAndGrowsThem) {
+    SharedCharPtrSet set;
+    EXPECT_STREQ(set.name(), "SharedCharPtrSet");
+    SharedCharPtr* a = set.alloc(10);
+    EXPECT_GE(a->size(), 10u);
+    a->release();
+    SharedCharPtr* b = set.alloc(100);
+    EXPECT_EQ(a, b);
+    EXPECT_GE(b->size(), 100u);
+    EXPECT_EQ(set.created(), 1u);
+    EXPECT_EQ(set.recycled(), 1u);
+    b->release();
+}
+
+TEST(SharedCharPtrSet, IsSafeAcrossThreads) {
+    SharedCharPtrSet set;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&set] {
+            for (int i = 0; i < 1000; ++i) {
+                SharedCharPtr* p = set.alloc(64);
+                p->get()[0] = 'x';
+                p->release();
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(set.recycled(), 4000u);
+    EXPECT_LE(set.created(), 4u);
+    EXPECT_EQ(set.freeCount(), set.created());
+}
+
+TEST(PathParser, SplitsDirectoryNamePrefixAndExtension) {
+    PathParser p("/media/clips/._take1.mov");
+    EXPECT_STREQ(p.getDirectory(), "/media/clips/");
+    EXPECT_STREQ(p.getName(), "._take1.mov");
+    EXPECT_STREQ(p.getPrefix(), "._take1");
+    EXPECT_STREQ(p.getExtension(), "mov");
+    PathParser bare("._hidden");
+    EXPECT_STREQ(bare.getPrefix(), "._hidden");
+    EXPECT_STREQ(bare.getExtension(), "");
+}
+
+TEST(FormatStr, FormatsIntoAnOwnedString) {
+    AutoPtr<char> text = FormatStr("%s@%ld", "moov", 1234l);
+    EXPECT_STREQ(text.get(), "moov@1234");
+    EXPECT_EQ(copyText(nullptr).get(), nullptr);
+}

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "quicktime/refs/QtParsedPath.h"
+
+namespace {
+
+std::vector<std::string> elems(QtParsedPath const& path) {
+    std::vector<std::string> out;
+    for (unsigned int i = 0; i < path.getElemCount(); ++i) out.push_back(path.getElem(i));
+    return out;
+}
+
+using Elems = std::vector<std::string>;
+
+struct Expected {
+    char const* path;
+    OsEnvType env;
+    char const* root;
+    bool hasDrive;
+    bool relative;
+    Elems elems;
+    char const* rendered;  // getPath under the same convention
+};
+
+}  // namespace
+
+TEST(QtParsedPath, ParsesAndRendersTheSamplePathsUnderEveryConvention) {
+    Expected const cases[] = {
+        {"C:\\dir\\file.mov", OsEnvDrive, "C", true, false, {"dir", "file.mov"}, "C:/dir/file.mov"},
+        {"C:\\dir\\file.mov", OsEnvUnix, "NONAME", false, true, {"C:\\dir\\file.mov"}, "./C:\\dir\\file.mov"},
+        {"C:\\dir\\file.mov",
+         OsEnvMacOSX,
+         "NONAME",
+         false,
+         true,
+         {"C:\\dir\\file.mov"},
+         "./C:\\dir\\file.mov"},
+        {"C:\\dir\\file.mov", OsEnvColon, "C", false, false, {"\\dir\\file.mov"}, "C:\\dir\\file.mov"},
+        {"Media:clips:a.mov",
+         OsEnvDrive,
+         "NONAME",
+         false,
+         true,
+         {"Media:clips:a.mov"},
+         "./Media:clips:a.mov"},
+        {"Media:clips:a.mov", OsEnvUnix, "NONAME", false, true, {"Media:clips:a.mov"}, "./Media:clips:a.mov"},
+        {"Media:clips:a.mov",
+         OsEnvMacOSX,
+         "NONAME",
+         false,
+         true,
+         {"Media:clips:a.mov"},
+         "./Media:clips:a.mov"},
+        {"Media:clips:a.mov", OsEnvColon, "Media", false, false, {"clips", "a.mov"}, "Media:clips:a.mov"},
+        {"a//b", OsEnvDrive, "NONAME", false, true, {"a", "b"}, "./a/b"},
+        {"a//b", OsEnvUnix, "NONAME", false, true, {"a", "b"}, "./a/b"},
+        {"a//b", OsEnvMacOSX, "NONAME", false, true, {"a", "b"}, "./a/b"},
+        {"a//b", OsEnvColon, "a//b", false, false, {}, "a//b"},
+        {"/a/c/clip.mov", OsEnvDrive, "NONAME", false, true, {"a", "c", "clip.mov"}, "./a/c/clip.mov"},
+        {"/a/c/clip.mov", OsEnvUnix, "NONAME", false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
+        {"/a/c/clip.mov", OsEnvMacOSX, "NONAME", false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
+        {"/a/c/clip.mov", OsEnvColon, "/a/c/clip.mov", false, false, {}, "/a/c/clip.mov"},
+    };
+    for (Expected const& e : cases) {
+        SCOPED_TRACE(std::string(e.path) + " under " + std::to_string(e.env));
+        QtParsedPath path(e.path, e.env);
+        EXPECT_STREQ(path.getRoot(), e.root);
+        EXPECT_EQ(path.hasDrive(), e.hasDrive);
+        EXPECT_EQ(path.isRelative(), e.relative);
+        EXPECT_EQ(elems(path), e.elems);
+        EXPECT_STREQ(path.getPath(e.env).get(), e.rendered);
+    }
+}
+
+TEST(QtParsedPath, ServerRootsKeepTheirLeadingSeparators) {
+    QtParsedPath slashes("//server/share/f.mov", OsEnvDrive);
+    EXPECT_STREQ(slashes.getRoot(), "//server");
+    EXPECT_EQ(elems(slashes), (Elems{"share", "f.mov"}));
+    EXPECT_STREQ(slashes.getPath(OsEnvDrive).get(), "//server/share/f.mov");
+
+    QtParsedPath backslashes("\\\\server\\share\\f.mov", OsEnvDrive);
+    EXPECT_STREQ(backslashes.getRoot(), "\\\\server");
+    EXPECT_FALSE(backslashes.isRelative());
+    EXPECT_STREQ(backslashes.getPath(OsEnvDrive).get(), "\\\\server/share/f.mov");
+}
+
+TEST(QtParsedPath, RendersAcrossConventions) {
+    QtParsedPath unix("/a/c/clip.mov", OsEnvUnix);
+    EXPECT_STREQ(unix.getPath(OsEnvColon).get(), "NONAME:a:c:clip.mov");
+    QtParsedPath colon("NONAME:a:c:clip.mov", OsEnvColon);
+    EXPECT_STREQ(colon.getPath(OsEnvUnix).get(), "/a/c/clip.mov");
+    QtParsedPath drive("D:\\x\\y.mov", OsEnvDrive);
+    EXPECT_STREQ(drive.getPath(OsEnvColon).get(), "D:x:y.mov");
+    // A known drive letter stays in front of a slash path rather than being dropped.
+    EXPECT_STREQ(drive.getPath(OsEnvUnix).get(), "D:/x/y.mov");
+}
+
+TEST(QtParsedPath, GetPathCanLeaveOutTrailingElements) {
+    QtParsedPath path("/a/b/c.mov", OsEnvUnix);
+    EXPECT_STREQ(path.getPath(OsEnvUnix, 1).get(), "/a/b");
+    EXPECT_STREQ(path.getPath(OsEnvUnix, 3).get(), "");
+    EXPECT_STREQ(path.getPath(OsEnvUnix, 7).get(), "");
+}
+
+TEST(QtParsedPath, TailTakesTheLastElementsClippedToTheCount) {
+    QtParsedPath path("/a/c/clip.mov", OsEnvUnix);
+    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 2).get(), "/c/clip.mov");
+    EXPECT_STREQ(path.getPathTail(OsEnvColon, 1).get(), ":clip.mov");
+    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 9).get(), "/a/c/clip.mov");
+    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 0).get(), "");
+    EXPECT_STREQ(QtParsedPath("/", OsEnvUnix).getPathTail(OsEnvUnix, 3).get(), "");
+    EXPECT_STREQ(QtParsedPath(nullptr, OsEnvUnix).getPathTail(OsEnvUnix, 1).get(), "");
+}
+
+TEST(QtParsedPath, ElementsDifferingInCaseMatchOnlyWhereTheFileSystemIgnoresCase) {
+    QtParsedPath upper("Clip/x", OsEnvUnix);
+    QtParsedPath lower("clip/y", OsEnvUnix);
+    EXPECT_TRUE(upper.elemEqual(0, lower, OsEnvDrive));
+    EXPECT_TRUE(upper.elemEqual(0, lower, OsEnvColon));
+    EXPECT_FALSE(upper.elemEqual(0, lower, OsEnvUnix));
+    EXPECT_FALSE(upper.elemEqual(0, lower, OsEnvMacOSX));
+    EXPECT_FALSE(upper.elemEqual(1, lower, OsEnvDrive));
+    EXPECT_FALSE(upper.elemEqual(2, lower, OsEnvUnix));  // beyond both
+    EXPECT_FALSE(upper.elemEqual(0, QtParsedPath("Clipx", OsEnvUnix), OsEnvDrive));
+}
+
+TEST(QtParsedPath, NullPathIsEmptyAndUnrooted) {
+    QtParsedPath path(nullptr, OsEnvDrive);
+    EXPECT_STREQ(path.getRoot(), "NONAME");
+    EXPECT_EQ(path.getElemCount(), 0u);
+    EXPECT_FALSE(path.isRelative());
+}
