@@ -13,6 +13,7 @@
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/descriptions/QtAtomSampleDesc.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/refs/QtAtomDataAlias.h"
 #include "quicktime/refs/QtAtomDataRefHdr.h"
@@ -41,6 +42,7 @@ BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new Q
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
+BaseQtAtom* makeSampleDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDesc(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -93,7 +95,7 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("stps"), makeKeptBytes},
     {qtId("ctts"), makeKeptBytes},
     {qtId("cslg"), makeKeptBytes},
-    {qtId("stsd"), makeKeptBytes},
+    {qtId("stsd"), makeSampleDesc},
     {qtId("dref"), makeDataRefHdr},
     {qtId("alis"), makeDataAlias},
     {qtId("rsrc"), makeDataResource},
