@@ -59,10 +59,12 @@ bool QtAudioSampleDesc::encode(QtAtomBuffer& buffer) const {
             BaseQtAtom::encode(buffer, m_audioSampleRate);
             BaseQtAtom::encode(buffer, m_audioChannels);
             BaseQtAtom::encode(buffer, kVersion2Constant);
-            for (uint32_t value : {m_bitsPerChannel, m_formatFlags, m_bytesPerAudioPacket, m_framesPerAudioPacket})
+            for (uint32_t value :
+                 {m_bitsPerChannel, m_formatFlags, m_bytesPerAudioPacket, m_framesPerAudioPacket})
                 BaseQtAtom::encode(buffer, value);
         }
-        if (m_extensions.getSize() && m_extensions.getSize() <= roomLeft(buffer, start)) m_extensions.encode(buffer);
+        if (m_extensions.getSize() && m_extensions.getSize() <= roomLeft(buffer, start))
+            m_extensions.encode(buffer);
     }
     padToSize(buffer, start);
     return true;
@@ -79,7 +81,9 @@ uint32_t QtAudioSampleDesc::getSampleRateFrac() const {
     return static_cast<uint32_t>(static_cast<unsigned long>(rate) << 16);
 }
 
-unsigned int QtAudioSampleDesc::getSamplesPerPacket() const { return m_version == 2 ? 1 : m_samplesPerPacket; }
+unsigned int QtAudioSampleDesc::getSamplesPerPacket() const {
+    return m_version == 2 ? 1 : m_samplesPerPacket;
+}
 
 unsigned int QtAudioSampleDesc::getBytesPerPacket() const {
     return m_version == 2 ? m_bitsPerChannel / 8 : m_bytesPerPacket;
@@ -137,13 +141,14 @@ bool QtAudioSampleDesc::setBitsPerSample(unsigned int bits, bool bigEndian, QtAt
     return true;
 }
 
-void QtAudioSampleDesc::setMpeg4DecoderInfo(unsigned int bitRate, unsigned int sampleRate, unsigned int channels) {
+void QtAudioSampleDesc::setMpeg4DecoderInfo(unsigned int bitRate, unsigned int sampleRate,
+                                            unsigned int channels) {
     m_extensions.setMpeg4DecoderInfo(bitRate, sampleRate, channels);
     updateSize();
 }
 
-void QtAudioSampleDesc::setVersion1Fields(uint32_t samplesPerPacket, uint32_t bytesPerPacket, uint32_t bytesPerFrame,
-                                          uint32_t bytesPerSample) {
+void QtAudioSampleDesc::setVersion1Fields(uint32_t samplesPerPacket, uint32_t bytesPerPacket,
+                                          uint32_t bytesPerFrame, uint32_t bytesPerSample) {
     m_samplesPerPacket = samplesPerPacket;
     m_bytesPerPacket = bytesPerPacket;
     m_bytesPerFrame = bytesPerFrame;

@@ -45,7 +45,8 @@ bool QtTextSampleDesc::encode(QtAtomBuffer& buffer) const {
         BaseQtAtom::encode(buffer, static_cast<unsigned short>(m_fontFace & 0xFFFF));
         m_reserved3.encode(buffer);
         m_foregroundColor.encode(buffer);
-        if (m_fontName && strlen(m_fontName) + 1 <= roomLeft(buffer, start)) BaseQtAtom::encode(buffer, m_fontName);
+        if (m_fontName && strlen(m_fontName) + 1 <= roomLeft(buffer, start))
+            BaseQtAtom::encode(buffer, m_fontName);
         if (getOpaque().getSize() <= roomLeft(buffer, start)) getOpaque().encode(buffer);
     }
     padToSize(buffer, start);

@@ -102,11 +102,13 @@ bool QtVideoSampleDesc::encode(QtAtomBuffer& buffer) const {
         unsigned int tableEntries = m_colorTableId == 0 ? m_colorTableCount : 0;
         for (unsigned int i = 0; i < tableEntries && i < m_colorTable.size(); ++i) {
             ColorTableEntry const& entry = m_colorTable[i];
-            for (uint16_t value : {entry.value, entry.red, entry.green, entry.blue}) BaseQtAtom::encode(buffer, value);
+            for (uint16_t value : {entry.value, entry.red, entry.green, entry.blue})
+                BaseQtAtom::encode(buffer, value);
         }
         // The stored bytes carry their own terminator when they have room for one; an entry read
         // from a file without one (its size says so) is written back without it.
-        if (m_extensions.getSize() && m_extensions.getSize() <= roomLeft(buffer, start)) m_extensions.encode(buffer);
+        if (m_extensions.getSize() && m_extensions.getSize() <= roomLeft(buffer, start))
+            m_extensions.encode(buffer);
         if (!m_extensions.isEmpty() && m_extensions.getPaddingSize() < 4 && roomLeft(buffer, start) >= 4)
             BaseQtAtom::encode(buffer, 0u);
     }
@@ -122,16 +124,16 @@ void QtVideoSampleDesc::show(unsigned int indent) const {
     infoMsg("%*svideo: ", static_cast<int>(indent), "");
     showHeader();
     int next = static_cast<int>(indent + 2);
-    infoMsg(",v%d,rev%d,%s,\n%*stq%d,sq%d,sz=%dx%d,pix/in=%sx%s,%df/s,\n%*s%s,%dbits,ctId=%d,ct[%d]", m_version,
-            m_revision, QtIdName(m_vendor).render(), next, "", static_cast<int>(m_temporalQuality),
+    infoMsg(",v%d,rev%d,%s,\n%*stq%d,sq%d,sz=%dx%d,pix/in=%sx%s,%df/s,\n%*s%s,%dbits,ctId=%d,ct[%d]",
+            m_version, m_revision, QtIdName(m_vendor).render(), next, "", static_cast<int>(m_temporalQuality),
             static_cast<int>(m_spatialQuality), m_width, m_height, fixedText(m_horizontalResolution).get(),
-            fixedText(m_verticalResolution).get(), m_frameCount, next, "", m_compressorName.getString(), m_depth,
-            m_colorTableId, static_cast<int>(m_colorTableCount));
+            fixedText(m_verticalResolution).get(), m_frameCount, next, "", m_compressorName.getString(),
+            m_depth, m_colorTableId, static_cast<int>(m_colorTableCount));
     if (!m_extensions.isEmpty()) infoMsg(",\n%*sext=%s", next, "", m_extensions.toString().get());
 }
 
-void QtVideoSampleDesc::setColorInfo(QtAtomIdType type, ColorPrimaries primaries, ColorTransferFunction transfer,
-                                     ColorMatrix matrix) {
+void QtVideoSampleDesc::setColorInfo(QtAtomIdType type, ColorPrimaries primaries,
+                                     ColorTransferFunction transfer, ColorMatrix matrix) {
     m_extensions.setColorInfo(type, primaries, transfer, matrix);
     updateSize();
 }
@@ -141,8 +143,8 @@ void QtVideoSampleDesc::setPixelAspectRatio(unsigned int hSpacing, unsigned int 
     updateSize();
 }
 
-void QtVideoSampleDesc::setCleanApertureDimensions(unsigned int widthN, unsigned int widthD, unsigned int heightN,
-                                                   unsigned int heightD) {
+void QtVideoSampleDesc::setCleanApertureDimensions(unsigned int widthN, unsigned int widthD,
+                                                   unsigned int heightN, unsigned int heightD) {
     m_extensions.setCleanAptInfo(widthN, widthD, heightN, heightD);
     updateSize();
 }

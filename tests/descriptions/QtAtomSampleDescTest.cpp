@@ -59,7 +59,8 @@ TEST(QtAtomSampleDesc, AHandlerOfAnotherComponentTypeIsPassedOver) {
     ASSERT_NE(track.stsd->getVideoDesc(1), nullptr);
     EXPECT_EQ(track.stsd->getVideoDesc(1)->getWidth(), 160);
 
-    ReadTrack noMediaHandler(trackMovie(handlerBytes("dhlr", "url "), stsdBytes(1, videoEntry("jpeg", 160, 120))));
+    ReadTrack noMediaHandler(
+        trackMovie(handlerBytes("dhlr", "url "), stsdBytes(1, videoEntry("jpeg", 160, 120))));
     ASSERT_NE(noMediaHandler.stsd, nullptr);
     EXPECT_EQ(noMediaHandler.stsd->findMediaType(), 0u);
     EXPECT_EQ(noMediaHandler.stsd->getVideoDesc(1), nullptr);
@@ -177,9 +178,10 @@ TEST(QtAtomSampleDesc, ADescriptionBuiltFromNothingKeepsItsSizeWhenTheAvcCIsFill
     EXPECT_EQ(reread->getWidth(), 1920);
     EXPECT_STREQ(reread->getCompressorName(), "H.264");
     EXPECT_EQ(reread->getSize(), video->getSize());
-    EXPECT_STREQ(reread->getExtensions().toString().get(),
-                 "{avcC={version=1, profile=100, profile_compat=66, level=40, nalUnitLengthSize=4, sps=24b, pps=5b},"
-                 "pasp={hSpacing=1, vSpacing=1}}");
+    EXPECT_STREQ(
+        reread->getExtensions().toString().get(),
+        "{avcC={version=1, profile=100, profile_compat=66, level=40, nalUnitLengthSize=4, sps=24b, pps=5b},"
+        "pasp={hSpacing=1, vSpacing=1}}");
     EXPECT_EQ(encodedAtom(*again), written);
     again->removeSelf(false);
     delete again;
@@ -191,9 +193,9 @@ TEST(QtAtomSampleDesc, ShowsEachEntryBelowTheTableLine) {
     MessageCapture messages;
     ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
     track.stsd->show();
-    EXPECT_EQ(messages.all().substr(0, messages.all().find('\n') + 1),
-              "          stsd: 102b,desc[1]=\n");
-    EXPECT_NE(messages.all().find("              audio: sz=86,fmt=twos,idx=1,"), std::string::npos) << messages.all();
+    EXPECT_EQ(messages.all().substr(0, messages.all().find('\n') + 1), "          stsd: 102b,desc[1]=\n");
+    EXPECT_NE(messages.all().find("              audio: sz=86,fmt=twos,idx=1,"), std::string::npos)
+        << messages.all();
 }
 
 // Damaged tables: every truncation and single-byte change of the real tables is read and written
@@ -207,7 +209,8 @@ TEST(QtAtomSampleDesc, DamagedTablesAreReadAndWrittenWithinTheirBytes) {
         Bytes file = readFileBytes(testDataPath(movie));
         for (QtAtomSampleDesc const* original : tables) {
             long offset = static_cast<long>(original->getFileOffset());
-            Bytes bytes(file.begin() + offset, file.begin() + offset + static_cast<long>(original->getSize()));
+            Bytes bytes(file.begin() + offset,
+                        file.begin() + offset + static_cast<long>(original->getSize()));
             MessageCapture quiet;
             for (size_t at = 8; at < bytes.size(); ++at) {
                 for (unsigned char value : {0x00, 0x01, 0x7F, 0xFF}) {

@@ -50,7 +50,8 @@ Bytes version2(double rate, unsigned int channels, unsigned int bitsPerChannel) 
 }
 
 struct SoundTrack : ReadTrack {
-    explicit SoundTrack(Bytes const& entry) : ReadTrack(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(1, entry))) {}
+    explicit SoundTrack(Bytes const& entry)
+        : ReadTrack(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(1, entry))) {}
     QtAudioSampleDesc const* audio() const { return stsd ? stsd->getAudioDesc(1) : nullptr; }
 };
 
@@ -60,7 +61,8 @@ TEST(QtAudioSampleDesc, AVersion1EntryOf52BytesReadsItsFieldsAndNoExtensions) {
     SoundTrack track(entry);
     ASSERT_NE(track.audio(), nullptr);
     EXPECT_EQ(track.audio()->getBytesPerPacket(), 3u);
-    EXPECT_EQ(track.audio()->getBitsPerSample(), 24u) << "twos, version 1, compression id 0: bytes per packet x 8";
+    EXPECT_EQ(track.audio()->getBitsPerSample(), 24u)
+        << "twos, version 1, compression id 0: bytes per packet x 8";
     EXPECT_TRUE(track.audio()->getExtensions().isEmpty());
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
 
@@ -133,7 +135,8 @@ TEST(QtAudioSampleDesc, Mpeg4DecoderInfoAddsTheWaveGroupAndGrowsTheEntry) {
     audio->setMpeg4DecoderInfo(128000, 48000, 2);
     EXPECT_EQ(audio->getSize(), 52u + 79);
     EXPECT_EQ(audio->getBitsPerSample(), 16u);
-    EXPECT_STREQ(audio->getExtensions().toString().get(), "{wave{frma={mp4a},esds={version=0, esds=39b},pad}}");
+    EXPECT_STREQ(audio->getExtensions().toString().get(),
+                 "{wave{frma={mp4a},esds={version=0, esds=39b},pad}}");
     EXPECT_EQ(encodedAtom(*track.stsd).size(), 16u + 52 + 79);
 }
 

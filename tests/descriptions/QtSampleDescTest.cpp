@@ -38,7 +38,8 @@ TEST(QtSampleDesc, TextEntriesKeepTheirFontNameAndWhatFollowsIt) {
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
     MessageCapture messages;
     text->show(0);
-    EXPECT_EQ(messages.all(), "text: sz=" + std::to_string(entry.size()) + ",fmt=text,idx=1,display=0x2001,font=Helvetica");
+    EXPECT_EQ(messages.all(),
+              "text: sz=" + std::to_string(entry.size()) + ",fmt=text,idx=1,display=0x2001,font=Helvetica");
 
     ReadTrack nameless(trackMovie(handlerBytes("mhlr", "text"), stsdBytes(1, textEntry(nullptr))));
     auto const* plain = dynamic_cast<QtTextSampleDesc const*>(nameless.stsd->getDesc(1));

@@ -18,7 +18,8 @@ Bytes colorTable(unsigned int flags, unsigned int entries) {
 }
 
 struct VideoTrack : ReadTrack {
-    explicit VideoTrack(Bytes const& entry) : ReadTrack(trackMovie(handlerBytes("mhlr", "vide"), stsdBytes(1, entry))) {}
+    explicit VideoTrack(Bytes const& entry)
+        : ReadTrack(trackMovie(handlerBytes("mhlr", "vide"), stsdBytes(1, entry))) {}
     QtVideoSampleDesc const* video() const { return stsd ? stsd->getVideoDesc(1) : nullptr; }
     QtVideoSampleDesc* writable() const { return stsd->write()->getVideoDesc(1); }
 };

@@ -85,7 +85,8 @@ struct ReadTrack {
     explicit ReadTrack(Bytes const& movie) {
         file.write(movie);
         root = QtAtomReader::readFile(file.c_str());
-        if (root) stsd = dynamic_cast<QtAtomSampleDesc const*>(root->findAtom("moov.trak.mdia.minf.stbl.stsd", 0));
+        if (root)
+            stsd = dynamic_cast<QtAtomSampleDesc const*>(root->findAtom("moov.trak.mdia.minf.stbl.stsd", 0));
     }
 };
 
