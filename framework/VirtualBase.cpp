@@ -10,3 +10,8 @@ AutoPtr<char> VirtualBase::Reservation::toString() const {
 bool VirtualBase::announce(Reservation const& reservation) const {
     return m_reservationCallback && m_reservationCallback->call(reservation);
 }
+
+bool VirtualBase::reportStorage(long delta) const {
+    if (!m_storageCallback || delta == 0) return false;
+    return m_storageCallback->call(StorageChange{this, delta});
+}

@@ -4,7 +4,7 @@
 # interoperability tests. Does nothing when everything is already there.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev ffmpeg python3)
+packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev ffmpeg)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

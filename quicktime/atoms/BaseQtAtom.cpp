@@ -10,6 +10,7 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtFields.h"
 #include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 
 void BaseQtAtom::MethodCall::call(BaseQtAtom const* atom) const {
@@ -485,6 +486,26 @@ QtTreeSize BaseQtAtom::recalcOffset(QtTreeSize const& in) const {
     }
     if (in.apply) setSizeAndOffset(out);
     return out;
+}
+
+namespace {
+
+QtAtomMoov const* enclosingMovie(BaseQtAtom const* atom) {
+    for (BaseQtAtom const* a = atom; a; a = a->getParent())
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(a)) return moov;
+    return nullptr;
+}
+
+}  // namespace
+
+bool BaseQtAtom::addMovieResizeNeeded(QtResizeReq::Type type) const {
+    if (QtAtomMoov const* moov = enclosingMovie(this)) moov->addResizeNeeded(type);
+    return false;
+}
+
+uint32_t BaseQtAtom::movieResizeNeeded() const {
+    QtAtomMoov const* moov = enclosingMovie(this);
+    return moov ? moov->getResizeNeeded().value() : 0;
 }
 
 AutoRefPtr<BasicFileIO> BaseQtAtom::getRootFp() const {

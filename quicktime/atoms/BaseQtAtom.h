@@ -21,6 +21,7 @@
 
 class BasicFileIO;
 class FileIoClientRec;
+class VirtualArrayBase;
 class QtAtomRoot;
 class QtUserDataSet;
 class UserDataValue;
@@ -148,9 +149,32 @@ public:
 
     // --- layout ---
     QtTreeSize recalcOffset(QtTreeSize const& in) const;
+    // Records on the enclosing movie why it needs room; always false, so that a table that asks
+    // for room reports that the entry was not stored.
+    bool addMovieResizeNeeded(QtResizeReq::Type type) const;
+    // The enclosing movie's reasons, or 0.
+    uint32_t movieResizeNeeded() const;
     AutoRefPtr<BasicFileIO> getRootFp() const;
     int getSizeAdvice() const;
     bool adjustCache(CacheBytesType kind, int32_t delta) const;
+
+    // --- disk-backed tables (the storage shared by the sample tables) ---
+    // Makes a table's array disk-backed on the movie file and counts its memory as table bytes.
+    bool setBackingStore(VirtualArrayBase& array) const;
+    // Hands an array to the root, which routes its reservation events; nothing without a root.
+    void registerVirtualBase(VirtualBase& array) const;
+    // The storage callback of a table's array: forwards each change of its cache as table bytes.
+    bool reportTableBytes(VirtualBase::StorageChange const& change) const;
+    // Converters of table entries between memory and disk, big-endian on disk; the Base1 forms keep
+    // 0-based numbers in memory and the file's 1-based numbers on disk (a 0 on disk stays 0).
+    static unsigned int ioPrepUint32(unsigned int const* source, unsigned int* destination, unsigned int count,
+                                     int direction);
+    static unsigned int ioPrepUint64(unsigned long const* source, unsigned long* destination, unsigned int count,
+                                     int direction);
+    static unsigned int ioPrepUint32Base1(unsigned int const* source, unsigned int* destination, unsigned int count,
+                                          int direction);
+    static unsigned int ioPrepUint64Base1(unsigned long const* source, unsigned long* destination,
+                                          unsigned int count, int direction);
 
     // --- the factory: construct the object for this prototype's type under `parent` ---
     BaseQtAtom* createActual(BaseQtAtom const* parent) const;

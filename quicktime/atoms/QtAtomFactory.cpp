@@ -7,17 +7,43 @@
 #include "framework/BasicFileIO.h"
 #include "framework/PathParser.h"
 #include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtAtomApertDimensions.h"
+#include "quicktime/atoms/QtAtomBaseInf.h"
+#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/atoms/QtAtomFileType.h"
+#include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"
+#include "quicktime/atoms/QtAtomHintMediaHdr.h"
+#include "quicktime/atoms/QtAtomM12v.h"
+#include "quicktime/atoms/QtAtomMediaHdr.h"
+#include "quicktime/atoms/QtAtomMvhd.h"
+#include "quicktime/atoms/QtAtomObjectDesc.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/atoms/QtAtomSean.h"
+#include "quicktime/atoms/QtAtomSoundInf.h"
 #include "quicktime/atoms/QtAtomTapt.h"
+#include "quicktime/atoms/QtAtomTimecodeInf.h"
+#include "quicktime/atoms/QtAtomTrakHdr.h"
+#include "quicktime/atoms/QtAtomTrakRef.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
+#include "quicktime/atoms/QtAtomVideoInf.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/descriptions/QtAtomSampleDesc.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
 #include "quicktime/refs/QtAtomDataAlias.h"
 #include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "quicktime/refs/QtAtomDataResource.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
 
 namespace {
 
@@ -36,13 +62,45 @@ BaseQtAtom* makeContainer(BaseQtAtom const* prototype, BaseQtAtom const* parent)
     return new QtAtomHeader(prototype->getId(), parent);
 }
 
+BaseQtAtom* makeMoov(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMoov(parent, qtId("moov")); }
+BaseQtAtom* makeMdat(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMdat(parent, 0); }
+BaseQtAtom* makeSkip(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSkip(parent); }
 BaseQtAtom* makeFree(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFree(parent); }
 BaseQtAtom* makeWide(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomWide(parent); }
 BaseQtAtom* makeTapt(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTapt(parent); }
+// 'stss' and 'stps' are one class; decode learns from the file whether the numbers are 1-based.
+BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomSampleSync(parent, true, prototype->getId());
+}
+BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
+BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
 BaseQtAtom* makeSampleDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDesc(parent); }
+BaseQtAtom* makeMvhd(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMvhd(parent, 0); }
+BaseQtAtom* makeTrakHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakHdr(parent); }
+BaseQtAtom* makeMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMediaHdr(parent); }
+BaseQtAtom* makeHandler(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomHandler(parent, 0, 0); }
+BaseQtAtom* makeVideoInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomVideoInf(parent); }
+BaseQtAtom* makeSoundInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSoundInf(parent); }
+BaseQtAtom* makeBaseInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomBaseInf(parent); }
+BaseQtAtom* makeTimecodeInf(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTimecodeInf(parent); }
+BaseQtAtom* makeHintMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomHintMediaHdr(parent); }
+BaseQtAtom* makeEditList(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomEditList(parent, 0); }
+BaseQtAtom* makeTrakRef(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakRef(parent); }
+BaseQtAtom* makeFileType(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomFileType(parent); }
+BaseQtAtom* makeApertDimensions(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    return new QtAtomApertDimensions(parent, prototype->getId());
+}
+BaseQtAtom* makeObjectDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomObjectDesc(parent); }
+BaseQtAtom* makeSean(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSean(parent); }
+BaseQtAtom* makeM12v(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomM12v(parent); }
+BaseQtAtom* makeStts(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleTime(parent); }
+BaseQtAtom* makeStsc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunk(parent); }
+BaseQtAtom* makeStsz(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleSize(parent); }
+// One class for both chunk offset types; the header decoded next sets which one it is.
+BaseQtAtom* makeChunkOff(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleChunkOff(parent); }
 
 struct FactoryRow {
     QtAtomIdType id;
@@ -52,9 +110,9 @@ struct FactoryRow {
 // One row per interpreted type. Types whose own classes are not part of the library's build keep
 // their bytes exactly (makeKeptBytes), so every file still reads and writes back unchanged.
 constexpr FactoryRow kFactoryTable[] = {
-    {qtId("moov"), makeContainer},
-    {qtId("mdat"), makeKeptBytes},
-    {qtId("skip"), makeKeptBytes},
+    {qtId("moov"), makeMoov},
+    {qtId("mdat"), makeMdat},
+    {qtId("skip"), makeSkip},
     {qtId("free"), makeFree},
     {qtId("wide"), makeWide},
     {qtId("trak"), makeContainer},
@@ -66,34 +124,34 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("udta"), makeContainer},
     {qtId("gmhd"), makeContainer},
     {qtId("tmcd"), makeContainer},
-    {qtId("mvhd"), makeKeptBytes},
-    {qtId("tkhd"), makeKeptBytes},
-    {qtId("mdhd"), makeKeptBytes},
-    {qtId("hdlr"), makeKeptBytes},
-    {qtId("vmhd"), makeKeptBytes},
-    {qtId("smhd"), makeKeptBytes},
-    {qtId("gmin"), makeKeptBytes},
-    {qtId("tcmi"), makeKeptBytes},
-    {qtId("hmhd"), makeKeptBytes},
-    {qtId("elst"), makeKeptBytes},
-    {qtId("tref"), makeKeptBytes},
-    {qtId("ftyp"), makeKeptBytes},
+    {qtId("mvhd"), makeMvhd},
+    {qtId("tkhd"), makeTrakHdr},
+    {qtId("mdhd"), makeMediaHdr},
+    {qtId("hdlr"), makeHandler},
+    {qtId("vmhd"), makeVideoInf},
+    {qtId("smhd"), makeSoundInf},
+    {qtId("gmin"), makeBaseInf},
+    {qtId("tcmi"), makeTimecodeInf},
+    {qtId("hmhd"), makeHintMediaHdr},
+    {qtId("elst"), makeEditList},
+    {qtId("tref"), makeTrakRef},
+    {qtId("ftyp"), makeFileType},
     {qtId("tapt"), makeTapt},
-    {qtId("clef"), makeKeptBytes},
-    {qtId("prof"), makeKeptBytes},
-    {qtId("enof"), makeKeptBytes},
-    {qtId("iods"), makeKeptBytes},
-    {qtId("sean"), makeKeptBytes},
-    {qtId("m12v"), makeKeptBytes},
-    {qtId("stts"), makeKeptBytes},
-    {qtId("stsc"), makeKeptBytes},
-    {qtId("stsz"), makeKeptBytes},
-    {qtId("stco"), makeKeptBytes},
-    {qtId("co64"), makeKeptBytes},
-    {qtId("sdtp"), makeKeptBytes},
-    {qtId("stss"), makeKeptBytes},
-    {qtId("stps"), makeKeptBytes},
-    {qtId("ctts"), makeKeptBytes},
+    {qtId("clef"), makeApertDimensions},
+    {qtId("prof"), makeApertDimensions},
+    {qtId("enof"), makeApertDimensions},
+    {qtId("iods"), makeObjectDesc},
+    {qtId("sean"), makeSean},
+    {qtId("m12v"), makeM12v},
+    {qtId("stts"), makeStts},
+    {qtId("stsc"), makeStsc},
+    {qtId("stsz"), makeStsz},
+    {qtId("stco"), makeChunkOff},
+    {qtId("co64"), makeChunkOff},
+    {qtId("sdtp"), makeSampleDepend},
+    {qtId("stss"), makeSync},
+    {qtId("stps"), makeSync},
+    {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
     {qtId("stsd"), makeSampleDesc},
     {qtId("dref"), makeDataRefHdr},

@@ -15,7 +15,7 @@ public:
     bool encode(QtAtomBuffer& buffer) const override;
     bool hasUntouchedData() const override { return getSize() > 8; }
     bool needsAllData() const override { return false; }
-    unsigned long getVariableSize() const override { return getSize() > 8 ? getSize() - 8 : 0; }
+    unsigned long getVariableSize() const override { return getSize() > getFixedSize() ? getSize() - getFixedSize() : 0; }
 };
 
 class QtAtomFree : public QtAtomUnknown {

@@ -14,14 +14,8 @@ constexpr unsigned long kCopyBlock = 1ul << 20;
 
 bool QtAtomWriter::copyTree(QtAtomRoot const& root, BasicFileIO& out) {
     BasicFileIO* source = root.file();
-    if (source == &out) return writeDirty(root);
-    return writeSubtree(root, source, out, true);
-}
-
-bool QtAtomWriter::writeDirty(QtAtomRoot const& root) {
-    BasicFileIO* file = root.file();
-    if (!file || !file->writable()) return false;
-    return writeSubtree(root, nullptr, *file, false);
+    if (source == &out) return root.writeDirty();
+    return writeSubtree(root, source, out);
 }
 
 long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
@@ -40,18 +34,24 @@ long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
     return buffer.nOccupied();
 }
 
-bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything) {
+bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out) {
     unsigned long begin = atom.getFileOffset();
     unsigned long end = begin + atom.getSize();
     unsigned long covered = begin;
     bool isRoot = atom.getParent() == nullptr;
-    if (!isRoot && (everything || atom.isDirty())) {
+    if (!isRoot && atom.isDirty()) {
         long written = writeAtom(atom, out);
         if (written < 0) return false;
         covered = begin + static_cast<unsigned long>(written);
+    } else if (!isRoot && source) {
+        // A clean atom is what the source holds: its own bytes are copied as they stand, so that a
+        // copy reproduces the file exactly even where an encoder normalises a field.
+        unsigned long own = atom.getChild() ? std::min(end, begin + atom.getFixedSize()) : end;
+        if (!copyRange(*source, out, begin, own)) return false;
+        covered = own;
     }
     for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling()) {
-        if (!writeSubtree(*child, source, out, everything)) return false;
+        if (!writeSubtree(*child, source, out)) return false;
         covered = std::max(covered, child->getFileOffset() + child->getSize());
     }
     if (source && covered < end) return copyRange(*source, out, covered, end);

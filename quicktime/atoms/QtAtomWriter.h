@@ -1,5 +1,6 @@
-// QtAtomWriter puts a tree on disk. Each atom is encoded at its file offset: atoms with children
-// encode their own header and fixed part, the children follow as atoms of their own. Bytes that the
+// QtAtomWriter puts a tree on disk. Each changed (dirty) atom is encoded at its file offset: atoms
+// with children encode their own header and fixed part, the children follow as atoms of their own.
+// When copying to another file, an unchanged atom is copied from the source as it stands. Bytes that the
 // tree does not hold (uninterpreted bodies left on disk, trailing bytes inside a container or after
 // the last top-level atom) are copied from the root's file when writing to another file, and left
 // in place when writing back into the same file. Written atoms are marked clean.
@@ -12,16 +13,15 @@ class QtAtomRoot;
 
 class QtAtomWriter {
 public:
-    // Writes the whole tree into `out`, a file other than the root's, so that it holds a complete
-    // movie. False on the first failed read or write.
+    // Writes the whole tree into `out` so that it holds a complete movie; into the root's own file
+    // only the changed atoms are written (QtAtomRoot::writeDirty). False on the first failed read
+    // or write.
     static bool copyTree(QtAtomRoot const& root, BasicFileIO& out);
-    // Writes the dirty atoms of the tree back into the root's own file.
-    static bool writeDirty(QtAtomRoot const& root);
     // Writes a single atom's encoded bytes (not its children) at its file offset and returns how
     // many bytes that was; -1 when the write failed.
     static long writeAtom(BaseQtAtom const& atom, BasicFileIO& out);
 
 private:
-    static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out, bool everything);
+    static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out);
     static bool copyRange(BasicFileIO& source, BasicFileIO& out, unsigned long from, unsigned long to);
 };

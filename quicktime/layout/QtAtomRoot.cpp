@@ -1,17 +1,376 @@
 #include "quicktime/layout/QtAtomRoot.h"
 
-QtAtomRoot::QtAtomRoot(AutoRefPtr<BasicFileIO> file, unsigned long size)
-    : BaseQtAtom(kRootId, nullptr, size), m_file(std::move(file)) {
-    if (size != 0) setDecoded();
+#include <algorithm>
+#include <cstdio>
+
+#include "framework/FormatStr.h"
+#include "quicktime/atoms/QtAtomWriter.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
+#include "quicktime/layout/QtAtomSkip.h"
+
+namespace {
+
+constexpr QtAtomIdType kMoov = qtId("moov");
+constexpr QtAtomIdType kSkip = qtId("skip");
+constexpr QtAtomIdType kWide = qtId("wide");
+
+bool traceReservations() { return quicktimeDbg.on(QtDbgReservations); }
+
+void markSubtreeClean(BaseQtAtom const& top) {
+    top.setClean();
+    for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling())
+        markSubtreeClean(*child);
 }
 
-QtAtomRoot::~QtAtomRoot() = default;
+}  // namespace
+
+QtAtomRoot::QtAtomRoot(AutoRefPtr<BasicFileIO> file, unsigned long size)
+    : BaseQtAtom(kRootId, nullptr, size),
+      m_file(std::move(file)),
+      m_reserveAnchor(this, &QtAtomRoot::reserveCb),
+      m_flushAnchor(this, &QtAtomRoot::flushCb) {
+    if (size != 0) setDecoded();
+    if (m_file) m_file->setReservationCallback(&m_reserveAnchor);
+}
+
+QtAtomRoot::~QtAtomRoot() {
+    bool waited = false;
+    char const* path = m_file ? m_file->path() : "<no movie path>";
+    for (;;) {
+        unsigned int pending = pendingFlushes();
+        if (pending == 0) break;
+        if (!waited) warningMsg("%s: waiting for %d flushes to complete\n", path, static_cast<int>(pending));
+        waited = true;
+        waitMsec(1);
+    }
+    if (waited) warningMsg("%s: flushes done\n", path);
+    m_reserveAnchor.detach();
+    m_flushAnchor.detach();
+    if (m_file && m_file->reservationCallback() == &m_reserveAnchor) m_file->setReservationCallback(nullptr);
+}
 
 // The root has no bytes of its own in the file.
 bool QtAtomRoot::decode(QtAtomBuffer&) { return true; }
 
 bool QtAtomRoot::encode(QtAtomBuffer&) const { return true; }
 
-int QtAtomRoot::getSizeAdvice() const { return 2; }
+// ---------------------------------------------------------------- cache accounting
 
-bool QtAtomRoot::adjustCache(CacheBytesType, int32_t) const { return true; }
+void QtAtomRoot::addVirtualBase(VirtualBase& array) const { array.setReservationCallback(&m_reserveAnchor); }
+
+int QtAtomRoot::getSizeAdvice() const {
+    if (!m_file) return 2;
+    return static_cast<int>(m_file->sizeAdvice(BasicIOTypes::CacheTable));
+}
+
+bool QtAtomRoot::adjustCache(CacheBytesType kind, int32_t delta) const {
+    if (!m_file) return true;
+    bool table = kind == TableBytes;
+    uint32_t& total = table ? m_tableBytes : m_essenceBytes;
+    if (static_cast<int64_t>(total) + delta < 0) {
+        logIfFalse(false, "adjustCache", QT_UTIL_FILE, table ? 9254 : 9260);
+        return false;
+    }
+    total = static_cast<uint32_t>(static_cast<int64_t>(total) + delta);
+    if (!m_file->setCacheBytes(table ? BasicIOTypes::CacheTable : BasicIOTypes::CacheEssence, total))
+        m_file->cacheFallback();
+    unsigned long block = m_file->cacheBlockSize();
+    if (!logIfFalse(block != 0, "adjustCache", QT_UTIL_FILE, 9270)) return false;
+    unsigned long extra = m_file->cacheExtraBlocks();
+    unsigned long essenceBlocks = (m_essenceBytes + 2 * block - 1) / block + extra;
+    unsigned long tableBlocks = (m_tableBytes + 2 * block - 1) / block + extra;
+    if (DebuggerOn::get("mediaObjDbg", "media cache"))
+        debugMsg("%s: %db essence + %db table: %d==>%d cache blocks\n", getMoviePath(),
+                 static_cast<int>(m_essenceBytes), static_cast<int>(m_tableBytes),
+                 static_cast<int>(m_file->cacheBlocks()), static_cast<int>(essenceBlocks + tableBlocks));
+    m_file->setCacheBlocks(static_cast<unsigned int>(essenceBlocks + tableBlocks),
+                           static_cast<unsigned int>(tableBlocks));
+    return true;
+}
+
+// ---------------------------------------------------------------- flushes
+
+unsigned int QtAtomRoot::pendingFlushes() const {
+    SorvanPosix::ScopeLock lock(m_mutex);
+    return static_cast<unsigned int>(m_flushes.size());
+}
+
+bool QtAtomRoot::isFlushPending(QtAtomMoov const* moov) const {
+    SorvanPosix::ScopeLock lock(m_mutex);
+    for (auto const& elem : m_flushes)
+        if (elem->moov == moov) return true;
+    return false;
+}
+
+bool QtAtomRoot::flush(QtAtomMoov const* moov) const {
+    if (!moov || !m_file) return false;
+    if (moov->hasFinalForm()) {
+        moov->flushDone(moov->getFileOffset());
+        return false;
+    }
+    unsigned long offset = moov->getFileOffset();
+    {
+        SorvanPosix::ScopeLock lock(m_mutex);
+        for (auto const& elem : m_flushes) {
+            if (elem->moov == moov && elem->offset == offset) {
+                if (traceReservations())
+                    debugMsg("%s: flush moov@%ld is redundant\n", getMoviePath(), static_cast<long>(offset));
+                return false;
+            }
+        }
+    }
+    BasicIOTypes::FlushReq request;
+    if (!encodeImage(*moov, request.bytes)) return false;
+    if (traceReservations()) debugMsg("%s: flush moov@%ld\n", getMoviePath(), static_cast<long>(offset));
+    FlushElem* elem = nullptr;
+    {
+        SorvanPosix::ScopeLock lock(m_mutex);
+        m_flushes.insert(m_flushes.begin(), std::make_unique<FlushElem>(FlushElem{offset, moov}));
+        elem = m_flushes.front().get();
+    }
+    request.anchor = &m_flushAnchor;
+    request.element = elem;
+    request.offset = offset;
+    refreshReservationPlaces();
+    moov->flushQueued();
+    if (!m_file->flush(std::move(request))) {
+        SorvanPosix::ScopeLock lock(m_mutex);
+        m_flushes.erase(std::find_if(m_flushes.begin(), m_flushes.end(),
+                                     [elem](auto const& pending) { return pending.get() == elem; }));
+        return false;
+    }
+    // The image is the file layer's to write now; the tree matches what the file will hold.
+    markSubtreeClean(*moov);
+    return true;
+}
+
+bool QtAtomRoot::flushCb(BasicIOTypes::FlushNotify const& notice) {
+    bool found = false;
+    {
+        SorvanPosix::ScopeLock lock(m_mutex);
+        auto it = std::find_if(m_flushes.begin(), m_flushes.end(),
+                               [&](auto const& pending) { return pending.get() == notice.element; });
+        if (it != m_flushes.end()) {
+            found = true;
+            FlushElem const& elem = **it;
+            if (traceReservations())
+                debugMsg("moov@%p @%ld ready\n", static_cast<void const*>(elem.moov),
+                         static_cast<long>(elem.offset));
+            if (notice.ok) {
+                elem.moov->flushDone(elem.offset, *this);
+            } else {
+                errorMsg("%s: flush moov@%ld failed\n", m_file ? m_file->path() : "<no movie path>",
+                         static_cast<long>(elem.offset));
+                elem.moov->flushFailed();
+            }
+            m_flushes.erase(it);
+        }
+        for (; m_waiters > 0; --m_waiters) m_semaphore.post();
+    }
+    if (!found) errorMsg("QtAtomRoot::flushCb: can't find entry for %p\n", notice.element);
+    return found;
+}
+
+bool QtAtomRoot::hasFinalForm(bool wait) const {
+    if (wait) {
+        bool pending;
+        {
+            SorvanPosix::ScopeLock lock(m_mutex);
+            pending = !m_flushes.empty();
+            if (pending) ++m_waiters;
+        }
+        if (pending) {
+            if (traceReservations()) debugMsg("%s: hasFinalForm() blocked on flush\n", getMoviePath());
+            m_semaphore.wait();
+        }
+    }
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        if (child->isDirty()) return false;
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child)) {
+            if (!moov->hasFinalForm()) return false;
+        } else if (child->getId() == kMoov) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The whole movie as it is to be on disk: every atom encoded at its place, and the bytes the tree
+// does not hold (bodies left on disk) read from the file at the atom's place.
+bool QtAtomRoot::encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const {
+    unsigned long base = top.getFileOffset();
+    if (top.getSize() > 0xFFFFFFFFul) {
+        errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(),
+                 static_cast<long>(top.getSize()));
+        return false;
+    }
+    image.assign(top.getSize(), 0);
+    std::vector<BaseQtAtom const*> stack{&top};
+    while (!stack.empty()) {
+        BaseQtAtom const* atom = stack.back();
+        stack.pop_back();
+        unsigned long at = atom->getFileOffset() - base;
+        if (atom->getFileOffset() < base || at + atom->getSize() > image.size()) {
+            errorMsg("%s: %s lies outside its movie\n", getMoviePath(), atom->getAtomPath().get());
+            return false;
+        }
+        unsigned int fixed = atom->getFixedSize();
+        unsigned int room = std::max(atom->hasUntouchedData() ? fixed : atom->getEncodeSize(), fixed);
+        QtAtomBuffer buffer(room + 16);  // slack for a header that has to take the wide form
+        atom->encode(buffer);
+        std::copy_n(buffer.ptrData(), std::min<unsigned long>(buffer.nOccupied(), image.size() - at),
+                    image.begin() + at);
+        if (atom->hasUntouchedData() && atom->getSize() > fixed) {
+            long got = m_file->readAt(atom->getFileOffset() + fixed, image.data() + at + fixed,
+                                      atom->getSize() - fixed);
+            if (got < 0) return false;
+        }
+        std::vector<BaseQtAtom const*> children;
+        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling())
+            children.push_back(child);
+        stack.insert(stack.end(), children.rbegin(), children.rend());
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- writing
+
+bool QtAtomRoot::writeDirtyBelow(BaseQtAtom const& atom) const {
+    if (auto const* moov = dynamic_cast<QtAtomMoov const*>(&atom); moov && isFlushPending(moov)) return true;
+    if (atom.isDirty() && QtAtomWriter::writeAtom(atom, *m_file) < 0) return false;
+    for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling())
+        if (!writeDirtyBelow(*child)) return false;
+    return true;
+}
+
+bool QtAtomRoot::writeDirty() const {
+    if (!m_file || !m_file->writable()) return false;
+    refreshReservationPlaces();
+    bool wroteMoovHeader = false;
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        if (child->getDiskId() != kMoov) continue;
+        wroteMoovHeader = wroteMoovHeader || child->isDirty();
+        if (!writeDirtyBelow(*child)) return false;
+    }
+    bool losesMoovHeader = false;
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
+        if (child->isDirty() && dynamic_cast<QtAtomSkip const*>(child)) losesMoovHeader = true;
+    if (wroteMoovHeader && losesMoovHeader && !m_file->sync()) {
+        errorMsg("%s: cannot sync the new movie header\n", m_file->path());
+        return false;
+    }
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
+        if (child->getDiskId() != kMoov && !writeDirtyBelow(*child)) return false;
+    return true;
+}
+
+// ---------------------------------------------------------------- structure
+
+void QtAtomRoot::refreshReservationPlaces() const {
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child))
+            moov->refreshPlace();
+        else if (auto const* skip = dynamic_cast<QtAtomSkip const*>(child))
+            skip->refreshPlace();
+        else if (auto const* mdat = dynamic_cast<QtAtomMdat const*>(child))
+            mdat->refreshPlace();
+    }
+}
+
+bool QtAtomRoot::reserveCb(VirtualBase::Reservation const& reservation) {
+    {
+        SorvanPosix::ScopeLock lock(m_structureMutex);
+        for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
+            if (child->update(reservation)) return true;
+    }
+    errorMsg("QtAtomRoot::reserveCb: reservation {%ld,%d,%s} unclaimed\n",
+             static_cast<long>(reservation.offset), static_cast<int>(reservation.size),
+             reservation.release ? "release" : "hold");
+    return true;
+}
+
+QtAtomMoov const* QtAtomRoot::checkStructure(char const* label) const {
+    int moovs = 0;
+    int skips = 0;
+    QtAtomMoov const* found = nullptr;
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        QtAtomIdType diskId = child->getDiskId();
+        if (diskId == kMoov) ++moovs;
+        if (diskId == kSkip) ++skips;
+        if (child->getId() == kMoov) found = dynamic_cast<QtAtomMoov const*>(child);
+    }
+    if (moovs == 1 || (m_structureReported && !quicktimeDbg.on(QtDbgAtomErrors))) return found;
+    size_t capacity = (static_cast<size_t>(countChildren()) + 2) * 64;
+    std::vector<char> line(capacity, 0);
+    size_t used = 0;
+    auto append = [&](char const* format, auto... args) {
+        if (used + 1 >= capacity) return;
+        int n = snprintf(line.data() + used, capacity - used, format, args...);
+        if (n > 0) used = std::min(capacity - 1, used + static_cast<size_t>(n));
+    };
+    append("%s: %s: %d skip, %d moov:", getMoviePath(), label ? label : "", skips, moovs);
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        append(" %s@%ld", QtIdName(child->getId()).render(), static_cast<long>(child->getFileOffset()));
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child))
+            append("={moov@%p,%s}", static_cast<void const*>(moov), moov->getReservations().toString().get());
+        else if (auto const* skip = dynamic_cast<QtAtomSkip const*>(child))
+            append("={skip@%p,%s}", static_cast<void const*>(skip), skip->getReservations().toString().get());
+        debugMsg("%s", line.data());
+    }
+    m_structureReported = true;
+    return found;
+}
+
+bool QtAtomRoot::coalesceSkip() const {
+    bool mergedAny = false;
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
+        if (child->isReserved() || dynamic_cast<QtAtomMoov const*>(child)) continue;
+        while (child->getDiskId() == kSkip) {
+            BaseQtAtom const* next = child->getSibling();
+            if (!next || dynamic_cast<QtAtomMoov const*>(next) || next->getDiskId() != kSkip ||
+                next->isReserved())
+                break;
+            unsigned long total = child->getSize() + next->getSize();
+            if (total > 0xFFFFFFFFul) break;
+            auto* merged = new QtAtomSkip(kSkip, total, child->getFileOffset());
+            {
+                SorvanPosix::ScopeLock lock(m_structureMutex);
+                next->appendSibling(merged);
+                child->removeSelf(false);
+                next->removeSelf(false);  // the merged skip ends at the first one's offset
+                delete child;
+                delete next;
+                merged->refreshPlace();
+            }
+            child = merged;
+            mergedAny = true;
+        }
+    }
+    checkStructure("coalesce");
+    return mergedAny;
+}
+
+bool QtAtomRoot::closeOpenEndedAtom() const {
+    BaseQtAtom const* before = nullptr;
+    BaseQtAtom const* open = getChild();
+    while (open && !open->isOpenEnded()) {
+        before = open;
+        open = open->getSibling();
+    }
+    if (!open || !open->getSibling()) return true;
+    open->clearOpenEnded();
+    open->write();
+    if (open->getSize() <= 0xFFFFFFFFul) return true;
+    if (!before || before->getId() != kWide || before->getSize() != 8) return false;
+    {
+        SorvanPosix::ScopeLock lock(m_structureMutex);
+        // The wide atom's 8 bytes become the second half of a 16-byte header; the data stays put.
+        before->removeSelf(true);
+        open->setHeaderSize(16);
+        delete before;
+    }
+    refreshReservationPlaces();
+    return true;
+}

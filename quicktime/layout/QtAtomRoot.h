@@ -1,15 +1,51 @@
-// QtAtomRoot: the top of an atom tree, the pseudo-atom "Root" whose children are a file's
-// top-level atoms. It owns what belongs to the file rather than to any atom: the open file, shared
-// through a reference-counted pointer (empty for a tree built in memory).
+// QtAtomRoot: the top of an atom tree, the pseudo-atom "Root" whose children are a file's top-level
+// atoms. It owns what belongs to the file rather than to any atom: the open file (shared through a
+// reference-counted pointer, empty for a tree built in memory), the anchors through which the file
+// layer reports reservations and finished flushes, the movie flushes in flight, and the accounting
+// of the file cache.
+//
+// Flushes. `flush(moov)` encodes the movie into a complete image and hands it to the file layer,
+// whose thread writes it, makes it durable and reports back through `flushCb`. A flush already
+// pending for the same movie at the same place is not repeated. `hasFinalForm(true)` waits for one
+// flush to complete when any is pending. The destructor waits for every pending flush, so the file
+// layer never calls back into a destroyed tree.
+//
+// Threads and locks:
+// - The tree belongs to the thread that reads or records it (the owner): everything here except
+//   `flushCb` and `reserveCb`, which the file layer calls from its own thread.
+// - m_mutex guards only the pending-flush list and the waiter count; a waiter is counted under it
+//   before it waits, and each completed flush posts the semaphore once per counted waiter.
+// - m_structureMutex guards the links of the top level against `reserveCb`, which walks them on the
+//   file layer's thread: the owner holds it while it adds, moves or deletes top-level atoms here
+//   (relocation, coalescing, closing an open-ended atom, a new mdat). The atoms' places are read
+//   there only from their reservation desks, which keep their own copy: the atoms refresh it when
+//   they are placed (decode, setSizeAndOffset, setOffset), and flush and writeDirty refresh every
+//   top-level desk, so an atom linked by hand is seen at its place by the next flush at the latest.
+// - flushCb calls QtAtomMoov::flushDone, which touches only atomics.
 #pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
 
 #include "framework/AutoRefPtr.h"
 #include "framework/BasicFileIO.h"
+#include "framework/BridgeAnchor.h"
+#include "framework/SorvanPosix.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 
+class QtAtomMoov;
+
 class QtAtomRoot : public BaseQtAtom {
-public:
+  public:
     static constexpr QtAtomIdType kRootId = qtId("Root");
+
+    // A flush in flight: where the movie was when it was asked for, and which movie. Owned by the
+    // root's list from the request until its notice.
+    struct FlushElem {
+        unsigned long offset;
+        QtAtomMoov const* moov;
+    };
 
     // A root over a file; a non-zero size (the file's length when reading) marks it decoded.
     QtAtomRoot(AutoRefPtr<BasicFileIO> file, unsigned long size);
@@ -26,9 +62,62 @@ public:
     AutoRefPtr<BasicFileIO> getFp() const { return m_file; }
     BasicFileIO* file() const { return m_file.get(); }
 
+    // Routes every reservation event of a disk-backed array to reserveCb.
+    void addVirtualBase(VirtualBase& array) const;
+    // How many cache blocks a table may use: the file's advice, or 2 without a file.
     int getSizeAdvice() const;
+    // Accounts `delta` more bytes of a kind held in memory and sets the file's cache grant.
     bool adjustCache(CacheBytesType kind, int32_t delta) const;
 
-private:
+    // Asks the file layer to write the movie durably; false when nothing was queued (no movie or
+    // file, already final, a redundant request, or the file refused it).
+    bool flush(QtAtomMoov const* moov) const;
+    // The file layer's notice that a flush is done (file layer's thread).
+    bool flushCb(BasicIOTypes::FlushNotify const& notice);
+    // Whether the file on disk is complete; with `wait`, first waits for one pending flush.
+    bool hasFinalForm(bool wait) const;
+    // Finds the movie; reports a top level without exactly one 'moov' on disk.
+    QtAtomMoov const* checkStructure(char const* label) const;
+    // Merges runs of adjacent unreserved skips; true when anything was merged.
+    bool coalesceSkip() const;
+    // Gives the open-ended top-level atom its final size; false when its header cannot grow.
+    bool closeOpenEndedAtom() const;
+    // A reservation event of the file layer or of a disk-backed array (file layer's thread).
+    bool reserveCb(VirtualBase::Reservation const& reservation);
+
+    // Writes every dirty atom at its file offset (the header only where the atom's body stays on
+    // disk) and marks it clean. A movie with a flush in flight is left to that flush. Headers that
+    // become 'moov' are written and synced before headers that stop being 'moov', so that a crash
+    // in between leaves two valid movies rather than none.
+    bool writeDirty() const;
+
+    void setIdUpdateNeeded(bool needed) const { m_idUpdateNeeded.store(needed); }
+    bool isIdUpdateNeeded() const { return m_idUpdateNeeded.load(); }
+    unsigned int getDiskAlignment() const { return m_diskAlignment; }
+    void setDiskAlignment(unsigned int alignment) const { m_diskAlignment = alignment; }
+    SorvanPosix::JMutex& getStructureMutex() const { return m_structureMutex; }
+    // Flushes asked for and not yet reported done.
+    unsigned int pendingFlushes() const;
+    bool isFlushPending(QtAtomMoov const* moov) const;
+
+  private:
+    void refreshReservationPlaces() const;
+    bool encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const;
+    bool writeDirtyBelow(BaseQtAtom const& atom) const;
+
     AutoRefPtr<BasicFileIO> m_file;
+    unsigned long m_unused = 0;
+    BridgeAnchor m_reserveAnchor;
+    BridgeAnchor m_flushAnchor;
+    mutable SorvanPosix::JMutex m_mutex;
+    // Starts at zero: a waiter blocks until a completed flush posts for it.
+    mutable SorvanPosix::JLWSemaphore m_semaphore{0};
+    mutable uint32_t m_waiters = 0;                             // guarded by m_mutex
+    mutable std::vector<std::unique_ptr<FlushElem>> m_flushes;  // guarded by m_mutex; newest first
+    mutable bool m_structureReported = false;
+    mutable std::atomic<bool> m_idUpdateNeeded{false};
+    mutable unsigned int m_diskAlignment = 0;
+    mutable uint32_t m_tableBytes = 0;
+    mutable uint32_t m_essenceBytes = 0;
+    mutable SorvanPosix::JMutex m_structureMutex;
 };

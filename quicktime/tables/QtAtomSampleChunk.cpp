@@ -1,0 +1,371 @@
+#include "quicktime/tables/QtAtomSampleChunk.h"
+
+#include <string>
+
+#include "framework/FormatStr.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
+
+namespace {
+
+constexpr unsigned int kEntryBytes = 12;
+constexpr unsigned int kNewTableSlots = 5;
+
+}  // namespace
+
+QtAtomSampleChunk::QtAtomSampleChunk(BaseQtAtom const* parent)
+    : BaseQtAtom(kId, parent, 16 + (kNewTableSlots - 1) * kEntryBytes), m_slots(kNewTableSlots) {}
+
+QtAtomSampleChunk::~QtAtomSampleChunk() = default;
+
+// ---------------------------------------------------------------- decode and encode
+
+bool QtAtomSampleChunk::decode(QtAtomBuffer& buffer) {
+    unsigned int start = buffer.bufferOffset();
+    bool ok = BaseQtAtom::decode(buffer);
+    m_nEntries = 0;
+    m_slots.assign(1, Entry());
+    if (buffer.nOccupied() >= 8) {
+        m_versionAndFlags.decode(buffer);
+        unsigned int count = decodeUint32(buffer);
+        unsigned long consumed = buffer.bufferOffset() - start;
+        unsigned long room = getSize() > consumed ? (getSize() - consumed) / kEntryBytes : 0;
+        // A count larger than the room (or than the bytes present) leaves the table empty.
+        if (count <= room && count <= buffer.nOccupied() / kEntryBytes) {
+            m_slots.assign(room + 1, Entry());
+            m_nEntries = count;
+            for (unsigned int i = 0; i < count; ++i) {
+                Entry& entry = m_slots[i];
+                entry.firstChunk = decodeUint32(buffer);
+                entry.samplesPerChunk = decodeUint32(buffer);
+                unsigned int descAt = buffer.bufferOffset();
+                entry.descIndex = decodeUint32(buffer);
+                if (entry.descIndex == 0) infoMsg("Invalid STSC entry (desc = 0) found at %d\n", descAt);
+                if (i > 0) {
+                    Entry const& before = m_slots[i - 1];
+                    entry.firstSample = before.firstSample + (entry.firstChunk - before.firstChunk) * before.samplesPerChunk;
+                }
+            }
+            if (count > 0) {
+                // Until discoverLastEntry knows better, the last run is taken to be one chunk.
+                Entry const& last = m_slots[count - 1];
+                Entry& end = m_slots[count];
+                end.firstSample = last.firstSample + last.samplesPerChunk;
+                end.firstChunk = last.firstChunk + 1;
+            }
+        }
+    }
+    m_lastEntryDiscovered = false;
+    unsigned long used = buffer.bufferOffset() - start;
+    if (getSize() > used) buffer.removeInput(getSize() - used);
+    return ok;
+}
+
+bool QtAtomSampleChunk::encode(QtAtomBuffer& buffer) const {
+    unsigned int start = buffer.nOccupied();
+    BaseQtAtom::encode(buffer);
+    m_versionAndFlags.encode(buffer);
+    BaseQtAtom::encode(buffer, m_nEntries);
+    unsigned long total = getFixedSize() + static_cast<unsigned long>(m_nEntries) * kEntryBytes;
+    if (total > getSize()) {
+        // Checked before writing: the writer's buffer holds only the atom's size.
+        errorMsg("%s: byte overflow error stsc::encode(): %d bytes written, atom size is %d\n", getMoviePath(),
+                 static_cast<int>(total), static_cast<int>(getSize()));
+        return false;
+    }
+    for (unsigned int i = 0; i < m_nEntries; ++i) {
+        BaseQtAtom::encode(buffer, m_slots[i].firstChunk);
+        BaseQtAtom::encode(buffer, m_slots[i].samplesPerChunk);
+        BaseQtAtom::encode(buffer, m_slots[i].descIndex);
+    }
+    // The reserved room is written as zero bytes, so that the atom keeps its size.
+    unsigned int written = buffer.nOccupied() - start;
+    if (written < getSize()) buffer.append(static_cast<unsigned int>(getSize()) - written, true);
+    return true;
+}
+
+// ---------------------------------------------------------------- the last run
+
+void QtAtomSampleChunk::discoverLastEntry() const {
+    auto const* stts = dynamic_cast<QtAtomSampleTime const*>(findSibling(QtAtomSampleTime::kId, 0));
+    if (!stts || m_nEntries == 0) return;
+    QtAtomSampleChunk* writable = self();
+    Entry const& last = m_slots[m_nEntries - 1];
+    unsigned long before = last.firstSample;
+    unsigned long total = stts->getTotalSamples();
+    if (quicktimeLegacyDbg.on(QtLegacyOldStscLookup)) {
+        unsigned long samples = 0;
+        unsigned int chunks = 0;
+        for (unsigned int i = 0; i + 1 < m_nEntries; ++i) {
+            samples += static_cast<unsigned long>(chunksOf(i)) * m_slots[i].samplesPerChunk;
+            chunks += chunksOf(i);
+        }
+        if (samples != before || chunks != last.firstChunk - 1) {
+            debugMsg("%s %s: old/new samples=%ld/%ld; chk=%d/%d\n", getMoviePath(), getAtomPath().get(),
+                     static_cast<long>(samples), static_cast<long>(before), static_cast<int>(chunks),
+                     static_cast<int>(last.firstChunk - 1));
+            before = samples;
+        }
+    }
+    if (before <= total) {
+        unsigned int perChunk = last.samplesPerChunk ? last.samplesPerChunk : 1;
+        unsigned long chunks = (total - before) / perChunk;
+        if (chunks < 1) chunks = 1;
+        Entry& end = writable->m_slots[m_nEntries];
+        end.firstChunk = last.firstChunk + static_cast<unsigned int>(chunks);
+        end.descIndex = last.descIndex;
+    } else if (quicktimeDbg.on(QtDbgAtomErrors)) {
+        debugMsg("%s %s: %lds stts vs %lds stsc\n", getMoviePath(), getAtomPath().get(), static_cast<long>(total),
+                 static_cast<long>(before));
+    }
+    writable->m_chunkCounter = last.firstChunk - 1;
+    writable->m_lastEntryDiscovered = true;
+}
+
+// ---------------------------------------------------------------- lookup
+
+bool QtAtomSampleChunk::getChunkSet(unsigned long sample, QtChunkSet& set) const {
+    if (set.isUnset()) set.init(m_chunkSize.getSamplesPerChunk());
+    if (m_nEntries == 0) return false;
+    QtChunkSet seed = set;
+    bool found = searchRuns(sample, set);
+    if (quicktimeLegacyDbg.on(QtLegacyOldStscLookup)) {
+        QtChunkSet old = walkFromStart(sample, seed);
+        if (old != set)
+            debugMsg("%s %s: old/new chunkSet={%s}/{%s}\n", getMoviePath(), getAtomPath().get(), old.toString().get(),
+                     set.toString().get());
+    }
+    return found;
+}
+
+// Searches from the run of the previous answer: forward for a later sample, backward for an
+// earlier one, from the start when the set holds no run.
+bool QtAtomSampleChunk::searchRuns(unsigned long sample, QtChunkSet& set) const {
+    long from = 0, to = m_nEntries, step = 1;
+    bool valid = set.m_entryIndex != QtChunkSet::kNone && set.m_firstSample != QtChunkSet::kNone &&
+                 set.m_samplesPerChunk != QtChunkSet::kNone && set.m_numChunks != QtChunkSet::kNone;
+    if (valid) {
+        unsigned long end = set.m_firstSample + static_cast<unsigned long>(set.m_numChunks) * set.m_samplesPerChunk;
+        if (sample >= end) {
+            from = static_cast<long>(set.m_entryIndex) + 1;
+        } else if (sample >= set.m_firstSample) {
+            from = set.m_entryIndex;
+        } else {
+            from = static_cast<long>(set.m_entryIndex) - 1;
+            to = -1;
+            step = -1;
+        }
+    }
+    ensureLastEntry();
+    for (long i = from; i != to && i >= 0 && i < static_cast<long>(m_nEntries); i += step)
+        if (fillFromEntry(i, sample, set)) return true;
+    fillFromEnd(set);
+    return false;
+}
+
+bool QtAtomSampleChunk::fillFromEntry(long index, unsigned long sample, QtChunkSet& set) const {
+    Entry const& entry = m_slots[index];
+    unsigned int chunks = chunksOf(static_cast<unsigned int>(index));
+    unsigned int samples = entry.samplesPerChunk * chunks;
+    if (sample < entry.firstSample || sample >= entry.firstSample + samples) return false;
+    set.m_entryIndex = static_cast<unsigned int>(index);
+    set.m_firstSample = entry.firstSample;
+    set.m_firstChunk = entry.firstChunk - 1;
+    set.m_numSamples = samples;
+    set.m_samplesPerChunk = entry.samplesPerChunk;
+    set.m_numChunks = chunks;
+    set.m_descIndex = entry.descIndex;
+    return true;
+}
+
+void QtAtomSampleChunk::fillFromEnd(QtChunkSet& set) const {
+    Entry const& end = m_slots[m_nEntries];
+    set.m_firstChunk = end.firstChunk;  // deliberately not made 0-based
+    set.m_numSamples = end.samplesPerChunk;
+    set.m_firstSample = end.firstSample;
+    set.m_samplesPerChunk = end.samplesPerChunk;
+    set.m_numChunks = 1;
+    set.m_descIndex = end.descIndex;
+    set.m_entryIndex = QtChunkSet::kNone;
+}
+
+// The older lookup, a plain walk from the first entry, kept to cross-check the new one.
+QtChunkSet QtAtomSampleChunk::walkFromStart(unsigned long sample, QtChunkSet const& seed) const {
+    QtChunkSet set = seed;
+    unsigned long samples = 0;
+    unsigned int chunks = 0;
+    for (unsigned int i = 0; i < m_nEntries; ++i) {
+        Entry const& entry = m_slots[i];
+        unsigned int run = entry.samplesPerChunk * chunksOf(i);
+        if (sample < samples + run) {
+            set.m_firstChunk = entry.firstChunk - 1;
+            set.m_numChunks = chunksOf(i);
+            set.m_firstSample = samples;
+            set.m_samplesPerChunk = entry.samplesPerChunk;
+            set.m_numSamples = run;
+            set.m_descIndex = entry.descIndex;
+            set.m_entryIndex = i;
+            return set;
+        }
+        samples += run;
+        chunks += chunksOf(i);
+    }
+    Entry const& last = m_slots[m_nEntries - 1];
+    set.m_firstChunk = chunks;
+    set.m_numChunks = 1;
+    set.m_firstSample = samples;
+    set.m_samplesPerChunk = last.samplesPerChunk;
+    set.m_numSamples = last.samplesPerChunk;
+    set.m_descIndex = last.descIndex;
+    set.m_entryIndex = QtChunkSet::kNone;
+    return set;
+}
+
+// ---------------------------------------------------------------- recording
+
+void QtAtomSampleChunk::addCapacity() {
+    if (getHeadroom() != 0) return;
+    m_slots.resize((static_cast<size_t>(m_nEntries) + 1) * 2);
+}
+
+bool QtAtomSampleChunk::addSamples(QtSampleLocation& location) {
+    if (m_nEntries == 0) {
+        if (m_slots.size() < 2) m_slots.resize(2);
+        m_nEntries = 1;
+        m_slots[0] = Entry{0, 1, location.numSamples, location.descIndex};
+        m_slots[1] = Entry{location.numSamples, 2, 0, location.descIndex};
+        m_lastEntryDiscovered = true;  // a recorded end entry is exact
+        ++m_chunkCounter;
+        return true;
+    }
+    if (!logIfFalse(m_nEntries <= getCapacity(), "addSamples", QT_UTIL_FILE, 7682)) return false;
+    // A table read from a file learns where its last run ends before it is extended.
+    ensureLastEntry();
+    m_lastEntryDiscovered = true;
+    Entry& last = m_slots[m_nEntries - 1];
+    Entry& end = m_slots[m_nEntries];
+    if (!location.newChunk && last.descIndex == location.descIndex) {
+        last.samplesPerChunk += location.numSamples;
+        end.firstSample += location.numSamples;
+        return true;
+    }
+    location.newChunk = 1;
+
+    std::string reason;
+    Entry const* before = m_nEntries > 1 ? &m_slots[m_nEntries - 2] : nullptr;
+    if (m_nEntries == 1) {
+        reason = ": 2nd entry";
+    } else if (last.descIndex != location.descIndex) {
+        reason = FormatStr(": desc change: %d-->%d", last.descIndex, location.descIndex).get();
+    } else if (before->descIndex != last.descIndex) {
+        reason = FormatStr(": descriptor change: [%d]=%d --> [%d]=%d", m_nEntries - 2, before->descIndex, m_nEntries - 1,
+                           last.descIndex).get();
+    } else if (before->samplesPerChunk != last.samplesPerChunk) {
+        reason = FormatStr(": nSamples change: [%d]=%d --> [%d]=%d", m_nEntries - 2, before->samplesPerChunk,
+                           m_nEntries - 1, last.samplesPerChunk).get();
+    }
+
+    if (reason.empty()) {
+        // The last entry repeats the run before it, which takes over its chunk; the last entry
+        // moves on to describe the new chunk alone.
+        last = Entry{last.firstSample + last.samplesPerChunk, last.firstChunk + 1, location.numSamples,
+                     location.descIndex};
+        end.firstChunk = last.firstChunk + 1;
+        end.firstSample += location.numSamples;
+    } else {
+        if (quicktimeDbg.on(QtDbgChunkAllocator))
+            debugMsg("%s %s: add entry%s\n", getMoviePath(), getAtomPath().get(), reason.c_str());
+        if (!logIfFalse(m_nEntries + 1 <= m_slots.size(), "addSamples", QT_UTIL_FILE, 7727)) return false;
+        if (m_nEntries + 2 > m_slots.size()) {
+            // The new end entry needs a slot the room did not leave: one more slot changes the atom's
+            // size, so the movie is told.
+            m_slots.resize(m_nEntries + 2);
+            addMovieResizeNeeded(QtResizeReq::Stsc);
+        }
+        unsigned int lastSamplesPerChunk = m_slots[m_nEntries - 1].samplesPerChunk;
+        Entry opened{m_slots[m_nEntries].firstSample, m_slots[m_nEntries].firstChunk, location.numSamples,
+                     location.descIndex};
+        m_slots[m_nEntries] = opened;
+        m_slots[m_nEntries + 1] = Entry{opened.firstSample + location.numSamples, opened.firstChunk + 1, 0,
+                                        location.descIndex};
+        ++m_nEntries;
+        m_chunkSize.lowerSamplesPerChunk(lastSamplesPerChunk);
+    }
+    ++m_chunkCounter;
+    return true;
+}
+
+// ---------------------------------------------------------------- queries
+
+unsigned int QtAtomSampleChunk::getNumChunks() const {
+    ensureLastEntry();
+    unsigned int chunks = 0;
+    for (unsigned int i = 0; i < m_nEntries; ++i) chunks += chunksOf(i);
+    return chunks;
+}
+
+unsigned int QtAtomSampleChunk::getNumChunkSamples(unsigned int chunk) const {
+    ensureLastEntry();
+    if (m_nEntries == 0) return 0;
+    unsigned int samples = 0;
+    for (unsigned int i = 0; i <= m_nEntries && m_slots[i].firstChunk <= chunk + 1ul; ++i)
+        samples = m_slots[i].samplesPerChunk;
+    return samples;
+}
+
+unsigned int QtAtomSampleChunk::getChunkDesc(unsigned long sample) const {
+    ensureLastEntry();
+    if (m_nEntries == 0) return 0;
+    for (unsigned int i = 0; i < m_nEntries; ++i) {
+        Entry const& entry = m_slots[i];
+        if (sample >= entry.firstSample && sample < entry.firstSample + entry.samplesPerChunk * chunksOf(i))
+            return entry.descIndex;
+    }
+    return m_slots[m_nEntries - 1].descIndex;
+}
+
+bool QtAtomSampleChunk::contiguous(QtAtomSampleChunkOff const* stco, QtAtomSampleSize const* stsz,
+                                   unsigned int desc) const {
+    if (!stco || !stsz || !stsz->isFixed()) return false;
+    ensureLastEntry();
+    bool started = false;
+    unsigned long low = 0, high = 0;
+    for (unsigned int i = 0; i < m_nEntries; ++i) {
+        Entry const& entry = m_slots[i];
+        if (entry.descIndex != desc) continue;
+        unsigned long start = stco->getChunkOffset(entry.firstChunk - 1, nullptr);
+        unsigned int length = entry.samplesPerChunk * chunksOf(i) * stsz->getConstantSampleSize();
+        if (started && (start < low || start > high)) return false;
+        if (!started) low = start;
+        high = started ? std::max(high, start + length) : start + length;
+        started = true;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- printout
+
+void QtAtomSampleChunk::show() const {
+    std::string text = FormatStr("%s,cap=%d{inSmpl,1stChunk,nSmpl,stsd#}[%d]=%s\n", toString().get(), getCapacity(),
+                                 m_nEntries, getCapacity() == 0 ? "{}" : "").get();
+    bool everyEntry = quicktimeDbg.on(QtDbgAllSizes);
+    int indent = static_cast<int>(2 * numGeneration() + 2);
+    text += FormatStr("%*s", indent, "").get();
+    for (unsigned int i = 0; i <= m_nEntries; ++i) {
+        if (!everyEntry && m_nEntries > 5 && i == 3) {
+            text += ",...";
+            i = m_nEntries;
+        }
+        std::string separator = i % 3 ? "," : "";
+        if (everyEntry && i % 3 == 0 && i > 0) separator = FormatStr("%s\n%*s", ",", indent, "").get();
+        else if (!everyEntry && i == m_nEntries && i > 0) separator = ",";
+        Entry const& entry = m_slots[i];
+        text += FormatStr("%s%s{%ld,%d,%d,%d}", separator.c_str(), i == m_nEntries ? "implied:" : "",
+                          static_cast<long>(entry.firstSample), entry.firstChunk, entry.samplesPerChunk,
+                          entry.descIndex).get();
+    }
+    text += "\n";
+    infoMsg("%s", text.c_str());
+}

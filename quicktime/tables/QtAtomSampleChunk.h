@@ -1,0 +1,96 @@
+// QtAtomSampleChunk: the sample-to-chunk atom 'stsc', the run-length table of how many samples each
+// chunk holds and which sample description they use. It answers in which chunk, and where in it, a
+// sample lies (with a QtChunkSet as the cache of the previous answer, so that sequential lookups
+// are cheap), and it grows chunk by chunk while a track is recorded. The table is small (one entry
+// per change of layout) and held in memory, with zero-filled room reserved on disk.
+//
+// Slots: entries 0 .. n-1, then slot n, the implied end entry, which is not written to disk and
+// marks where the last run ends (its first chunk is one past the last run's last chunk); slots
+// beyond are zero. capacity = slots - 1. A table read from a file learns how many chunks its last
+// run has from the track's time-to-sample table (discoverLastEntry) before it is first used.
+//
+// Threads: the table belongs to the thread that owns the tree; even its lookups complete the end
+// entry on first use, so readers on other threads go through their own copy of the tree.
+#pragma once
+
+#include <vector>
+
+#include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtFields.h"
+#include "quicktime/tables/QtChunkSet.h"
+#include "quicktime/tables/QtChunkSize.h"
+#include "quicktime/tables/QtSampleLocation.h"
+
+class QtAtomSampleChunkOff;
+class QtAtomSampleSize;
+
+class QtAtomSampleChunk : public BaseQtAtom {
+public:
+    static constexpr QtAtomIdType kId = qtId("stsc");
+
+    struct Entry {
+        unsigned long firstSample = 0;     // samples in all chunks before this run
+        unsigned int firstChunk = 0;       // 1-based, as on disk
+        unsigned int samplesPerChunk = 0;
+        unsigned int descIndex = 0;        // 1-based sample description
+    };
+
+    // A new table: no entries, room for 4.
+    explicit QtAtomSampleChunk(BaseQtAtom const* parent);
+    ~QtAtomSampleChunk() override;
+
+    using BaseQtAtom::decode;
+    bool decode(QtAtomBuffer& buffer) override;
+    bool encode(QtAtomBuffer& buffer) const override;
+    // Header, version and flags, entry count: 16 bytes with the usual header.
+    unsigned int getFixedSize() const override { return getHeaderSize() + 8; }
+    unsigned long getVariableSize() const override { return 12ul * getCapacity(); }
+    void show() const override;
+
+    QtAtomSampleChunk* write() const { return static_cast<QtAtomSampleChunk*>(BaseQtAtom::write()); }
+
+    unsigned int getNumEntries() const { return m_nEntries; }
+    // Entry i; slot n is the implied end entry.
+    Entry getEntry(unsigned int index) const { return index < m_slots.size() ? m_slots[index] : Entry(); }
+    unsigned int getCapacity() const { return static_cast<unsigned int>(m_slots.size()) - 1; }
+    unsigned int getHeadroom() const { return getCapacity() - m_nEntries; }
+    QtChunkSize const& getChunkSize() const { return m_chunkSize; }
+    unsigned int getChunkCounter() const { return m_chunkCounter; }
+
+    // Looks a sample up; `set` holds the previous lookup on entry and the answer on return. True
+    // when the sample lies in a listed run; otherwise the set describes the end entry.
+    bool getChunkSet(unsigned long sample, QtChunkSet& set) const;
+    // Records samples written by the recorder (see QtSampleLocation). False when the table is
+    // full: call addCapacity whenever the headroom is 0.
+    bool addSamples(QtSampleLocation& location);
+    // Doubles the room (to 2n + 1 entries) when none is left.
+    void addCapacity();
+    // Works out how many chunks the last run covers, from the track's time-to-sample table.
+    void discoverLastEntry() const;
+
+    unsigned int getNumChunks() const;
+    // Samples per chunk of a chunk (0-based); 0 past the last run and for an empty table.
+    unsigned int getNumChunkSamples(unsigned int chunk) const;
+    // The description of the run that holds a sample (the last run's past the end; 0 when empty).
+    unsigned int getChunkDesc(unsigned long sample) const;
+    // For constant-size samples: whether the runs of a description lie back to back in the file.
+    bool contiguous(QtAtomSampleChunkOff const* stco, QtAtomSampleSize const* stsz, unsigned int desc) const;
+
+private:
+    void ensureLastEntry() const {
+        if (!m_lastEntryDiscovered) discoverLastEntry();
+    }
+    bool searchRuns(unsigned long sample, QtChunkSet& set) const;
+    bool fillFromEntry(long index, unsigned long sample, QtChunkSet& set) const;
+    void fillFromEnd(QtChunkSet& set) const;
+    QtChunkSet walkFromStart(unsigned long sample, QtChunkSet const& seed) const;
+    QtAtomSampleChunk* self() const { return static_cast<QtAtomSampleChunk*>(nonConst()); }
+    unsigned int chunksOf(unsigned int index) const { return m_slots[index + 1].firstChunk - m_slots[index].firstChunk; }
+
+    QtVersionAndFlags m_versionAndFlags;
+    unsigned int m_nEntries = 0;
+    std::vector<Entry> m_slots;
+    bool m_lastEntryDiscovered = false;
+    QtChunkSize m_chunkSize{1, 1, 0};
+    unsigned int m_chunkCounter = 0;
+};

@@ -1,0 +1,29 @@
+#include "quicktime/tables/QtTableBody.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "framework/BasicFileIO.h"
+#include "quicktime/atoms/BaseQtAtom.h"
+
+namespace QtTableBody {
+
+bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAtom, unsigned int n,
+          unsigned char* out) {
+    unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
+    if (offsetInAtom >= consumed && offsetInAtom - consumed + n <= buffer.nOccupied()) {
+        memcpy(out, buffer.ptrData() + (offsetInAtom - consumed), n);
+        return true;
+    }
+    AutoRefPtr<BasicFileIO> file = atom.getRootFp();
+    if (file && file->readAt(atom.getFileOffset() + offsetInAtom, out, n) == static_cast<long>(n)) return true;
+    memset(out, 0, n);
+    return false;
+}
+
+void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
+    unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
+    if (consumed < atom.getSize()) buffer.removeInput(std::min<unsigned long>(atom.getSize() - consumed, buffer.nOccupied()));
+}
+
+}  // namespace QtTableBody

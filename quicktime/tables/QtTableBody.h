@@ -1,0 +1,26 @@
+// Helpers shared by the decoders of the disk-backed sync, composition and dependency tables: reading
+// bytes of the atom's body whether or not the reader put them in the buffer, and consuming what is
+// left of the atom.
+#pragma once
+
+#include "framework/QtAtomBuffer.h"
+
+class BaseQtAtom;
+
+namespace QtTableBody {
+
+// Copies n bytes of the atom, from offsetInAtom on, into out: from the buffer when it holds them,
+// else from the root's file (a reader hands a large table only its head). Zeros when neither has
+// them; returns whether the bytes were found.
+bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAtom, unsigned int n,
+          unsigned char* out);
+
+// Consumes what is left of the atom in the buffer, so that a table's entries never pass through it.
+void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer);
+
+inline unsigned int bigEndian32(unsigned char const* p) {
+    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+           (static_cast<unsigned int>(p[2]) << 8) | p[3];
+}
+
+}  // namespace QtTableBody

@@ -1,0 +1,341 @@
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/quicktime.h"
+#include "tests/TestSupport.h"
+#include "tests/atoms/AtomBytes.h"
+
+namespace {
+
+// A time-to-sample table standing in for the track's 'stts' atom: run-length entries of
+// (count, duration), with the range lookup that the edit list relies on (nearest sample at the
+// start, a half rounding up; nearest at the end, a half rounding down).
+class TimingTable : public BaseQtAtom, public QtSampleTiming {
+  public:
+    using Entries = std::vector<std::pair<uint32_t, uint32_t>>;
+    TimingTable(BaseQtAtom const* parent, Entries entries)
+        : BaseQtAtom(qtId("stts"), parent, 16 + 8 * entries.size()), m_entries(std::move(entries)) {}
+
+    unsigned int getTicksPerSample() const override {
+        int64_t best = -1;
+        unsigned int ticks = 1;
+        for (auto const& [count, duration] : m_entries) {
+            if (duration == 0 || static_cast<int32_t>(count) <= best) continue;
+            best = static_cast<int32_t>(count);
+            ticks = duration;
+        }
+        return ticks;
+    }
+
+    Span getSampleSpan(unsigned long t0, unsigned long t1) const override {
+        Span span;
+        if (t0 > t1) return span;
+        unsigned long samplesBefore = 0, timeBefore = 0;
+        bool firstSet = false;
+        for (auto const& [count, duration] : m_entries) {
+            unsigned long end = timeBefore + static_cast<uint32_t>(count * duration);
+            if (end > t0 && !firstSet) {
+                span.first = samplesBefore + (t0 - timeBefore + duration / 2) / duration;
+                firstSet = true;
+            }
+            unsigned long n = count;
+            if (end > t1) {
+                uint32_t into = static_cast<uint32_t>(t1 - timeBefore);
+                n = into / duration;
+                if (n * duration + duration / 2 < into) ++n;
+            }
+            span.end = samplesBefore + n;
+            span.endTime = timeBefore + n * duration;
+            if (end >= t1) break;
+            samplesBefore += count;
+            timeBefore = end;
+        }
+        return span;
+    }
+
+  private:
+    Entries m_entries;
+};
+
+// The edit list's entries: (track duration, media time, rate).
+Bytes editListBytes(uint32_t size, uint32_t count, std::vector<std::vector<uint32_t>> const& entries) {
+    Bytes b;
+    putAtomHeader(b, size, "elst");
+    putUint32(b, 0);
+    putUint32(b, count);
+    for (auto const& entry : entries)
+        for (uint32_t v : entry) putUint32(b, v);
+    while (b.size() < size) b.push_back(0);
+    return b;
+}
+
+// moov with a movie header, one trak with an edit list under edts and a media with its header and
+// a timing table in minf.stbl. Returns the edit list; the tree is owned by `moov`.
+QtAtomEditList* buildTrack(QtAtomHeader& moov, unsigned int movieScale, unsigned int mediaScale,
+                           TimingTable::Entries timing, unsigned int edits) {
+    new QtAtomMvhd(&moov, movieScale);
+    auto* trak = new QtAtomHeader(qtId("trak"), &moov);
+    auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), edits);
+    auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
+    (new QtAtomMediaHdr(mdia))->set(0, mediaScale);
+    auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
+    new TimingTable(stbl, std::move(timing));
+    return list;
+}
+
+void setEdit(QtAtomEditList* list, unsigned int index, uint32_t duration, uint32_t mediaTime, bool empty) {
+    QtAtomEditList::Edit& edit = (*list->write())[index];
+    edit.trackDuration = duration;
+    edit.mediaTime = mediaTime;
+    edit.empty = empty;
+}
+
+}  // namespace
+
+TEST(QtAtomEditList, NewListHasRoomForTwoMoreEditsAndEncodesItsWholeCapacity) {
+    QtAtomEditList list(nullptr, 1);
+    EXPECT_EQ(list.getNumEdits(), 1u);
+    EXPECT_EQ(list.getCapacity(), 3u);
+    EXPECT_EQ(list[0].mediaRate, 0x10000u);
+    EXPECT_TRUE(list.isMediaCalculated());
+    EXPECT_EQ(list.resetSize(), 52u);
+    Bytes bytes = encodeToBytes(list);
+    ASSERT_EQ(bytes.size(), 52u);
+    EXPECT_EQ(bytes[15], 1);                                                        // one edit in use
+    EXPECT_EQ(Bytes(bytes.begin() + 24, bytes.begin() + 28), (Bytes{0, 1, 0, 0}));  // its rate
+    EXPECT_EQ(Bytes(bytes.begin() + 28, bytes.end()), Bytes(24, 0));
+}
+
+TEST(QtAtomEditList, CountLargerThanTheAtomIsCutToTheEntriesThatFit) {
+    Bytes bytes = editListBytes(28, 5, {{10000, 1024, 0x10000}});
+    QtAtomEditList list(nullptr, 0);
+    unsigned int consumed = 0;
+    ASSERT_TRUE(decodeFrom(list, bytes, &consumed));
+    EXPECT_EQ(consumed, 28u);
+    EXPECT_EQ(list.getNumEdits(), 1u);
+    EXPECT_EQ(list.getCapacity(), 1u);
+    EXPECT_EQ(list[0].trackDuration, 10000u);
+    EXPECT_EQ(list[0].mediaTime, 1024u);
+    EXPECT_FALSE(list.isMediaCalculated());
+    Bytes written = encodeToBytes(list);
+    EXPECT_EQ(written, editListBytes(28, 1, {{10000, 1024, 0x10000}}));
+}
+
+TEST(QtAtomEditList, EmptyEditReadsAsEmptyAndWritesBackItsMarker) {
+    Bytes bytes = editListBytes(40, 2, {{600, 0xFFFFFFFF, 0x10000}, {1200, 48, 0x8000}});
+    QtAtomEditList list(nullptr, 0);
+    ASSERT_TRUE(decodeFrom(list, bytes));
+    ASSERT_EQ(list.getNumEdits(), 2u);
+    EXPECT_TRUE(list[0].empty);
+    EXPECT_EQ(list[0].mediaTime, 0u);
+    EXPECT_FALSE(list[1].empty);
+    EXPECT_EQ(list[1].mediaRate, 0x8000u);
+    EXPECT_EQ(encodeToBytes(list), bytes);
+}
+
+TEST(QtAtomEditList, SpareSlotsAndStrayBytesWriteBackToTheAtomsSize) {
+    // No edit in use but two spare slots: the capacity still covers the atom.
+    Bytes spare = editListBytes(40, 0, {});
+    QtAtomEditList list(nullptr, 0);
+    ASSERT_TRUE(decodeFrom(list, spare));
+    EXPECT_EQ(list.getNumEdits(), 0u);
+    EXPECT_EQ(list.getCapacity(), 2u);
+    EXPECT_EQ(encodeToBytes(list), spare);
+    EXPECT_TRUE(list.resize(2));
+
+    // Two bytes after the last whole entry.
+    Bytes stray = editListBytes(30, 1, {{100, 0, 0x10000}});
+    ASSERT_TRUE(decodeFrom(list, stray));
+    EXPECT_EQ(list.getCapacity(), 1u);
+    EXPECT_EQ(encodeToBytes(list), stray);
+}
+
+TEST(QtAtomEditList, ResizeStaysWithinTheCapacity) {
+    QtAtomEditList list(nullptr, 1);
+    list.setClean();
+    EXPECT_FALSE(list.resize(4));
+    EXPECT_EQ(list.getNumEdits(), 1u);
+    EXPECT_FALSE(list.isDirty());
+    EXPECT_TRUE(list.resize(3));
+    EXPECT_EQ(list.getNumEdits(), 3u);
+    EXPECT_EQ(list[2].mediaRate, 0x10000u);
+    EXPECT_TRUE(list.isDirty());
+}
+
+TEST(QtAtomEditList, AddCapacityMakesRoomForManyMoreEdits) {
+    QtAtomEditList three(nullptr, 3);
+    EXPECT_EQ(three.addCapacity(), 100u);
+    EXPECT_EQ(three.resetSize(), 16u + 1200u);
+    QtAtomEditList twelve(nullptr, 12);
+    EXPECT_EQ(twelve.addCapacity(), 120u);
+    EXPECT_EQ(twelve.getCapacity(), 120u);
+}
+
+TEST(QtAtomEditList, CalcMediaTurnsEditsIntoSamplesOnRealTracks) {
+    // Video, audio and timecode of h264_bframes_aac_tc.mov: the video and audio edits start 1024
+    // media units in (two frames, one audio packet).
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_bframes_aac_tc.mov").c_str());
+    ASSERT_TRUE(root);
+    struct Expected {
+        TimingTable::Entries timing;  // the track's stts entries
+        uint32_t first, samples, offset;
+    } expected[] = {{{{250, 512}}, 2, 248, 126976},
+                    {{{469, 1024}, {1, 768}}, 1, 469, 480000},
+                    {{{1, 128000}}, 0, 1, 128000}};
+    for (unsigned int i = 0; i < 3; ++i) {
+        BaseQtAtom const* trak = root->findAtom("moov.trak", i);
+        ASSERT_NE(trak, nullptr);
+        auto const* list = dynamic_cast<QtAtomEditList const*>(trak->findAtom("edts.elst", 0));
+        ASSERT_NE(list, nullptr) << i;
+        BaseQtAtom const* stts = trak->findAtom("mdia.minf.stbl.stts", 0);
+        ASSERT_NE(stts, nullptr);
+        stts->insertSibling(new TimingTable(nullptr, expected[i].timing));
+        ASSERT_NE(list->findSampleTiming(), nullptr);
+        EXPECT_FALSE(list->isMediaCalculated());
+        list->calcMedia(false);
+        ASSERT_TRUE(list->isMediaCalculated());
+        EXPECT_EQ((*list)[0].firstSample, expected[i].first) << "track " << i + 1;
+        EXPECT_EQ((*list)[0].numSamples, expected[i].samples) << "track " << i + 1;
+        EXPECT_EQ((*list)[0].offset, expected[i].offset) << "track " << i + 1;
+    }
+}
+
+TEST(QtAtomEditList, CalcMediaDoesNothingWithoutATimingTableOrWhenAlreadyDone) {
+    QtAtomHeader trak(qtId("trak"), nullptr);
+    auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), &trak), 1);
+    Bytes bytes = editListBytes(28, 1, {{1000, 0, 0x10000}});
+    ASSERT_TRUE(decodeFrom(*list, bytes));
+    list->calcMedia(true);
+    EXPECT_FALSE(list->isMediaCalculated());
+    EXPECT_EQ((*list)[0].numSamples, 0u);
+
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* edited = buildTrack(moov, 600, 2400, {{100, 100}}, 1);
+    setEdit(edited, 0, 600, 0, false);
+    edited->calcMedia(false);  // a new list counts as already derived
+    EXPECT_EQ((*edited)[0].numSamples, 0u);
+    edited->calcMedia(true);
+    EXPECT_EQ((*edited)[0].numSamples, 24u);
+    setEdit(edited, 0, 1200, 0, false);
+    edited->calcMedia(false);
+    EXPECT_EQ((*edited)[0].numSamples, 24u);
+    edited->calcMedia(true);
+    EXPECT_EQ((*edited)[0].numSamples, 48u);
+}
+
+TEST(QtAtomEditList, EmptyEditSpansItsDurationInWholeSamples) {
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    setEdit(list, 0, 600, 0, true);
+    setEdit(list, 1, 1200, 0, false);
+    list->calcMedia(true);
+    EXPECT_EQ((*list)[0].numSamples, 24u);
+    EXPECT_EQ((*list)[0].offset, 2400u);
+    EXPECT_EQ((*list)[1].firstSample, 0u);
+    EXPECT_EQ((*list)[1].numSamples, 48u);
+}
+
+TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
+    // Media 2400 over movie 600: every edit gains a slack of 3 media units, which the cut to whole
+    // movie units takes off again for all edits but the last. Starting 48 units into a sample, the
+    // last edit's end passes the half of its 25th sample and takes it; the first edit's does not.
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    setEdit(list, 0, 600, 48, false);
+    setEdit(list, 1, 600, 48, false);
+    list->calcMedia(true);
+    EXPECT_EQ((*list)[0].numSamples, 24u);
+    EXPECT_EQ((*list)[1].numSamples, 25u);
+
+    // A finer movie time scale has no slack.
+    QtAtomHeader fine(qtId("moov"), nullptr);
+    QtAtomEditList* exact = buildTrack(fine, 1000, 2400, {{100, 100}}, 1);
+    setEdit(exact, 0, 1000, 50, false);
+    exact->calcMedia(true);
+    EXPECT_EQ((*exact)[0].numSamples, 24u);
+}
+
+TEST(QtAtomEditList, CalcMediaSurvivesAbsurdTimeScales) {
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 0xFFFFFFFF, 1, {{100, 100}}, 1);
+    setEdit(list, 0, 0xFFFFFFFF, 0xFFFFFFF0, false);
+    list->calcMedia(true);  // a ratio below 1/65536: nothing to derive
+    EXPECT_EQ((*list)[0].numSamples, 0u);
+
+    QtAtomHeader huge(qtId("moov"), nullptr);
+    QtAtomEditList* big = buildTrack(huge, 1, 0xFFFFFFFF, {{100, 1}}, 2);
+    setEdit(big, 0, 0xFFFFFFFF, 0xFFFFFFFF, false);
+    setEdit(big, 1, 0xFFFFFFFF, 7, false);
+    big->calcMedia(true);
+    EXPECT_TRUE(big->isMediaCalculated());
+}
+
+TEST(QtAtomEditList, MapsMediaSamplesPastEmptyEditsToPresentationSamples) {
+    QtAtomEditList none(nullptr, 0);
+    EXPECT_EQ(none.physicalToVirtualSample(17), 17u);
+
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    setEdit(list, 0, 600, 0, true);    // one second of nothing: 24 samples
+    setEdit(list, 1, 1200, 0, false);  // then samples 0..47
+    list->calcMedia(true);
+    EXPECT_EQ(list->physicalToVirtualSample(0), 24u);
+    EXPECT_EQ(list->physicalToVirtualSample(10), 34u);
+    EXPECT_EQ(list->physicalToVirtualSample(47), 71u);
+    EXPECT_EQ(list->physicalToVirtualSample(60), 60u);  // beyond all edits
+}
+
+TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
+    EXPECT_EQ(QtAtomEditList(nullptr, 0).getSpan(5, 3).end, 0u);
+
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    setEdit(list, 0, 600, 0, true);
+    setEdit(list, 1, 1200, 0, false);
+    list->calcMedia(true);
+
+    QtAtomEditList::Phys inEmpty = list->getSpan(5, 100);
+    EXPECT_EQ(inEmpty.index, 0u);
+    EXPECT_TRUE(inEmpty.empty);
+    EXPECT_EQ(inEmpty.remain, 19u);
+    EXPECT_EQ(inEmpty.end - inEmpty.first, 19u);  // cut at the edit's end
+
+    QtAtomEditList::Phys inMedia = list->getSpan(30, 10);
+    EXPECT_EQ(inMedia.index, 1u);
+    EXPECT_FALSE(inMedia.empty);
+    EXPECT_EQ(inMedia.first, 6u);
+    EXPECT_EQ(inMedia.end, 16u);
+    EXPECT_EQ(inMedia.remain, 42u);
+
+    list->setMediaOffset(100);  // media positions move, presentation positions with them
+    QtAtomEditList::Phys shifted = list->getSpan(130, 10);
+    EXPECT_EQ(shifted.index, 1u);
+    EXPECT_EQ(shifted.first, 106u);
+
+    list->setMediaOffset(0);
+    QtAtomEditList::Phys beyond = list->getSpan(80, 4);
+    EXPECT_EQ(beyond.index, 1u);
+    EXPECT_FALSE(beyond.empty);
+    EXPECT_EQ(beyond.first, 56u);
+    EXPECT_EQ(beyond.end, 60u);
+}
+
+TEST(QtAtomEditList, ShowListsEachEditWithItsStartAndLength) {
+    QtAtomHeader moov(qtId("moov"), nullptr);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    setEdit(list, 0, 600, 0, true);
+    setEdit(list, 1, 1200, 48, false);
+    list->calcMedia(true);
+    list->resetSize();
+    MessageCapture capture;
+    list->show();
+    auto const& lines = capture.messages();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0].text, std::string(list->toString().get()) + ",v0,f=0,cap=4,nedits=2\n");
+    EXPECT_EQ(lines[1].text, "         # start         (media)  length        (movie) samples  rate\n");
+    EXPECT_EQ(lines[2].text, "         0 00:00:00.000  empty    00:00:01.000      600      24  0x10000\n");
+    EXPECT_EQ(lines[3].text, "         1 00:00:01.000       48  00:00:02.000     1200      49  0x10000\n");
+}

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "framework/BridgeAnchor.h"
+#include "framework/SorvanPosix.h"
+
+namespace {
+
+struct Event {
+    int value;
+};
+
+class Listener {
+  public:
+    Listener() : anchor(this, &Listener::onEvent), constAnchor(this, &Listener::peek) {}
+
+    bool onEvent(Event const& event) {
+        last = event.value;
+        if (blockInside) {
+            entered.post();
+            proceed.wait();
+        }
+        return event.value >= 0;
+    }
+    bool peek(Event const& event) const { return event.value == last; }
+
+    int last = 0;
+    bool blockInside = false;
+    SorvanPosix::JLWSemaphore entered{0};
+    SorvanPosix::JLWSemaphore proceed{0};
+    BridgeAnchor anchor;
+    BridgeAnchor constAnchor;
+};
+
+struct CapturedMessages {
+    CapturedMessages() {
+        previous = setMessageSink([this](MsgLevel level, std::string const& text) {
+            if (level == MsgLevel::Error) errors += text;
+        });
+    }
+    ~CapturedMessages() { setMessageSink(previous); }
+    std::string errors;
+    MessageSink previous;
+};
+
+}  // namespace
+
+TEST(BridgeAnchor, RoutesTheCallToTheOwnersMemberAndReturnsItsAnswer) {
+    Listener listener;
+    EXPECT_TRUE(listener.anchor.call(Event{7}));
+    EXPECT_EQ(listener.last, 7);
+    EXPECT_FALSE(listener.anchor.call(Event{-1}));
+    EXPECT_EQ(listener.last, -1);
+    EXPECT_TRUE(listener.constAnchor.call(Event{-1}));
+    EXPECT_FALSE(listener.constAnchor.call(Event{3}));
+}
+
+TEST(BridgeAnchor, RefusesCallsOnceDetached) {
+    Listener listener;
+    listener.anchor.detach();
+    EXPECT_FALSE(listener.anchor.attached());
+    EXPECT_FALSE(listener.anchor.call(Event{5}));
+    EXPECT_EQ(listener.last, 0);
+    BridgeAnchor empty;
+    EXPECT_FALSE(empty.call(Event{5}));
+}
+
+TEST(BridgeAnchor, RefusesAndReportsAnArgumentOfTheWrongType) {
+    Listener listener;
+    CapturedMessages messages;
+    EXPECT_FALSE(listener.anchor.call(std::string("not an event")));
+    EXPECT_EQ(listener.last, 0);
+    EXPECT_NE(messages.errors.find("BridgeAnchor::call"), std::string::npos);
+}
+
+TEST(BridgeAnchor, DetachWaitsForACallInFlight) {
+    Listener listener;
+    listener.blockInside = true;
+    std::thread caller([&] { listener.anchor.call(Event{1}); });
+    listener.entered.wait();
+    std::atomic<bool> detached{false};
+    std::thread detacher([&] {
+        listener.anchor.detach();
+        detached = true;
+    });
+    waitMsec(30);
+    EXPECT_FALSE(detached.load());
+    listener.proceed.post();
+    caller.join();
+    detacher.join();
+    EXPECT_TRUE(detached.load());
+    EXPECT_FALSE(listener.anchor.call(Event{2}));
+    EXPECT_EQ(listener.last, 1);
+}

@@ -1,0 +1,437 @@
+// VirtualArray<T> over a real temporary file: memory mode, placing and backing, what reaches the
+// file and when, moves, reservations, write failures, the owner's cache bound, and a randomised
+// comparison with a plain std::vector.
+#include "framework/VirtualArray.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "framework/BridgeAnchor.h"
+#include "framework/Messages.h"
+#include "tests/framework/TempMovieFile.h"
+
+namespace {
+
+unsigned int bigEndianAt(std::vector<unsigned char> const& bytes, unsigned long at) {
+    return (unsigned(bytes[at]) << 24) | (unsigned(bytes[at + 1]) << 16) | (unsigned(bytes[at + 2]) << 8) |
+           unsigned(bytes[at + 3]);
+}
+
+void fillWithGarbage(char const* path, unsigned long n) {
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(path, BasicFileIO::ReadWrite);
+    std::vector<unsigned char> garbage(n, 0xEE);
+    file->writeAt(0, garbage.data(), n);
+}
+
+// A backed array of big-endian uint32 placed at `offset`, with `size` slots.
+struct BackedArray {
+    BackedArray(AutoRefPtr<BasicFileIO> file, unsigned long offset, unsigned int size) : array("test") {
+        array.setIoPrep(&bigEndian32);
+        array.setVirtualSize(size);
+        array.setMap(offset);
+        array.setBackingStore(file);
+    }
+    VirtualArray<unsigned int> array;
+};
+
+// Collects reservation events.
+struct ReservationLog {
+    bool record(VirtualBase::Reservation const& r) {
+        events.push_back(r);
+        return true;
+    }
+    std::vector<VirtualBase::Reservation> events;
+};
+
+// Sums the reported cache changes.
+struct StorageLog {
+    bool record(VirtualBase::StorageChange const& change) {
+        total += change.delta;
+        return true;
+    }
+    long total = 0;
+};
+
+// Silences the messages of a test that provokes failures, keeping the error texts.
+struct MessageCapture {
+    MessageCapture() {
+        previous = setMessageSink([this](MsgLevel level, std::string const& text) {
+            if (level == MsgLevel::Error) errors.push_back(text);
+        });
+    }
+    ~MessageCapture() { setMessageSink(previous); }
+    MessageSink previous;
+    std::vector<std::string> errors;
+};
+
+}  // namespace
+
+TEST(VirtualArrayTest, MemoryModeReadsWrittenValuesAndZeroElsewhere) {
+    VirtualArray<unsigned int> array("test");
+    ASSERT_TRUE(array.setVirtualSize(16));
+    EXPECT_TRUE(array.setElementAt(3, 33, nullptr));
+    EXPECT_TRUE(array.setElementAt(15, 1515, nullptr));
+    EXPECT_FALSE(array.setElementAt(16, 1, nullptr));  // past the size
+
+    FileIoClientRec agent;
+    EXPECT_EQ(array[3], 33u);
+    EXPECT_EQ(array.elementAt(15, &agent), 1515u);
+    EXPECT_EQ(array.elementAt(4, &agent), 0u);
+    EXPECT_EQ(array.elementAt(100, &agent), 0u);
+    EXPECT_FALSE(array.isVirtual());
+    EXPECT_TRUE(array.isDirty());
+    array.setClean();
+    EXPECT_FALSE(array.isDirty());
+}
+
+TEST(VirtualArrayTest, ShrinkingForgetsTheSlotsCutOffInEitherMode) {
+    TempMovieFile temp;
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    VirtualArray<unsigned int> memory("memory");
+    BackedArray backed(file, 1000, 40000);
+    memory.setVirtualSize(16);
+    for (unsigned int i = 0; i < 16; ++i) memory.setElementAt(i, i + 1, nullptr);
+    for (unsigned int i = 0; i < 40000; ++i) backed.array.setElementAt(i, i + 1, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+
+    FileIoClientRec agent;
+    EXPECT_EQ(backed.array.elementAt(30000, &agent), 30001u);  // cached by the agent
+    memory.setVirtualSize(5);
+    backed.array.setVirtualSize(5000);
+    memory.setVirtualSize(16);
+    backed.array.setVirtualSize(40000);
+    EXPECT_EQ(memory[4], 5u);
+    EXPECT_EQ(memory[5], 0u);
+    EXPECT_EQ(backed.array[4999], 5000u);
+    EXPECT_EQ(backed.array[5000], 0u);
+    EXPECT_EQ(backed.array.elementAt(30000, &agent), 0u);
+    ASSERT_TRUE(backed.array.flush());
+    EXPECT_EQ(bigEndianAt(temp.bytes(1000 + 30000 * 4, 4), 0), 0u);  // regrown slots are zero on disk
+}
+
+TEST(VirtualArrayTest, ElementsHeldInMemoryMoveToTheMappedPlaceWhenBacked) {
+    TempMovieFile temp;
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    VirtualArray<unsigned int> array("stsz");
+    array.setIoPrep(&bigEndian32);
+    array.setVirtualSize(16);
+    for (unsigned int i = 0; i < 16; ++i) array.setElementAt(i, 0x01020300u + i, nullptr);
+    array.setVirtualSize(5000);
+    array.setMap(100);
+    EXPECT_FALSE(array.isVirtual());
+    ASSERT_TRUE(array.setBackingStore(file));
+    EXPECT_TRUE(array.isVirtual());
+    EXPECT_EQ(file->length(), 0u);  // nothing is written before a flush
+    for (unsigned int i = 16; i < 3000; ++i) array.setElementAt(i, i, nullptr);
+    ASSERT_TRUE(array.flush());
+    EXPECT_FALSE(array.isDirty());
+
+    std::vector<unsigned char> disk = temp.bytes(100, 5000 * 4);
+    ASSERT_EQ(disk.size(), 5000u * 4);
+    EXPECT_EQ(disk[0], 0x01);
+    EXPECT_EQ(disk[3], 0x00);
+    for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(bigEndianAt(disk, i * 4), 0x01020300u + i);
+    for (unsigned int i = 16; i < 3000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i);
+    for (unsigned int i = 3000; i < 5000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), 0u) << i;
+}
+
+TEST(VirtualArrayTest, AdoptsTheElementsAFileAlreadyHolds) {
+    TempMovieFile temp;
+    {
+        AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+        std::vector<unsigned int> disk(70000);
+        for (unsigned int i = 0; i < disk.size(); ++i) disk[i] = __builtin_bswap32(i * 7);
+        file->writeAt(12, disk.data(), disk.size() * 4);
+    }
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadOnly);
+    VirtualArray<unsigned int> array("stco");
+    array.setIoPrep(&bigEndian32);
+    array.setVirtualSize(70000);
+    ASSERT_TRUE(array.setBackingStore(file));
+    array.setMap(12);
+    FileIoClientRec agent;
+    for (unsigned int i = 0; i < 70000; i += 997) EXPECT_EQ(array.elementAt(i, &agent), i * 7);
+    EXPECT_EQ(array[69999], 69999u * 7);
+    EXPECT_FALSE(array.isDirty());
+}
+
+TEST(VirtualArrayTest, SlotsNeverWrittenReadAsZeroAndAreZeroedOnDisk) {
+    TempMovieFile temp;
+    fillWithGarbage(temp.path(), 200000);
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    BackedArray backed(file, 64, 40000);
+    backed.array.setElementAt(0, 5, nullptr);
+    backed.array.setElementAt(20000, 6, nullptr);  // leaves a gap of pages never loaded
+    FileIoClientRec agent;
+    EXPECT_EQ(backed.array.elementAt(10000, &agent), 0u);
+    ASSERT_TRUE(backed.array.flush());
+    EXPECT_EQ(backed.array.elementAt(10000, &agent), 0u);
+    std::vector<unsigned char> disk = temp.bytes(64, 40000 * 4);
+    for (unsigned int i = 1; i < 40000; ++i) {
+        if (i == 20000) continue;
+        ASSERT_EQ(bigEndianAt(disk, i * 4), 0u) << i;
+    }
+    EXPECT_EQ(temp.bytes(63, 1)[0], 0xEE);  // bytes before the place are not touched
+    EXPECT_EQ(temp.bytes(64 + 40000 * 4, 1)[0], 0xEE);  // nor after it
+}
+
+TEST(VirtualArrayTest, MapIndexKeepsEveryValueAndCompletesTheNewPlace) {
+    TempMovieFile temp;
+    fillWithGarbage(temp.path(), 600000);
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    BackedArray backed(file, 1000, 50000);
+    for (unsigned int i = 0; i < 30000; ++i) backed.array.setElementAt(i, i + 1, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+    for (unsigned int i = 30000; i < 30010; ++i) backed.array.setElementAt(i, i + 1, nullptr);  // dirty only
+
+    ASSERT_TRUE(backed.array.mapIndex(30010, 400000));
+    FileIoClientRec agent;
+    for (unsigned int i = 0; i < 30010; i += 331) ASSERT_EQ(backed.array.elementAt(i, &agent), i + 1);
+    backed.array.setElementAt(30010, 30011, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+    std::vector<unsigned char> disk = temp.bytes(400000, 50000 * 4);
+    for (unsigned int i = 0; i <= 30010; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 1) << i;
+    EXPECT_EQ(bigEndianAt(disk, 30011 * 4), 0u);
+    EXPECT_EQ(bigEndianAt(temp.bytes(1000, 4), 0), 1u);  // the old place is left as it was
+    EXPECT_FALSE(backed.array.mapIndex(50001, 0));       // a first index past the size is refused
+}
+
+TEST(VirtualArrayTest, OverlappingMovesInEitherDirectionKeepTheValues) {
+    for (long shift : {8L, -8L, 4096L * 3 + 4, -(4096L * 3 + 4)}) {
+        TempMovieFile temp;
+        AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+        unsigned long place = 200000;
+        BackedArray backed(file, place, 100000);
+        for (unsigned int i = 0; i < 100000; ++i) backed.array.setElementAt(i, i ^ 0x5A5A5A5Au, nullptr);
+        ASSERT_TRUE(backed.array.flush());
+        backed.array.close(nullptr);  // nothing left in memory: values must come from the file
+        ASSERT_TRUE(backed.array.mapIndex(100000, place + shift));
+        FileIoClientRec agent;
+        for (unsigned int i = 0; i < 100000; ++i)
+            ASSERT_EQ(backed.array.elementAt(i, &agent), i ^ 0x5A5A5A5Au) << "shift " << shift << " index " << i;
+    }
+}
+
+// A table widened in place writes its new entries from the last down to the first, over bytes of
+// the old entries that must stay readable until each has been read: pages leaving the cache on the
+// way down must not write anything below themselves.
+TEST(VirtualArrayTest, PagesWrittenFromTheTopDownNeverTouchTheBytesBelowThem) {
+    TempMovieFile temp;
+    fillWithGarbage(temp.path(), 400000);
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    unsigned int perPage = VirtualArrayBase::kPageBytes / 4;
+    BackedArray backed(file, 0, 10 * perPage);
+    for (unsigned int i = 10 * perPage; i-- > 5 * perPage;) backed.array.setElementAt(i, i + 1, nullptr);
+    std::vector<unsigned char> below = temp.bytes(0, 5ul * perPage * 4);
+    for (unsigned char byte : below) ASSERT_EQ(byte, 0xEE);
+    EXPECT_NE(temp.bytes(9ul * perPage * 4, 1)[0], 0xEE);  // the top pages did leave the cache
+    for (unsigned int i = 5 * perPage; i-- > 0;) backed.array.setElementAt(i, i + 1, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+    std::vector<unsigned char> disk = temp.bytes(0, 10ul * perPage * 4);
+    for (unsigned int i = 0; i < 10 * perPage; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 1) << i;
+}
+
+TEST(VirtualArrayTest, EveryWriteIsAnnouncedAsAHoldAndThenAReleaseOfItsRegion) {
+    TempMovieFile temp;
+    AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
+    ReservationLog log;
+    BridgeAnchor anchor(&log, &ReservationLog::record);
+    BackedArray backed(asFile(file), 5000, 20000);
+    backed.array.setReservationCallback(&anchor);
+    for (unsigned int i = 0; i < 20000; ++i) backed.array.setElementAt(i, i, nullptr);
+    ASSERT_TRUE(backed.array.flush());
+    ASSERT_TRUE(backed.array.mapIndex(20000, 200000));
+
+    ASSERT_FALSE(log.events.empty());
+    ASSERT_EQ(log.events.size() % 2, 0u);
+    EXPECT_EQ(log.events.size() / 2, file->writes());
+    unsigned long covered = 0;
+    for (size_t i = 0; i < log.events.size(); i += 2) {
+        VirtualBase::Reservation const& hold = log.events[i];
+        VirtualBase::Reservation const& release = log.events[i + 1];
+        EXPECT_FALSE(hold.release);
+        EXPECT_TRUE(release.release);
+        EXPECT_EQ(hold.offset, release.offset);
+        EXPECT_EQ(hold.size, release.size);
+        bool inOld = hold.offset >= 5000 && hold.offset + hold.size <= 5000 + 80000;
+        bool inNew = hold.offset >= 200000 && hold.offset + hold.size <= 200000 + 80000;
+        EXPECT_TRUE(inOld || inNew) << hold.offset;
+        if (inOld) covered += hold.size;
+    }
+    EXPECT_EQ(covered, 80000u);
+}
+
+TEST(VirtualArrayTest, AFailedWriteKeepsTheChangesForALaterFlush) {
+    TempMovieFile temp;
+    AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
+    BackedArray backed(asFile(file), 0, 3000);
+    for (unsigned int i = 0; i < 3000; ++i) backed.array.setElementAt(i, i + 100, nullptr);
+    {
+        MessageCapture capture;
+        file->failWrites(true);
+        EXPECT_FALSE(backed.array.flush());
+        ASSERT_FALSE(capture.errors.empty());
+        EXPECT_NE(capture.errors[0].find("VirtualArray test: write of"), std::string::npos);
+    }
+    EXPECT_TRUE(backed.array.isDirty());
+    EXPECT_EQ(backed.array[2999], 3099u);
+    file->failWrites(false);
+    ASSERT_TRUE(backed.array.flush());
+    std::vector<unsigned char> disk = temp.bytes(0, 3000 * 4);
+    for (unsigned int i = 0; i < 3000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 100);
+}
+
+TEST(VirtualArrayTest, OwnerCacheIsBoundedWhateverTheLengthAndReportsEveryChange) {
+    TempMovieFile temp;
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    StorageLog storage;
+    BridgeAnchor anchor(&storage, &StorageLog::record);
+    BackedArray backed(file, 0, 1000000);
+    backed.array.setStorageCallback(&anchor);
+    unsigned long bound = (VirtualArrayBase::kOwnerPageLimit + 1) * static_cast<unsigned long>(VirtualArrayBase::kPageBytes);
+    unsigned long peak = 0;
+    for (unsigned int i = 0; i < 1000000; ++i) {
+        backed.array.setElementAt(i, i, nullptr);
+        peak = std::max(peak, backed.array.getStorageByteCount());
+    }
+    for (unsigned int i = 0; i < 1000000; i += 4099) {
+        ASSERT_EQ(backed.array[i], i);
+        peak = std::max(peak, backed.array.getStorageByteCount());
+    }
+    EXPECT_LE(peak, bound);
+    EXPECT_EQ(static_cast<unsigned long>(storage.total), backed.array.getStorageByteCount());
+    backed.array.close(nullptr);
+    EXPECT_EQ(backed.array.getStorageByteCount(), 0u);
+    EXPECT_EQ(storage.total, 0);
+}
+
+TEST(VirtualArrayTest, IoPreparationRunsInBothDirectionsAndIsSkippedWithoutOne) {
+    // A converter in the manner of the 1-based tables: stores n + 1, reads back n.
+    auto plusOne = [](unsigned int const* source, unsigned int* destination, unsigned int count, int direction) {
+        for (unsigned int i = 0; i < count; ++i) {
+            unsigned int v = direction == VirtualArrayBase::kToDisk ? source[i] + 1 : source[i];
+            destination[i] = direction == VirtualArrayBase::kToDisk ? v : (v ? v - 1 : 0);
+        }
+        return count;
+    };
+    TempMovieFile temp;
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    VirtualArray<unsigned int> converted("base1");
+    converted.setIoPrep(plusOne);
+    VirtualArray<unsigned int> raw("raw");
+    for (auto* array : {&converted, &raw}) {
+        array->setVirtualSize(8192);
+        array->setMap(array == &converted ? 0 : 65536);
+        array->setBackingStore(file);
+        array->setElementAt(0, 0, nullptr);
+        array->setElementAt(1, 41, nullptr);
+        ASSERT_TRUE(array->flush());
+        array->close(nullptr);
+    }
+    unsigned int disk[3];
+    file->readAt(0, disk, sizeof disk);
+    EXPECT_EQ(disk[0], 1u);
+    EXPECT_EQ(disk[1], 42u);
+    EXPECT_EQ(disk[2], 1u);  // a slot of a page that was written holds the converted zero
+    EXPECT_EQ(converted[1], 41u);
+    EXPECT_EQ(converted[0], 0u);
+    EXPECT_EQ(converted[8191], 0u);  // zero bytes of reserved room read back as zero
+    file->readAt(65536, disk, sizeof disk);
+    EXPECT_EQ(disk[1], 41u);
+    EXPECT_EQ(raw[1], 41u);
+}
+
+TEST(VirtualArrayTest, BackingStoreIsGivenOnce) {
+    TempMovieFile one, two;
+    AutoRefPtr<BasicFileIO> first = BasicFileIO::open(one.path(), BasicFileIO::ReadWrite);
+    AutoRefPtr<BasicFileIO> second = BasicFileIO::open(two.path(), BasicFileIO::ReadWrite);
+    VirtualArray<unsigned long> array("co64");
+    EXPECT_FALSE(array.setBackingStore(AutoRefPtr<BasicFileIO>()));
+    EXPECT_TRUE(array.setBackingStore(first));
+    EXPECT_TRUE(array.setBackingStore(first));
+    EXPECT_FALSE(array.setBackingStore(second));
+}
+
+TEST(VirtualArrayTest, SetCleanWritesNothingForTheChangesMadeSoFar) {
+    TempMovieFile temp;
+    AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
+    BackedArray backed(asFile(file), 0, 100);
+    backed.array.setElementAt(5, 5, nullptr);
+    backed.array.setClean();
+    EXPECT_FALSE(backed.array.isDirty());
+    ASSERT_TRUE(backed.array.flush());
+    EXPECT_EQ(file->writes(), 0u);
+    EXPECT_EQ(backed.array[5], 5u);  // still held by the cache
+}
+
+// Random appends, overwrites, reads, resizes, moves and flushes against a std::vector, over a file
+// full of garbage so that a read of a slot that should be zero shows; after every flush the bytes
+// in the file and a second array adopting them must agree with the model.
+TEST(VirtualArrayTest, RandomOperationsAgreeWithAVectorModel) {
+    for (unsigned int seed = 1; seed <= 12; ++seed) {
+        TempMovieFile temp;
+        fillWithGarbage(temp.path(), 3 << 20);
+        AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+        std::mt19937 random(seed);
+        auto pick = [&](unsigned int n) { return n ? static_cast<unsigned int>(random() % n) : 0u; };
+
+        VirtualArray<unsigned int> array("model");
+        array.setIoPrep(&bigEndian32);
+        std::vector<unsigned int> model(16, 0);
+        array.setVirtualSize(16);
+        unsigned long place = 4096 + pick(1000) * 4;
+        array.setMap(place);
+        unsigned int next = 0;  // the append cursor
+        FileIoClientRec readerA, readerB(3);
+
+        for (int step = 0; step < 3000; ++step) {
+            unsigned int op = pick(100);
+            unsigned int size = static_cast<unsigned int>(model.size());
+            if (op < 40) {  // append
+                if (next < size) {
+                    unsigned int value = static_cast<unsigned int>(random()) | 1;
+                    ASSERT_TRUE(array.setElementAt(next, value, nullptr));
+                    model[next++] = value;
+                }
+            } else if (op < 50 && size) {  // overwrite anywhere
+                unsigned int at = pick(size), value = static_cast<unsigned int>(random());
+                ASSERT_TRUE(array.setElementAt(at, value, nullptr));
+                model[at] = value;
+            } else if (op < 80 && size) {  // read through one of three paths
+                unsigned int at = pick(size);
+                FileIoClientRec* agent = op < 60 ? &readerA : op < 70 ? &readerB : nullptr;
+                ASSERT_EQ(array.elementAt(at, agent), model[at]) << "seed " << seed << " step " << step;
+            } else if (op < 86) {  // grow, and give the array its file once it is past 16
+                unsigned int grown = std::min(size + 1 + pick(30000), 200000u);
+                ASSERT_TRUE(array.setVirtualSize(grown));
+                model.resize(grown, 0);
+                if (grown > VirtualArrayBase::kResidentLimit) array.setBackingStore(file);
+            } else if (op < 89) {  // shrink
+                unsigned int shrunk = pick(size + 1);
+                ASSERT_TRUE(array.setVirtualSize(shrunk));
+                model.resize(shrunk);
+                next = std::min(next, shrunk);
+            } else if (op < 93) {  // move, by a little (overlapping) or far
+                place = pick(2) && place > 8192 ? place + pick(64) * 4 - 128 : 4096 + pick(1 << 20);
+                ASSERT_TRUE(array.mapIndex(next, place));
+            } else {  // flush and check the file
+                ASSERT_TRUE(array.flush());
+                if (!array.isVirtual()) continue;
+                std::vector<unsigned char> disk = temp.bytes(place, model.size() * 4);
+                ASSERT_EQ(disk.size(), model.size() * 4);
+                for (unsigned int i = 0; i < model.size(); ++i)
+                    ASSERT_EQ(bigEndianAt(disk, i * 4), model[i]) << "seed " << seed << " slot " << i;
+                VirtualArray<unsigned int> reopened("reopened");
+                reopened.setIoPrep(&bigEndian32);
+                reopened.setVirtualSize(static_cast<unsigned int>(model.size()));
+                reopened.setBackingStore(BasicFileIO::open(temp.path(), BasicFileIO::ReadOnly));
+                reopened.setMap(place);
+                FileIoClientRec fresh;
+                for (unsigned int i = 0; i < model.size(); i += 1 + pick(500))
+                    ASSERT_EQ(reopened.elementAt(i, &fresh), model[i]);
+            }
+        }
+    }
+}

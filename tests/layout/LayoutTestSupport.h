@@ -1,0 +1,112 @@
+// Helpers for the layout tests: building atoms from byte literals under a tree, and an independent
+// scan of a file's top-level atom headers with plain pread (not the library's reader), so that what
+// is on disk is judged without trusting the code under test.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "framework/QtAtomBuffer.h"
+#include "quicktime/atoms/QtAtomPreserved.h"
+
+// A QtAtomPreserved of `type` with `bodySize` bytes of `fill`, decoded from bytes and attached
+// under `parent`.
+inline QtAtomPreserved const* addPreserved(BaseQtAtom const* parent, char const* type, unsigned int bodySize,
+                                           unsigned char fill) {
+    std::vector<unsigned char> bytes(8 + bodySize, fill);
+    unsigned int size = 8 + bodySize;
+    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<unsigned char>(size >> (24 - 8 * i));
+    for (int i = 0; i < 4; ++i) bytes[4 + i] = static_cast<unsigned char>(type[i]);
+    auto* atom = new QtAtomPreserved(parent, qtId("????"));
+    unsigned long offset = atom->getFileOffset();
+    QtAtomBuffer buffer(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
+    buffer.setFileOffset(offset);
+    atom->decode(buffer);
+    return atom;
+}
+
+// The bytes of an atom with the given type and body.
+inline std::vector<unsigned char> atomBytes(char const* type, std::vector<unsigned char> const& body) {
+    unsigned int size = static_cast<unsigned int>(8 + body.size());
+    std::vector<unsigned char> bytes;
+    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<unsigned char>(size >> (24 - 8 * i)));
+    bytes.insert(bytes.end(), type, type + 4);
+    bytes.insert(bytes.end(), body.begin(), body.end());
+    return bytes;
+}
+
+inline std::vector<unsigned char> filled(unsigned int n, unsigned char fill) {
+    return std::vector<unsigned char>(n, fill);
+}
+
+inline std::vector<unsigned char> concat(std::vector<std::vector<unsigned char>> const& parts) {
+    std::vector<unsigned char> all;
+    for (auto const& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+struct TopLevelAtom {
+    std::string type;
+    unsigned long offset;
+    unsigned long size;
+};
+
+struct TopLevelScan {
+    std::vector<TopLevelAtom> atoms;
+    unsigned long fileLength = 0;
+    bool coversFile = false;  // the headers chain exactly to the end of the file
+
+    int count(char const* type) const {
+        int n = 0;
+        for (auto const& atom : atoms) n += atom.type == type;
+        return n;
+    }
+    TopLevelAtom const* find(char const* type) const {
+        for (auto const& atom : atoms)
+            if (atom.type == type) return &atom;
+        return nullptr;
+    }
+};
+
+// Walks the top-level headers of a file: 32-bit size and type, a 64-bit size after them when the
+// size is 1, a size of 0 meaning "to the end of the file".
+inline TopLevelScan scanTopLevel(std::string const& path) {
+    TopLevelScan scan;
+    int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) return scan;
+    scan.fileLength = static_cast<unsigned long>(::lseek(fd, 0, SEEK_END));
+    unsigned long offset = 0;
+    while (offset + 8 <= scan.fileLength) {
+        unsigned char header[16];
+        if (::pread(fd, header, 8, static_cast<off_t>(offset)) != 8) break;
+        unsigned long size =
+            (static_cast<unsigned long>(header[0]) << 24) | (header[1] << 16) | (header[2] << 8) | header[3];
+        if (size == 1) {
+            if (::pread(fd, header + 8, 8, static_cast<off_t>(offset + 8)) != 8) break;
+            size = 0;
+            for (int i = 8; i < 16; ++i) size = (size << 8) | header[i];
+        } else if (size == 0) {
+            size = scan.fileLength - offset;
+        }
+        if (size < 8) break;
+        scan.atoms.push_back({std::string(reinterpret_cast<char*>(header) + 4, 4), offset, size});
+        offset += size;
+    }
+    scan.coversFile = offset == scan.fileLength;
+    ::close(fd);
+    return scan;
+}
+
+inline std::vector<unsigned char> readRange(std::string const& path, unsigned long offset,
+                                            unsigned long size) {
+    std::vector<unsigned char> bytes(size);
+    int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) return {};
+    ssize_t got = ::pread(fd, bytes.data(), size, static_cast<off_t>(offset));
+    ::close(fd);
+    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
+    return bytes;
+}

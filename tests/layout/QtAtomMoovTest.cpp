@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
+#include "tests/TestSupport.h"
+#include "tests/layout/LayoutTestSupport.h"
+
+namespace {
+
+std::vector<unsigned char> encodeHeader(BaseQtAtom const& atom) {
+    QtAtomBuffer buffer(32);
+    atom.encode(buffer);
+    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied());
+}
+
+}  // namespace
+
+TEST(QtAtomMoov, MovieReadFromAFileIsFinalWhileCleanAndInPlace) {
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_faststart.mov").c_str());
+    ASSERT_TRUE(root);
+    QtAtomMoov const* moov = root->checkStructure("read");
+    ASSERT_NE(moov, nullptr);
+    EXPECT_EQ(moov->getFlushedOffset(), 20u);
+    EXPECT_EQ(moov->getEncodedSize(), 9096u);
+    EXPECT_TRUE(moov->hasFinalForm());
+    EXPECT_TRUE(root->hasFinalForm(true));
+    moov->write();
+    EXPECT_FALSE(moov->hasFinalForm());
+    EXPECT_FALSE(root->hasFinalForm(false));
+}
+
+TEST(QtAtomMoov, EncodesItsDiskIdAsTheHeaderTypeAndStaysAMoov) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomSkip::kSkipId);
+    addPreserved(moov, "mvhd", 4, 'h');
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    EXPECT_EQ(encodeHeader(*moov), (std::vector<unsigned char>{0, 0, 0, 20, 's', 'k', 'i', 'p'}));
+    EXPECT_EQ(moov->getId(), QtAtomMoov::kMoovId);
+    EXPECT_EQ(moov->getEncodedSize(), 20u);
+    MessageCapture messages;
+    moov->show();
+    EXPECT_TRUE(messages.contains("moov: 20b@0,disk id=skip,0 reservations\n"));
+}
+
+TEST(QtAtomMoov, RelocatingTheLastAtomLeavesItsEncodedSizeBehind) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    addPreserved(&root, "ftyp", 12, 'f');
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    addPreserved(moov, "mvhd", 92, 'h');
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    encodeHeader(*moov);  // on disk with 108 bytes
+    addPreserved(moov, "udta", 40, 'u');
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    ASSERT_EQ(moov->getSize(), 156u);
+    ASSERT_TRUE(moov->relocate());
+    BaseQtAtom const* left = root.getChild()->getSibling();
+    EXPECT_EQ(left->getId(), QtAtomSkip::kSkipId);
+    EXPECT_EQ(left->getDiskId(), QtAtomMoov::kMoovId);
+    EXPECT_EQ(left->getFileOffset(), 20u);
+    EXPECT_EQ(left->getSize(), 108u);
+    EXPECT_EQ(left->getSibling(), moov);
+    EXPECT_EQ(moov->getFileOffset(), 128u);
+    EXPECT_EQ(moov->getDiskId(), QtAtomSkip::kSkipId);
+    EXPECT_TRUE(moov->isDirty());
+}
+
+TEST(QtAtomMoov, NeverEncodedLastMovieWithoutDiskTablesIsNotRelocated) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    EXPECT_FALSE(moov->relocate());
+    EXPECT_EQ(root.countChildren(), 1u);
+}
+
+TEST(QtAtomMoov, RelocationPastAnUnalignedMdatGrowsItToTheNextBoundary) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    root.setDiskAlignment(4096);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    auto* mdat = new QtAtomMdat(&root, 9900 - 16);  // 100..10000
+    ASSERT_EQ(mdat->getFileOffset() + mdat->getSize(), 10000u);
+    MessageCapture messages;
+    ScopedDebugFlag flag("quicktimeDbg", "reservations");
+    ASSERT_TRUE(moov->relocate());
+    EXPECT_EQ(mdat->getSize(), 9900u + 2288u);
+    EXPECT_EQ(mdat->getFileOffset(), 100u);
+    EXPECT_EQ(moov->getFileOffset(), 12288u);
+    EXPECT_EQ(root.getChild()->getSize(), 100u);  // the room up to the mdat
+    EXPECT_TRUE(messages.contains(": add skip(as moov)@0, relocate moov(as skip)@12288\n"));
+}
+
+TEST(QtAtomMoov, CopyThatWasNeverFinalLeavesAPlainSkipBehind) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomSkip::kSkipId);
+    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    new QtAtomMdat(&root, 100);
+    ASSERT_TRUE(moov->relocate());
+    EXPECT_EQ(root.getChild()->getDiskId(), QtAtomSkip::kSkipId);
+}
+
+TEST(QtAtomMoov, RelocationHandsTheMoviesReservationsToTheSkipLeftBehind) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    new QtAtomMdat(&root, 100);
+    ASSERT_TRUE(moov->update(VirtualBase::Reservation{8, 50, false}));  // readers' page of the old copy
+    ASSERT_TRUE(moov->relocate());
+    EXPECT_FALSE(moov->isReserved());
+    EXPECT_TRUE(root.getChild()->isReserved());
+}
+
+TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    new QtAtomMdat(&root, 100);
+    ASSERT_TRUE(moov->relocate());
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    QtAtomSkip const* left = static_cast<QtAtomSkip const*>(root.getChild());
+
+    MessageCapture messages;
+    ScopedDebugFlag flag("quicktimeDbg", "reservations");
+    EXPECT_FALSE(moov->updateDiskId());  // never flushed here
+    EXPECT_TRUE(messages.contains(": update from 'skip' to 'moov' @216 not ready\n"));
+
+    moov->flushDone(216);
+    EXPECT_TRUE(root.isIdUpdateNeeded());
+    ASSERT_TRUE(moov->update(VirtualBase::Reservation{216, 100, false}));
+    EXPECT_FALSE(moov->updateDiskId());  // a write on it is still outstanding
+    EXPECT_EQ(moov->getDiskId(), QtAtomSkip::kSkipId);
+    EXPECT_EQ(left->getDiskId(), QtAtomMoov::kMoovId);
+
+    ASSERT_TRUE(moov->update(VirtualBase::Reservation{216, 100, true}));
+    root.writeDirty();  // no file: nothing written, the flags stay
+    EXPECT_TRUE(moov->updateDiskId());
+    EXPECT_FALSE(root.isIdUpdateNeeded());
+    EXPECT_EQ(moov->getDiskId(), QtAtomMoov::kMoovId);
+    EXPECT_EQ(left->getDiskId(), QtAtomSkip::kSkipId);
+    EXPECT_TRUE(left->isDirty());
+    EXPECT_EQ(encodeHeader(*left), (std::vector<unsigned char>{0, 0, 0, 100, 's', 'k', 'i', 'p'}));
+    EXPECT_TRUE(messages.contains("==> moov@216\n"));
+    EXPECT_TRUE(messages.contains("skip(moov)@"));
+    EXPECT_FALSE(moov->updateDiskId());  // already a moov
+}
+
+TEST(QtAtomMoov, FlushDoneOfAMovieShowingMoovAsksForNoSwitch) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    moov->flushDone(0);
+    EXPECT_FALSE(root.isIdUpdateNeeded());
+    EXPECT_EQ(moov->getFlushedOffset(), 0u);
+}
+
+TEST(QtAtomMoov, StillReservedOldCopyIsSwitchedWithAWarning) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* left = new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul);
+    root.appendChild(left);
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    left->update(VirtualBase::Reservation{10, 10, false});
+    MessageCapture messages;
+    left->resetDiskId();
+    EXPECT_EQ(left->getDiskId(), QtAtomSkip::kSkipId);
+    EXPECT_TRUE(messages.contains(": skip ==> moov, but still reserved: {10,10,hold}\n"));
+}

@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/QtAtomSkip.h"
+#include "quicktime/layout/ReservationDesk.h"
+#include "tests/TestSupport.h"
+
+namespace {
+
+VirtualBase::Reservation hold(unsigned long offset, unsigned int size) { return {offset, size, false}; }
+VirtualBase::Reservation release(unsigned long offset, unsigned int size) { return {offset, size, true}; }
+
+// skip@0 (100), mdat@100 (16 + 84), moov@200 (8).
+class DeskAtoms : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        root.appendChild(skip = new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul));
+        mdat = new QtAtomMdat(&root, 84);
+        moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+        root.recalcOffset(QtTreeSize(true, 0, 0));
+    }
+    QtAtomRoot root{AutoRefPtr<BasicFileIO>(), 0};
+    QtAtomSkip const* skip = nullptr;
+    QtAtomMdat const* mdat = nullptr;
+    QtAtomMoov const* moov = nullptr;
+};
+
+}  // namespace
+
+TEST_F(DeskAtoms, HoldThenReleaseOfTheSameOffsetLeavesTheDeskEmpty) {
+    ReservationDesk& desk = skip->getReservations();
+    EXPECT_TRUE(desk.update(hold(10, 20)));
+    EXPECT_TRUE(desk.update(hold(40, 20)));
+    EXPECT_TRUE(skip->isReserved());
+    EXPECT_STREQ(desk.toString().get(), "{10,20,hold},{40,20,hold}");
+    EXPECT_TRUE(desk.update(release(10, 20)));
+    EXPECT_TRUE(desk.update(release(40, 20)));
+    EXPECT_FALSE(skip->isReserved());
+    EXPECT_STREQ(desk.toString().get(), "<empty>");
+}
+
+TEST_F(DeskAtoms, SecondHoldOfTheSameOffsetIsADuplicate) {
+    MessageCapture messages;
+    ReservationDesk& desk = skip->getReservations();
+    desk.update(hold(10, 20));
+    EXPECT_TRUE(desk.update(hold(10, 20)));
+    EXPECT_EQ(desk.size(), 1u);
+    EXPECT_TRUE(messages.contains("ReservationDesk::update: {10,20,hold} duplicate\n"));
+    EXPECT_EQ(messages.count(MsgLevel::Warning), 1u);
+}
+
+TEST_F(DeskAtoms, ReleaseOfAnOffsetNeverHeldIsOnlyReportedAndStillClaimed) {
+    MessageCapture messages;
+    EXPECT_TRUE(skip->update(release(10, 20)));
+    EXPECT_TRUE(messages.all().empty());
+    ScopedDebugFlag flag("quicktimeDbg", "reservations");
+    EXPECT_TRUE(skip->update(release(10, 20)));
+    EXPECT_TRUE(messages.contains("unk resv released {10,20,release} in skip@"));
+    EXPECT_TRUE(messages.contains("{0,100} w/ <empty>\n"));
+}
+
+TEST_F(DeskAtoms, ReservationPastAMoovsEndIsTheMoovsButPastASkipsEndIsNot) {
+    EXPECT_FALSE(skip->update(hold(100, 8)));  // starts where the skip ends
+    EXPECT_FALSE(skip->update(hold(0, 0)));    // ends where the skip starts
+    EXPECT_TRUE(moov->update(hold(208, 8)));   // starts where the moov ends: it may grow there
+    EXPECT_TRUE(moov->update(hold(5000, 8)));
+    EXPECT_FALSE(moov->update(hold(100, 100)));  // ends where the moov starts
+    EXPECT_EQ(moov->getReservations().size(), 2u);
+}
+
+TEST_F(DeskAtoms, ReservationStraddlingTheEndOfAnMdatIsAPartialOverlapButClaimed) {
+    MessageCapture messages;
+    EXPECT_TRUE(mdat->update(hold(190, 20)));
+    EXPECT_TRUE(mdat->isReserved());
+    EXPECT_TRUE(messages.contains(
+        "ReservationDesk::update: {190,20,hold} partly overlaps atom Root.mdat@{100,100}\n"));
+    messages.clear();
+    EXPECT_TRUE(skip->update(hold(90, 20)));  // a skip may be overlapped in part without a report
+    EXPECT_TRUE(messages.all().empty());
+}
+
+TEST_F(DeskAtoms, RootOffersAnEventToTheTopLevelInOrderUntilOneClaimsIt) {
+    EXPECT_TRUE(root.reserveCb(hold(150, 10)));
+    EXPECT_FALSE(skip->isReserved());
+    EXPECT_TRUE(mdat->isReserved());
+    EXPECT_FALSE(moov->isReserved());
+    root.reserveCb(hold(300, 10));  // past everything: the moov takes it
+    EXPECT_TRUE(moov->isReserved());
+}
+
+TEST_F(DeskAtoms, DeskFollowsItsAtomWhenItMoves) {
+    EXPECT_FALSE(skip->update(hold(1000, 10)));
+    skip->setOffset(995);
+    EXPECT_TRUE(skip->update(hold(1000, 10)));
+}
+
+TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
+    moov->update(hold(200, 8));
+    moov->update(hold(204, 4));
+    MessageCapture messages;
+    ScopedDebugFlag flag("quicktimeDbg", "reservations");
+    QtAtomSkip replacement(QtAtomMoov::kMoovId, 8, moov->getReservations());
+    EXPECT_EQ(replacement.getReservations().size(), 2u);
+    EXPECT_FALSE(moov->isReserved());
+    EXPECT_TRUE(messages.contains("gets {200,8,hold},{204,4,hold} from atom moov@"));
+}
+
+TEST_F(DeskAtoms, CloseDropsEveryReservationAndSaysWhich) {
+    skip->update(hold(10, 20));
+    MessageCapture messages;
+    skip->closeFinal();
+    EXPECT_FALSE(skip->isReserved());
+    EXPECT_TRUE(messages.contains("<no movie path> Root.skip: Qt atom reservation: drops {10,20,hold}\n"));
+    messages.clear();
+    skip->closeFinal();
+    EXPECT_TRUE(messages.all().empty());
+}

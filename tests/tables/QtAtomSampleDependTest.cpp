@@ -1,0 +1,158 @@
+#include "quicktime/tables/QtAtomSampleDepend.h"
+
+#include <gtest/gtest.h>
+
+#include "SyncTableTestSupport.h"
+#include "framework/FileIoClientRec.h"
+#include "quicktime/atoms/QtAtomWriter.h"
+#include "quicktime/atoms/QtDebug.h"
+
+using namespace SyncTest;
+
+namespace {
+
+QtAtomSampleDepend const* dependTable(QtAtomRoot const& root) {
+    BaseQtAtom const* stbl = root.findAtom(kStblPath, 0);
+    return stbl ? dynamic_cast<QtAtomSampleDepend const*>(stbl->findAtom("sdtp", 0)) : nullptr;
+}
+
+Bytes sdtpAtom(Bytes const& flags) {
+    Bytes body{0, 0, 0, 0};
+    body.insert(body.end(), flags.begin(), flags.end());
+    return atom("sdtp", body);
+}
+
+}  // namespace
+
+TEST(QtAtomSampleDepend, ReadsEveryByteOfTheCorpusTableThroughAReadersAgent) {
+    std::string path = testDataPath("hevc_sdtp.mov");
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
+    ASSERT_TRUE(root);
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    ASSERT_NE(sdtp, nullptr);
+    EXPECT_EQ(sdtp->getFileOffset(), 13073u);
+    EXPECT_EQ(sdtp->getNumEntries(), 60u);  // the 'stsz' after it has 60 samples
+    EXPECT_TRUE(sdtp->hasVirtualTable());
+    Bytes file = readFileBytes(path);
+    FileIoClientRec agent;
+    bool someDiffer = false;
+    for (unsigned int i = 0; i < 60; ++i) {
+        ASSERT_EQ(sdtp->getSampleDepend(i, &agent), file[13073 + 12 + i]) << i;
+        someDiffer = someDiffer || file[13073 + 12 + i] != file[13073 + 12];
+    }
+    EXPECT_TRUE(someDiffer);
+    EXPECT_EQ(sdtp->getSampleDepend(60, &agent), 0);
+}
+
+TEST(QtAtomSampleDepend, SmallAtomsAreHandedWholeButOnlySixteenBytesStayInMemory) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({sdtpAtom(Bytes(64, 0x10))}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    ASSERT_EQ(sdtp->getSize(), 76u);
+    EXPECT_TRUE(sdtp->needsAllData());
+    EXPECT_TRUE(sdtp->hasVirtualTable());  // 64 bytes of room: in the file
+    EXPECT_EQ(sdtp->getEncodeSize(), 12u);
+
+    TempFile other;
+    root = readMovie(other, movieWithTable({sdtpAtom(Bytes(65, 0x10))}));
+    EXPECT_FALSE(dependTable(*root)->needsAllData());
+
+    TempFile small;
+    root = readMovie(small, movieWithTable({stszAtom(3), sdtpAtom({0x20, 0x18, 0x08, 0, 0})}));
+    sdtp = dependTable(*root);
+    EXPECT_FALSE(sdtp->hasVirtualTable());
+    EXPECT_EQ(sdtp->getSampleDepend(1, nullptr), 0x18);
+    EXPECT_EQ(sdtp->getHeadroom(), 2u);
+}
+
+TEST(QtAtomSampleDepend, TableThatCannotHoldTheSampleCountIsEmpty) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(6), sdtpAtom({1, 2, 3, 4, 5})}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    EXPECT_EQ(sdtp->getArray().getVirtualSize(), 0u);
+    EXPECT_EQ(sdtp->getSampleDepend(0, nullptr), 0);
+}
+
+TEST(QtAtomSampleDepend, WithoutItsSampleSizesTheTableHasNoEntries) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({sdtpAtom({1, 2, 3})}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    EXPECT_EQ(sdtp->getNumEntries(), 0u);
+    EXPECT_EQ(sdtp->getSampleDepend(2, nullptr), 3);  // the bytes are there, only uncounted
+    MessageCapture capture;
+    sdtp->show();
+    EXPECT_NE(capture.all().find(",cap=3,dep[0]={}\n"), std::string::npos) << capture.all();
+}
+
+TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(4, 0))}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    EXPECT_TRUE(sdtp->addSamples(3, 0x24));
+    EXPECT_EQ(sdtp->getSampleDepend(3, nullptr), 0x24);
+    EXPECT_FALSE(sdtp->addSamples(4, 0x18));
+    EXPECT_EQ(sdtp->getSizeNeeded(), 5u);
+    EXPECT_EQ(sdtp->getSampleDepend(4, nullptr), 0);
+    EXPECT_FALSE(sdtp->addSamples(0xFFFFFFFFul, 1));
+    sdtp->setCapacity(5);
+    EXPECT_EQ(sdtp->getSizeNeeded(), 0u);
+    EXPECT_TRUE(sdtp->addSamples(4, 0x18));
+}
+
+TEST(QtAtomSampleDepend, CapacityIsTheRequestedCountEvenWhenSmaller) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(100, 7))}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    ASSERT_EQ(sdtp->getArray().getVirtualSize(), 100u);
+    sdtp->setCapacity(10);
+    EXPECT_EQ(sdtp->getArray().getVirtualSize(), 10u);
+    EXPECT_EQ(sdtp->getSampleDepend(9, nullptr), 7);
+    EXPECT_EQ(sdtp->getSampleDepend(10, nullptr), 0);
+}
+
+TEST(QtAtomSampleDepend, EncodesItsBytesWithZeroReserveAndCopiesByteForByte) {
+    TempFile file;
+    Bytes bytes = movieWithTable({stszAtom(3), sdtpAtom({0x20, 0x18, 0x08, 0, 0})});
+    AutoPtr<QtAtomRoot> root = readMovie(file, bytes);
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    QtAtomBuffer buffer(32);
+    EXPECT_TRUE(sdtp->encode(buffer));
+    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()), sdtpAtom({0x20, 0x18, 0x08, 0, 0}));
+    TempFile copy;
+    AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
+    ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
+    EXPECT_EQ(readFileBytes(copy.path()), bytes);
+}
+
+TEST(QtAtomSampleDepend, ShowListsTheBytesShortOrInFull) {
+    std::string path = testDataPath("hevc_sdtp.mov");
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    Bytes file = readFileBytes(path);
+    auto byteAt = [&](int i) { return std::to_string(file[13073 + 12 + i]); };
+    MessageCapture capture;
+    sdtp->show();
+    std::string expected = ",cap=60,dep[60]={" + byteAt(0) + "," + byteAt(1) + "," + byteAt(2) + ",...," + byteAt(59) + "}\n";
+    EXPECT_NE(capture.all().find(expected), std::string::npos) << capture.all();
+    capture.clear();
+    ScopedDebugFlag all("quicktimeDbg", "all sizes");
+    sdtp->show();
+    EXPECT_NE(capture.all().find("\n" + std::string(14, ' ') + "16:" + byteAt(16) + ","), std::string::npos)
+        << capture.all();
+}
+
+TEST(QtAtomSampleDepend, MovingTheAtomTakesItsBytesAlong) {
+    TempFile file;
+    Bytes flags;
+    for (int i = 0; i < 40; ++i) flags.push_back(static_cast<unsigned char>(i * 3));
+    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(40), sdtpAtom(flags)}));
+    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    ASSERT_TRUE(sdtp->hasVirtualTable());
+    unsigned long to = sdtp->getFileOffset() + 333;
+    sdtp->setSizeAndOffset(QtTreeSize(true, sdtp->getSize(), to));
+    Bytes moved = readFileBytes(file.path());
+    ASSERT_GE(moved.size(), to + 52);
+    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 12), moved.begin() + static_cast<long>(to + 52)), flags);
+    FileIoClientRec agent;
+    EXPECT_EQ(sdtp->getSampleDepend(39, &agent), 39 * 3);
+}

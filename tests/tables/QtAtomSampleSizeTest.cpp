@@ -1,0 +1,203 @@
+// QtAtomSampleSize ('stsz'): decoding into memory or onto disk, damaged counts, sizes read back,
+// recording with reserved room, resizing and moving, encoding and the printout.
+#include "quicktime/tables/QtAtomSampleSize.h"
+
+#include <gtest/gtest.h>
+
+#include "framework/FileIoClientRec.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "tests/tables/TableTestSupport.h"
+
+namespace {
+
+std::vector<uint64_t> sizesFrom(unsigned int first, unsigned int count) {
+    std::vector<uint64_t> sizes;
+    for (unsigned int i = 0; i < count; ++i) sizes.push_back(first + i * 3);
+    return sizes;
+}
+
+std::vector<unsigned char> stsz(unsigned int count, std::vector<uint64_t> const& sizes) {
+    return tableAtom("stsz", {0, count}, sizes, 4);
+}
+
+}  // namespace
+
+TEST(QtAtomSampleSizeTest, SixteenSizesStayInMemoryAndSeventeenLiveInTheFile) {
+    for (unsigned int count : {16u, 17u}) {
+        MovieOnDisk movie(movieWithTables({stsz(count, sizesFrom(100, count))}));
+        auto const* table = movie.table<QtAtomSampleSize>("stsz");
+        ASSERT_NE(table, nullptr);
+        EXPECT_EQ(table->getSize(), 20u + 4 * count);
+        EXPECT_EQ(table->needsAllData(), count == 16);
+        EXPECT_EQ(table->hasVirtualTable(), count == 17);
+        EXPECT_EQ(table->getSampleCount(), count);
+        FileIoClientRec agent;
+        for (unsigned int i = 0; i < count; ++i) EXPECT_EQ(table->getSampleSize(i, 1, &agent), 100 + i * 3);
+    }
+}
+
+TEST(QtAtomSampleSizeTest, ACountTheAtomCannotHoldGivesAnEmptyTableOfConstantSizeOne) {
+    MovieOnDisk damaged(movieWithTables({stsz(21, sizesFrom(1, 20))}));
+    auto const* table = damaged.table<QtAtomSampleSize>("stsz");
+    ASSERT_NE(table, nullptr);
+    EXPECT_TRUE(table->isFixed());
+    EXPECT_EQ(table->getConstantSampleSize(), 1u);
+    EXPECT_EQ(table->getSampleCount(), 0u);
+    EXPECT_EQ(table->getCapacity(), 0u);
+
+    // A constant table lists no sizes at all; its count is not checked against the room.
+    MovieOnDisk constant(movieWithTables({tableAtom("stsz", {6, 32000}, {}, 4)}));
+    table = constant.table<QtAtomSampleSize>("stsz");
+    EXPECT_EQ(table->getConstantSampleSize(), 6u);
+    EXPECT_EQ(table->getSampleCount(), 32000u);
+    EXPECT_EQ(table->getSampleSize(10, 4, nullptr), 24u);
+}
+
+TEST(QtAtomSampleSizeTest, ASizeOfZeroEndsTheSumAndIsReportedAsAnAtomError) {
+    MovieOnDisk movie(movieWithTables({stsz(3, {5, 0, 7})}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    EXPECT_EQ(table->getSampleSize(2, 1, nullptr), 7u);
+    {
+        MessageCapture quiet;
+        EXPECT_EQ(table->getSampleSize(1, 1, nullptr), 0u);
+        EXPECT_EQ(quiet.messages().size(), 0u);
+    }
+    ScopedDebugFlag atomErrors("quicktimeDbg", "atom errors");
+    MessageCapture capture;
+    EXPECT_EQ(table->getSampleSize(1, 1, nullptr), 0u);
+    EXPECT_TRUE(capture.contains(": stsz[1]=0\n"));
+    // The size of sample `first` times count, once per sample counted.
+    EXPECT_EQ(table->getSampleSize(0, 2, nullptr), 5u * 2 * 2);
+}
+
+TEST(QtAtomSampleSizeTest, AddingPastTheRoomAsksTheMovieForAResizeAndStoresNothing) {
+    MovieOnDisk movie(movieWithTables({stsz(16, sizesFrom(1, 16))}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    EXPECT_EQ(table->getHeadroom(), 0u);
+    EXPECT_FALSE(table->write()->addSamples(16, 1, 99));
+    EXPECT_EQ(table->getSizeNeeded(), 17u);
+    EXPECT_EQ(table->getSampleCount(), 16u);
+    EXPECT_NE(movie.root()->findAtom("moov", 0)->movieResizeNeeded() & QtResizeReq::Samples, 0u);
+
+    table->write()->setCapacity(table->getSizeNeeded() * 2);
+    EXPECT_EQ(table->getSizeNeeded(), 16u);  // no size pending: the count
+    EXPECT_TRUE(table->hasVirtualTable());   // 34 slots do not stay in memory
+    EXPECT_TRUE(table->write()->addSamples(16, 1, 99));
+    EXPECT_EQ(table->getSampleSize(16, 1, nullptr), 99u);
+    EXPECT_EQ(table->getSampleSize(3, 1, nullptr), 10u);
+    EXPECT_EQ(table->getVariableSize(), 34u * 4);
+
+    MessageCapture capture;
+    EXPECT_FALSE(table->write()->addSamples(0xFFFFFFFFu, 1, 1));
+    EXPECT_TRUE(capture.contains("addSamples"));
+}
+
+TEST(QtAtomSampleSizeTest, ACapacityBeyond32BitsIsClamped) {
+    MovieOnDisk movie(movieWithTables({stsz(2, {1, 2})}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    table->write()->setCapacity(1ul << 40);
+    EXPECT_EQ(table->getCapacity(), 0xFFFFFFFFu);
+    EXPECT_EQ(table->getHeadroom(), 0xFFFFFFFFu - 2);
+    EXPECT_EQ(table->getSampleSize(1, 1, nullptr), 2u);
+}
+
+TEST(QtAtomSampleSizeTest, SixteenSizesAreEncodedInFullAndSeventeenAsTheHeadOnly) {
+    std::vector<unsigned char> bytes = stsz(16, sizesFrom(7, 16));
+    MovieOnDisk movie(movieWithTables({bytes}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    QtAtomBuffer full(table->getEncodeSize());
+    EXPECT_TRUE(table->encode(full));
+    EXPECT_EQ(std::vector<unsigned char>(full.ptrData(), full.ptrEnd()), bytes);
+
+    MovieOnDisk larger(movieWithTables({stsz(17, sizesFrom(7, 17))}));
+    table = larger.table<QtAtomSampleSize>("stsz");
+    EXPECT_EQ(table->getEncodeSize(), 20u);
+    QtAtomBuffer head(table->getEncodeSize());
+    EXPECT_FALSE(table->encode(head));
+    EXPECT_EQ(head.nOccupied(), 20u);
+    EXPECT_TRUE(table->hasUntouchedData());
+}
+
+TEST(QtAtomSampleSizeTest, AnEncodeThatWouldOverflowTheAtomIsReportedAndWritesNoSizes) {
+    MovieOnDisk movie(movieWithTables({stsz(4, {1, 2, 3, 4})}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    table->setSize(24);  // room for one size, four to write
+    QtAtomBuffer buffer(24);
+    MessageCapture capture;
+    EXPECT_FALSE(table->encode(buffer));
+    EXPECT_TRUE(capture.contains("byte overflow error stsz::encode(): 36 bytes written, atom size is 24"));
+    EXPECT_LE(buffer.nOccupied(), 24u);
+}
+
+TEST(QtAtomSampleSizeTest, TrailingZeroSizesAreReportedWithoutChangingThem) {
+    std::vector<uint64_t> sizes = sizesFrom(1, 300);
+    for (unsigned int i = 290; i < 300; ++i) sizes[i] = 0;
+    sizes[10] = 0;  // outside the last 256: not counted
+    ScopedDebugFlag atomErrors("quicktimeDbg", "atom errors");
+    MessageCapture capture;
+    MovieOnDisk movie(movieWithTables({stsz(300, sizes)}));
+    EXPECT_TRUE(capture.contains("[300]: last 10 of 256 zero\n")) << capture.all();
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    EXPECT_EQ(table->getSampleCount(), 300u);
+    EXPECT_EQ(table->getSampleSize(289, 1, nullptr), 1u + 289 * 3);
+}
+
+TEST(QtAtomSampleSizeTest, SetFixedAndSetVariableSwitchBetweenOneSizeAndASizePerSample) {
+    MovieOnDisk movie(movieWithTables({stsz(3, {4, 5, 6})}));
+    QtAtomSampleSize* table = movie.table<QtAtomSampleSize>("stsz")->write();
+    table->setFixed(0);
+    EXPECT_FALSE(table->isFixed());
+    EXPECT_EQ(table->getCapacity(), 0u);
+    table->setVariable();
+    EXPECT_EQ(table->getCapacity(), 16u);
+    table->setFixed(2, 1000);
+    EXPECT_TRUE(table->isFixed());
+    EXPECT_EQ(table->getSampleSize(0, 10, nullptr), 20u);
+    EXPECT_EQ(table->getSizeNeeded(), 0u);
+    EXPECT_EQ(table->getVariableSize(), 0u);
+    EXPECT_TRUE(table->addSamples(1000, 500, 2));
+    EXPECT_EQ(table->getSampleCount(), 1500u);
+}
+
+TEST(QtAtomSampleSizeTest, TheSizesMoveWithTheAtom) {
+    MovieOnDisk movie(movieWithTables({stsz(40, sizesFrom(11, 40))}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    ASSERT_TRUE(table->hasVirtualTable());
+    unsigned long newPlace = 100000;
+    {
+        ScopedDebugFlag resize("quicktimeDbg", "resize1");
+        MessageCapture capture;
+        table->setSizeAndOffset(QtTreeSize(true, table->getSize(), newPlace));
+        EXPECT_TRUE(capture.contains("stsz::set(180b@100000)"));
+    }
+    EXPECT_EQ(table->getFileOffset(), newPlace);
+    FileIoClientRec agent;
+    for (unsigned int i = 0; i < 40; ++i) ASSERT_EQ(table->getSampleSize(i, 1, &agent), 11 + i * 3);
+    table->flushVirtualTable();
+    std::vector<unsigned char> file = readFileBytes(movie.path());
+    ASSERT_GE(file.size(), newPlace + 20 + 40 * 4);
+    for (unsigned int i = 0; i < 40; ++i) {
+        unsigned long at = newPlace + 20 + i * 4;
+        unsigned int value = (file[at] << 24) | (file[at + 1] << 16) | (file[at + 2] << 8) | file[at + 3];
+        ASSERT_EQ(value, 11 + i * 3);
+    }
+}
+
+TEST(QtAtomSampleSizeTest, ShowListsAShortFormOrEverySize) {
+    MovieOnDisk movie(movieWithTables({stsz(10, sizesFrom(1, 10)), tableAtom("stsz", {8, 3}, {}, 4)}));
+    auto const* variable = movie.table<QtAtomSampleSize>("stsz");
+    auto const* constant = dynamic_cast<QtAtomSampleSize const*>(variable->getSibling());
+    {
+        MessageCapture capture;
+        variable->show();
+        constant->show();
+        EXPECT_TRUE(capture.contains(",cap=10,sizes[10]={1,4,7,...,28}\n")) << capture.all();
+        EXPECT_TRUE(capture.contains(",3 samples,sampleSize=8\n")) << capture.all();
+    }
+    ScopedDebugFlag all("quicktimeDbg", "all sizes");
+    MessageCapture capture;
+    variable->show();
+    std::string text = capture.all();
+    EXPECT_NE(text.find("0:1,4,7,10,13,16,19,22,\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("8:25,28}\n"), std::string::npos) << text;
+}
