@@ -33,7 +33,7 @@ QtAtomSampleSize const* QtAtomSampleDepend::getStszSlow() const {
 
 unsigned int QtAtomSampleDepend::getNumEntries() const {
     QtAtomSampleSize const* stsz = getStsz();
-    return stsz ? stsz->getNumEntries() : 0;
+    return stsz ? stsz->getSampleCount() : 0;
 }
 
 unsigned int QtAtomSampleDepend::getHeadroom() const {

@@ -484,7 +484,7 @@ QtAtomSampleSize const* QtAtomSampleSync::getStszSlow() const {
 
 unsigned int QtAtomSampleSync::getStblLastSample() const {
     QtAtomSampleSize const* stsz = getStsz();
-    return stsz ? stsz->getNumEntries() : 0;
+    return stsz ? stsz->getSampleCount() : 0;
 }
 
 unsigned int QtAtomSampleSync::getKey(unsigned int index, FileIoClientRec* agent) const {

@@ -395,7 +395,7 @@ TEST(QtAtomSampleSync, AppendedKeysReachTheFileAndReadBackAfterReopening) {
         ASSERT_TRUE(stss->hasVirtualTable());
         for (unsigned long f : {0ul, 30ul, 61ul, 90ul}) ASSERT_TRUE(stss->appendKey(f));
         stss->flushVirtualTable();
-        ASSERT_TRUE(QtAtomWriter::writeDirty(*root));
+        ASSERT_TRUE(root->writeDirty());
     }
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(file.c_str());
     QtAtomSampleSync const* stss = syncTable(*root);
