@@ -29,6 +29,7 @@
 #include "quicktime/atoms/QtAtomVideoInf.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtUserDataSet.h"
+#include "quicktime/descriptions/QtAtomSampleDesc.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
@@ -80,6 +81,7 @@ BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { retu
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
 BaseQtAtom* makeDataResource(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataResource(parent); }
+BaseQtAtom* makeSampleDesc(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDesc(parent); }
 BaseQtAtom* makeMvhd(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMvhd(parent, 0); }
 BaseQtAtom* makeTrakHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomTrakHdr(parent); }
 BaseQtAtom* makeMediaHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomMediaHdr(parent); }
@@ -155,7 +157,7 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("stps"), makeSync},
     {qtId("ctts"), makeCompTime},
     {qtId("cslg"), makeKeptBytes},
-    {qtId("stsd"), makeKeptBytes},
+    {qtId("stsd"), makeSampleDesc},
     {qtId("dref"), makeDataRefHdr},
     {qtId("alis"), makeDataAlias},
     {qtId("rsrc"), makeDataResource},

@@ -1,0 +1,151 @@
+// QtAudioSampleDesc: the three layouts, values derived per version, bits per sample by format,
+// byte order and the sample format setters.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tests/descriptions/SampleDescFixture.h"
+
+namespace {
+
+// A sound entry: the classic fields, `extra` (version 1 or 2 fields), then `rest`.
+Bytes soundEntry(char const* format, unsigned int version, unsigned int channels, unsigned int compressionId,
+                 Bytes const& extra, Bytes const& rest = {}) {
+    Bytes fields;
+    put16(fields, version);
+    put16(fields, 0);
+    putFourCC(fields, "FFMP");
+    put16(fields, channels);
+    put16(fields, 16);
+    put16(fields, compressionId);
+    put16(fields, 0);
+    put32(fields, 8000u << 16);
+    putBytes(fields, extra);
+    putBytes(fields, rest);
+    Bytes entry = entryHeader(static_cast<unsigned int>(16 + fields.size()), format);
+    putBytes(entry, fields);
+    return entry;
+}
+
+Bytes version1(unsigned int bytesPerPacket) {
+    Bytes out;
+    for (unsigned int v : {1u, bytesPerPacket, 2 * bytesPerPacket, bytesPerPacket}) put32(out, v);
+    return out;
+}
+
+Bytes version2(double rate, unsigned int channels, unsigned int bitsPerChannel) {
+    Bytes out;
+    put32(out, 72);
+    uint64_t bits;
+    memcpy(&bits, &rate, sizeof bits);
+    put32(out, static_cast<unsigned int>(bits >> 32));
+    put32(out, static_cast<unsigned int>(bits));
+    put32(out, channels);
+    put32(out, 0x7F000000);
+    put32(out, bitsPerChannel);
+    put32(out, 12);
+    put32(out, bitsPerChannel / 8 * channels);
+    put32(out, 1);
+    return out;
+}
+
+struct SoundTrack : ReadTrack {
+    explicit SoundTrack(Bytes const& entry)
+        : ReadTrack(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(1, entry))) {}
+    QtAudioSampleDesc const* audio() const { return stsd ? stsd->getAudioDesc(1) : nullptr; }
+};
+
+TEST(QtAudioSampleDesc, AVersion1EntryOf52BytesReadsItsFieldsAndNoExtensions) {
+    Bytes entry = soundEntry("twos", 1, 2, 0, version1(3));
+    ASSERT_EQ(entry.size(), 52u);
+    SoundTrack track(entry);
+    ASSERT_NE(track.audio(), nullptr);
+    EXPECT_EQ(track.audio()->getBytesPerPacket(), 3u);
+    EXPECT_EQ(track.audio()->getBitsPerSample(), 24u)
+        << "twos, version 1, compression id 0: bytes per packet x 8";
+    EXPECT_TRUE(track.audio()->getExtensions().isEmpty());
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
+
+    SoundTrack compressed(soundEntry("twos", 1, 2, 0xFFFE, version1(3)));
+    EXPECT_EQ(compressed.audio()->getBitsPerSample(), 16u);
+}
+
+TEST(QtAudioSampleDesc, AVersion2EntryTooShortForItsFieldsGivesTheRestToTheExtensions) {
+    Bytes entry = soundEntry("lpcm", 2, 3, 0xFFFE, {}, zeros(34));
+    ASSERT_EQ(entry.size(), 70u);
+    SoundTrack track(entry);
+    ASSERT_NE(track.audio(), nullptr);
+    EXPECT_EQ(track.audio()->getVersion(), 2);
+    EXPECT_EQ(track.audio()->getExtensions().getSize(), 34u);
+    EXPECT_EQ(track.audio()->getChannels(), 0u) << "the version 2 channel count was not there";
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
+}
+
+TEST(QtAudioSampleDesc, Version2RatesAreDoublesAndTheirFractionWrapsAt32Bits) {
+    Bytes entry = soundEntry("lpcm", 2, 3, 0xFFFE, version2(48000.7, 6, 24), atomBytes("chan", zeros(16)));
+    SoundTrack track(entry);
+    QtAudioSampleDesc const* audio = track.audio();
+    ASSERT_NE(audio, nullptr);
+    EXPECT_DOUBLE_EQ(audio->getAudioSampleRate(), 48000.7);
+    EXPECT_EQ(audio->getSampleRateFrac(), 48000u << 16);
+    EXPECT_EQ(audio->getChannels(), 6u);
+    EXPECT_EQ(audio->getBytesPerFrame(), 18u);
+    EXPECT_EQ(audio->getSamplesPerPacket(), 1u);
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry)) << "the double is written back bit for bit";
+
+    SoundTrack high(soundEntry("lpcm", 2, 3, 0xFFFE, version2(96000.0, 1, 16)));
+    EXPECT_EQ(high.audio()->getSampleRateFrac(), 1996488704u);
+    SoundTrack nonsense(soundEntry("lpcm", 2, 3, 0xFFFE, version2(-1.0 / 0.0, 1, 16)));
+    EXPECT_EQ(nonsense.audio()->getSampleRateFrac(), 0u);
+}
+
+TEST(QtAudioSampleDesc, ByteOrderDefaultsByFormatAndEndaOverrides) {
+    EXPECT_TRUE(SoundTrack(soundEntry("sowt", 0, 2, 0, {})).audio()->isLittleEndian());
+    EXPECT_FALSE(SoundTrack(soundEntry("in24", 0, 2, 0, {})).audio()->isLittleEndian());
+    Bytes wave = atomBytes("wave", atomBytes("enda", Bytes{0, 1}));
+    EXPECT_TRUE(SoundTrack(soundEntry("in24", 1, 2, 0, version1(6), wave)).audio()->isLittleEndian());
+}
+
+TEST(QtAudioSampleDesc, SetBitsPerSampleChoosesTheFormat) {
+    SoundTrack track(soundEntry("raw ", 1, 2, 0, version1(4)));
+    QtAudioSampleDesc* audio = track.stsd->write()->getAudioDesc(1);
+    ASSERT_NE(audio, nullptr);
+    EXPECT_TRUE(audio->setBitsPerSample(24, false, 0));
+    EXPECT_EQ(audio->getFormat(), qtId("in24"));
+    EXPECT_EQ(audio->getSampleSize(), 16);
+    EXPECT_TRUE(audio->isLittleEndian());
+    EXPECT_EQ(audio->getSize(), 52u + 30 + 8) << "the wave group and the terminator after it";
+    EXPECT_EQ(track.stsd->getSize(), 16u + audio->getSize());
+
+    EXPECT_TRUE(audio->setBitsPerSample(16, true, qtId("mp4a")));
+    EXPECT_EQ(audio->getFormat(), qtId("mp4a"));
+    EXPECT_TRUE(audio->setBitsPerSample(16, false, 0));
+    EXPECT_EQ(audio->getFormat(), qtId("sowt"));
+    EXPECT_TRUE(audio->setBitsPerSample(16, true, 0));
+    EXPECT_EQ(audio->getFormat(), qtId("twos"));
+    EXPECT_FALSE(audio->setBitsPerSample(16, true, qtId("ac-3")));
+    EXPECT_EQ(audio->getFormat(), qtId("twos"));
+    EXPECT_FALSE(audio->setBitsPerSample(20, true, 0));
+}
+
+TEST(QtAudioSampleDesc, Mpeg4DecoderInfoAddsTheWaveGroupAndGrowsTheEntry) {
+    ReadTrack track(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(0, {})));
+    QtAudioSampleDesc* audio = track.stsd->addAudioDesc(track.file.c_str());
+    ASSERT_TRUE(audio->setBitsPerSample(16, true, qtId("mp4a")));
+    audio->setMpeg4DecoderInfo(128000, 48000, 2);
+    EXPECT_EQ(audio->getSize(), 52u + 79);
+    EXPECT_EQ(audio->getBitsPerSample(), 16u);
+    EXPECT_STREQ(audio->getExtensions().toString().get(),
+                 "{wave{frma={mp4a},esds={version=0, esds=39b},pad}}");
+    EXPECT_EQ(encodedAtom(*track.stsd).size(), 16u + 52 + 79);
+}
+
+TEST(QtAudioSampleDesc, EqualityComparesTheSoundNotTheVendorOrExtensions) {
+    SoundTrack a(soundEntry("twos", 1, 2, 0, version1(2)));
+    SoundTrack b(soundEntry("twos", 1, 2, 0, version1(2), atomBytes("chan", zeros(16))));
+    SoundTrack c(soundEntry("twos", 1, 1, 0, version1(2)));
+    EXPECT_TRUE(*a.audio() == *b.audio());
+    EXPECT_FALSE(*a.audio() == *c.audio());
+}
+
+}  // namespace

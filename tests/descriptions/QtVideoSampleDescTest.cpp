@@ -1,0 +1,103 @@
+// QtVideoSampleDesc: colour tables, extension areas and their terminator, setters keeping the size,
+// field mode and equality.
+#include <gtest/gtest.h>
+
+#include "tests/descriptions/SampleDescFixture.h"
+
+namespace {
+
+Bytes colorTable(unsigned int flags, unsigned int entries) {
+    Bytes table;
+    put32(table, 16 + 8 * entries);
+    putFourCC(table, "ctab");
+    put32(table, 0);
+    put16(table, flags);
+    put16(table, entries - 1);
+    for (unsigned int i = 0; i < entries * 4; ++i) put16(table, i);
+    return table;
+}
+
+struct VideoTrack : ReadTrack {
+    explicit VideoTrack(Bytes const& entry)
+        : ReadTrack(trackMovie(handlerBytes("mhlr", "vide"), stsdBytes(1, entry))) {}
+    QtVideoSampleDesc const* video() const { return stsd ? stsd->getVideoDesc(1) : nullptr; }
+    QtVideoSampleDesc* writable() const { return stsd->write()->getVideoDesc(1); }
+};
+
+TEST(QtVideoSampleDesc, AColourTableIsReadButNotWrittenAgain) {
+    Bytes rest = colorTable(0x8000, 2);
+    putBytes(rest, atomBytes("fiel", Bytes{2, 6}));
+    VideoTrack track(videoEntry("rle ", 32, 32, rest, 5));
+    ASSERT_NE(track.video(), nullptr);
+    EXPECT_EQ(track.video()->getColorTableId(), 5);
+    EXPECT_EQ(track.video()->getFieldMode(), 1u) << "the extensions after the table are read";
+    // Written: the fixed part, the extensions, a terminator, zeros up to the entry's size.
+    Bytes expected = videoEntry("rle ", 32, 32, atomBytes("fiel", Bytes{2, 6}), 5);
+    putBytes(expected, zeros(4 + colorTable(0x8000, 2).size() - 4));
+    expected[3] = static_cast<unsigned char>(expected.size());
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, expected));
+
+    VideoTrack none(videoEntry("jpeg", 32, 32, atomBytes("fiel", Bytes{1, 0})));
+    ASSERT_NE(none.video(), nullptr);
+    EXPECT_EQ(none.video()->getColorTableId(), -1);
+    EXPECT_EQ(none.video()->getFieldMode(), 2u);
+}
+
+TEST(QtVideoSampleDesc, AColourTableOfTheWrongShapeIsReportedAndEndsTheEntry) {
+    MessageCapture messages;
+    VideoTrack track(videoEntry("rle ", 32, 32, colorTable(0x0000, 1), 0));
+    ASSERT_NE(track.video(), nullptr);
+    EXPECT_TRUE(messages.contains("Error: expected color table flags to be 0x8000; decoded 0x0\n"));
+    EXPECT_TRUE(track.video()->getExtensions().isEmpty());
+    EXPECT_EQ(track.video()->getWidth(), 32);
+}
+
+TEST(QtVideoSampleDesc, AnEntryTooShortForItsFieldsIsKeptWhole) {
+    Bytes entry = entryHeader(40, "jpeg");
+    for (unsigned int i = 0; i < 24; ++i) put8(entry, 0xA0 + i);
+    VideoTrack track(entry);
+    ASSERT_NE(track.video(), nullptr);
+    EXPECT_EQ(track.video()->getWidth(), 0);
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
+}
+
+TEST(QtVideoSampleDesc, SettersPlaceOneAtomEachAndKeepTheSizeWithATerminator) {
+    VideoTrack track(videoEntry("avc1", 64, 64));
+    QtVideoSampleDesc* video = track.writable();
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->getExtensionSize(), 0u);
+    video->setFieldInfo(2, FieldDetailTopFirst);
+    EXPECT_EQ(video->getFieldMode(), 1u);
+    EXPECT_EQ(video->getSize(), 86u + 10 + 4) << "the first extension brings the terminator";
+    EXPECT_EQ(track.stsd->getSize(), 16u + 86 + 10 + 4);
+    video->setFieldInfo(1, FieldDetailUnknown);
+    EXPECT_EQ(video->getFieldMode(), 2u);
+    EXPECT_EQ(video->getSize(), 86u + 10 + 4);
+    video->setColorInfo(qtId("nclc"), ColorPrimariesBT709, ColorTransferBT709, ColorMatrixBT709);
+    video->setCleanApertureDimensions(64, 1, 64, 1);
+    video->setACLR(0x30303031, 1);
+    video->setAPRG(0x30303031, 1);
+    video->setARES(0x30303031, 1253, 64, 64, 1, 6);
+    EXPECT_EQ(video->getSize(), 86u + 10 + 18 + 40 + 24 + 24 + 120 + 4);
+
+    Bytes written = encodedAtom(*track.stsd);
+    ASSERT_EQ(written.size(), track.stsd->getSize());
+    EXPECT_EQ(Bytes(written.end() - 4, written.end()), zeros(4));
+}
+
+TEST(QtVideoSampleDesc, EqualityIgnoresNamesQualitiesAndOtherExtensions) {
+    VideoTrack a(videoEntry("jpeg", 160, 120, atomBytes("pasp", zeros(8)), 0xFFFF, "one"));
+    VideoTrack b(videoEntry("jpeg", 160, 120, {}, 0xFFFF, "another"));
+    VideoTrack c(videoEntry("jpeg", 160, 121));
+    VideoTrack d(videoEntry("mjpa", 160, 120));
+    ASSERT_TRUE(a.video() && b.video() && c.video() && d.video());
+    EXPECT_TRUE(*a.video() == *b.video());
+    EXPECT_TRUE(static_cast<QtSampleDesc const&>(*a.video()) == *b.video());
+    EXPECT_FALSE(*a.video() == *c.video());
+    EXPECT_FALSE(static_cast<QtSampleDesc const&>(*a.video()) == *d.video()) << "formats differ";
+
+    VideoTrack fields(videoEntry("jpeg", 160, 120, atomBytes("fiel", Bytes{2, 1})));
+    EXPECT_FALSE(*a.video() == *fields.video()) << "the field mode is compared";
+}
+
+}  // namespace

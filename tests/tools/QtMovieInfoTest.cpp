@@ -1,0 +1,130 @@
+// qtmovie info: run on every real movie of tests/data, its JSON must agree with what ffprobe
+// reported for the same file, and its timecode with the frozen start timecodes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/TestSupport.h"
+
+namespace {
+
+using Stream = std::map<std::string, std::string>;
+
+// The scalar members of each object in the "streams" array of a JSON document (strings without
+// their quotes); nested objects are skipped.
+std::vector<Stream> streamsOf(std::string const& json) {
+    std::vector<Stream> streams;
+    size_t at = json.find("\"streams\": [");
+    if (at == std::string::npos) return streams;
+    at += 12;
+    int depth = 1;
+    std::string key;
+    while (at < json.size() && depth > 0) {
+        char c = json[at];
+        if (c == '"') {
+            size_t end = json.find('"', at + 1);
+            std::string word = json.substr(at + 1, end - at - 1);
+            at = end + 1;
+            size_t next = json.find_first_not_of(" \n", at);
+            if (depth == 2 && json[next] == ':') {
+                key = word;
+                at = next + 1;
+            } else if (depth == 2 && !key.empty()) {
+                streams.back()[key] = word;
+                key.clear();
+            }
+            continue;
+        }
+        if (c == '{' || c == '[') {
+            if (++depth == 2) streams.emplace_back();
+            key.clear();
+        } else if (c == '}' || c == ']') {
+            --depth;
+        } else if (depth == 2 && !key.empty() && c != ' ' && c != '\n') {
+            size_t end = json.find_first_of(",}\n", at);
+            streams.back()[key] = json.substr(at, end - at);
+            key.clear();
+            at = end;
+            continue;
+        }
+        ++at;
+    }
+    return streams;
+}
+
+std::string run(std::string const& command) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return output;
+    char chunk[4096];
+    size_t n;
+    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, n);
+    pclose(pipe);
+    return output;
+}
+
+std::string infoJson(std::string const& movie) {
+    return run(std::string(QT_QTMOVIE_PATH) + " info --json '" + testDataPath(movie) + "'");
+}
+
+TEST(QtMovieInfo, AgreesWithFfprobeOnEveryStreamOfTheRealMovies) {
+    // Compared whenever ffprobe gives them; the picture fields only when the description holds them.
+    char const* const always[] = {"codec_tag_string", "width",           "height",   "sample_rate",
+                                  "channels",         "bits_per_sample", "nb_frames"};
+    char const* const whenPresent[] = {"sample_aspect_ratio", "color_primaries", "color_transfer",
+                                       "color_space", "field_order"};
+    for (std::string const& movie : corpusMovies()) {
+        SCOPED_TRACE(movie);
+        std::vector<Stream> ours = streamsOf(infoJson(movie));
+        std::vector<Stream> theirs = streamsOf(readFileText(testDataPath(movie + ".ffprobe.json")));
+        ASSERT_FALSE(theirs.empty());
+        ASSERT_EQ(ours.size(), theirs.size());
+        for (size_t i = 0; i < ours.size(); ++i) {
+            SCOPED_TRACE("stream " + std::to_string(i));
+            EXPECT_EQ(ours[i]["index"], theirs[i]["index"]);
+            EXPECT_EQ(ours[i]["codec_type"], theirs[i]["codec_type"]);
+            ASSERT_EQ(ours[i]["codec_tag_string"].size(), 4u);
+            for (char const* field : always) {
+                if (theirs[i].count(field)) {
+                    EXPECT_EQ(ours[i][field], theirs[i][field]) << field;
+                }
+            }
+            for (char const* field : whenPresent) {
+                if (ours[i].count(field)) {
+                    EXPECT_EQ(ours[i][field], theirs[i][field]) << field;
+                }
+            }
+        }
+    }
+}
+
+// The plain output lists "track N (id ...)" lines, with "  start timecode T" below timecode tracks.
+TEST(QtMovieInfo, GivesTheStartTimecodeOfEachTimecodeTrack) {
+    unsigned int timecodes = 0;
+    for (std::string const& movie : corpusMovies()) {
+        std::istringstream plain(run(std::string(QT_QTMOVIE_PATH) + " info '" + testDataPath(movie) + "'"));
+        std::string line, listed, track;
+        while (std::getline(plain, line)) {
+            if (line.rfind("track ", 0) == 0) track = line.substr(6, line.find(' ', 6) - 6);
+            if (line.rfind("  start timecode ", 0) == 0) {
+                listed += track + "," + line.substr(17) + "\n";
+                ++timecodes;
+            }
+        }
+        EXPECT_EQ(listed, readFileText(testDataPath(movie + ".timecode.txt"))) << movie;
+    }
+    EXPECT_EQ(timecodes, 4u);
+}
+
+TEST(QtMovieInfo, RefusesAMissingFileAndWrongArguments) {
+    std::string tool = QT_QTMOVIE_PATH;
+    EXPECT_NE(run(tool + " info /nonexistent/movie.mov 2>&1; echo rc=$?").find("rc=1\n"), std::string::npos);
+    EXPECT_NE(run(tool + " info 2>&1; echo rc=$?").find("rc=2\n"), std::string::npos);
+    EXPECT_NE(run(tool + " info a.mov b.mov 2>&1; echo rc=$?").find("rc=2\n"), std::string::npos);
+}
+
+}  // namespace

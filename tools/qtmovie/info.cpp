@@ -1,0 +1,333 @@
+// qtmovie info FILE [--json]: one block per track: track id, handler subtype, codec, duration,
+// sample count; for video the picture size, pixel aspect, colour and field order when the
+// description carries them; for sound the rate, channels and bits per sample; the start timecode
+// of timecode tracks. With --json one JSON document whose field names follow ffprobe -show_streams.
+//
+// The sample description is read through its own classes. The few header and table fields needed
+// besides it (track id, time scale, duration, sample count, first chunk offset) are read from the
+// start of their atoms in the file, so the command does not depend on how those atoms are decoded.
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quicktime/quicktime.h"
+#include "tools/qtmovie/QtMovieCommand.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+struct TrackInfo {
+    unsigned int index = 0;
+    std::optional<unsigned int> trackId;
+    QtAtomIdType handler = 0;
+    QtAtomIdType codec = 0;
+    std::optional<double> duration;
+    std::optional<unsigned int> sampleCount;
+    // video
+    std::optional<unsigned int> width, height;
+    std::optional<std::string> pixelAspect, primaries, transfer, matrix, fieldOrder;
+    // sound
+    std::optional<unsigned int> sampleRate, channels, bitsPerSample;
+    std::optional<std::string> timecode;
+};
+
+// The first n bytes of an atom as they are in the file (fewer when the atom is shorter).
+Bytes atomHead(QtAtomRoot const& root, BaseQtAtom const* atom, unsigned int n) {
+    if (!atom || !root.file()) return {};
+    unsigned long length = std::min<unsigned long>(n, atom->getSize());
+    Bytes bytes(length);
+    long got = root.file()->readAt(atom->getFileOffset(), bytes.data(), length);
+    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
+    return bytes;
+}
+
+std::optional<uint64_t> field(Bytes const& bytes, size_t offset, size_t width) {
+    if (offset + width > bytes.size()) return std::nullopt;
+    uint64_t value = 0;
+    for (size_t i = 0; i < width; ++i) value = (value << 8) | bytes[offset + i];
+    return value;
+}
+
+std::string idText(QtAtomIdType id) { return QtIdName(id).render(); }
+
+// ffprobe's names of the colour parameter numbers; a number without one is printed as it is.
+std::string colourName(unsigned int value,
+                       std::initializer_list<std::pair<unsigned int, char const*>> names) {
+    for (auto const& [number, name] : names)
+        if (number == value) return name;
+    return std::to_string(value);
+}
+
+std::optional<std::string> fieldOrderOf(Qtx::Atom const* fiel) {
+    if (!fiel) return std::nullopt;
+    if (fiel->getNumFields() == 1) return "progressive";
+    switch (fiel->getDetail()) {
+        case FieldDetailTopFirst:
+            return "tt";
+        case FieldDetailBottomFirst:
+            return "bb";
+        case FieldDetailFirstLineEarly:
+            return "tb";
+        case FieldDetailFirstLineLate:
+            return "bt";
+        default:
+            return "unknown";
+    }
+}
+
+void describeVideo(QtVideoSampleDesc const& video, TrackInfo& info) {
+    info.width = video.getWidth();
+    info.height = video.getHeight();
+    Qtx const& extensions = video.getExtensions();
+    if (auto const* pasp = dynamic_cast<Qtx::PixelAspectRatio const*>(extensions.findAtom(qtId("pasp"))))
+        info.pixelAspect = std::to_string(pasp->getHSpacing()) + ":" + std::to_string(pasp->getVSpacing());
+    if (Qtx::Atom const* colr = extensions.findAtom(qtId("colr"))) {
+        info.primaries = colourName(colr->getPrimaries(), {{1, "bt709"},
+                                                           {2, "unknown"},
+                                                           {4, "bt470m"},
+                                                           {5, "bt470bg"},
+                                                           {6, "smpte170m"},
+                                                           {7, "smpte240m"},
+                                                           {9, "bt2020"}});
+        info.transfer = colourName(colr->getTransferFunction(), {{1, "bt709"},
+                                                                 {2, "unknown"},
+                                                                 {7, "smpte240m"},
+                                                                 {8, "linear"},
+                                                                 {13, "iec61966-2-1"},
+                                                                 {16, "smpte2084"},
+                                                                 {18, "arib-std-b67"}});
+        info.matrix = colourName(colr->getMatrix(), {{1, "bt709"},
+                                                     {2, "unknown"},
+                                                     {5, "bt470bg"},
+                                                     {6, "smpte170m"},
+                                                     {7, "smpte240m"},
+                                                     {9, "bt2020nc"},
+                                                     {10, "bt2020c"}});
+    }
+    info.fieldOrder = fieldOrderOf(extensions.findAtom(qtId("fiel")));
+}
+
+// Bits per sample of uncompressed sound; 0 for compressed formats, as ffprobe reports them.
+unsigned int uncodedBitsPerSample(QtAudioSampleDesc const& audio) {
+    for (QtAtomIdType compressed : {qtId("mp4a"), qtId("ac-3"), qtId("ec-3"), qtId(".mp3"), qtId("alac"),
+                                    qtId("Opus"), qtId("samr"), qtId("ima4")})
+        if (audio.getFormat() == compressed) return 0;
+    if (audio.getVersion() == 2) return audio.getBitsPerChannel();
+    return audio.getBitsPerSample();
+}
+
+void describeAudio(QtAudioSampleDesc const& audio, TrackInfo& info) {
+    double rate = audio.getVersion() == 2 ? audio.getAudioSampleRate() : audio.getSampleRate() / 65536.0;
+    info.sampleRate = rate >= 0 && rate < 4294967296.0 ? static_cast<unsigned int>(rate) : 0;
+    info.channels = audio.getChannels();
+    info.bitsPerSample = uncodedBitsPerSample(audio);
+}
+
+// Frame counter to HH:MM:SS:FF; drop-frame counters of 30 and 60 fps skip 2 or 4 frame numbers each
+// minute except every tenth.
+std::string timecodeText(uint32_t counter, unsigned int fps, bool dropFrame) {
+    long frame = counter;
+    if (dropFrame && fps && fps % 30 == 0) {
+        long drop = fps / 30 * 2;
+        long perTenMinutes = fps / 30 * 17982;
+        long tens = frame / perTenMinutes;
+        long rest = frame % perTenMinutes;
+        frame += 9 * drop * tens + drop * ((rest - drop) / (perTenMinutes / 10));
+    }
+    char text[32];
+    snprintf(text, sizeof text, "%02ld:%02ld:%02ld%c%02ld", frame / (fps * 3600l) % 24,
+             frame / (fps * 60l) % 60, frame / fps % 60, dropFrame ? ';' : ':', frame % fps);
+    return text;
+}
+
+// The start timecode of a timecode track: its description gives the rate and the drop-frame
+// flag, its first sample the frame counter.
+std::optional<std::string> startTimecode(QtAtomRoot const& root, BaseQtAtom const* trak,
+                                         QtSampleDesc const& desc) {
+    Bytes const tmcd(desc.getOpaque().getData(), desc.getOpaque().getData() + desc.getOpaque().getSize());
+    auto flags = field(tmcd, 4, 4), timeScale = field(tmcd, 8, 4), frameDuration = field(tmcd, 12, 4);
+    if (!flags || !timeScale || !frameDuration || *frameDuration == 0) return std::nullopt;
+    unsigned int fps = static_cast<unsigned int>((*frameDuration / 2 + *timeScale) / *frameDuration);
+    if (fps == 0) return std::nullopt;
+    std::optional<uint64_t> offset;
+    if (BaseQtAtom const* stco = trak->findAtom("mdia.minf.stbl.stco", 0))
+        offset = field(atomHead(root, stco, 20), 16, 4);
+    else if (BaseQtAtom const* co64 = trak->findAtom("mdia.minf.stbl.co64", 0))
+        offset = field(atomHead(root, co64, 24), 16, 8);
+    if (!offset || !root.file()) return std::nullopt;
+    unsigned char counter[4];
+    if (root.file()->readAt(*offset, counter, 4) != 4) return std::nullopt;
+    uint32_t frames = (uint32_t(counter[0]) << 24) | (counter[1] << 16) | (counter[2] << 8) | counter[3];
+    return timecodeText(frames, fps, (*flags & 1) != 0);
+}
+
+TrackInfo describeTrack(QtAtomRoot const& root, BaseQtAtom const* trak, unsigned int index) {
+    TrackInfo info;
+    info.index = index;
+    Bytes tkhd = atomHead(root, trak->findAtom("tkhd", 0), 32);
+    if (auto version = field(tkhd, 8, 1)) {
+        auto id = field(tkhd, *version == 1 ? 28 : 20, 4);
+        if (id) info.trackId = static_cast<unsigned int>(*id);
+    }
+    Bytes mdhd = atomHead(root, trak->findAtom("mdia.mdhd", 0), 40);
+    if (auto version = field(mdhd, 8, 1)) {
+        bool wide = *version == 1;
+        auto timeScale = field(mdhd, wide ? 28 : 20, 4);
+        auto duration = field(mdhd, wide ? 32 : 24, wide ? 8 : 4);
+        if (timeScale && duration && *timeScale) info.duration = double(*duration) / double(*timeScale);
+    }
+    if (auto subtype = field(atomHead(root, trak->findAtom("mdia.hdlr", 0), 20), 16, 4))
+        info.handler = static_cast<QtAtomIdType>(*subtype);
+    if (auto count = field(atomHead(root, trak->findAtom("mdia.minf.stbl.stsz", 0), 20), 16, 4))
+        info.sampleCount = static_cast<unsigned int>(*count);
+
+    auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(trak->findAtom("mdia.minf.stbl.stsd", 0));
+    QtSampleDesc const* desc = stsd ? stsd->getDesc(1) : nullptr;
+    if (!desc) return info;
+    info.codec = desc->getFormat();
+    if (QtVideoSampleDesc const* video = stsd->getVideoDesc(1)) describeVideo(*video, info);
+    if (QtAudioSampleDesc const* audio = stsd->getAudioDesc(1)) describeAudio(*audio, info);
+    if (info.handler == qtId("tmcd")) info.timecode = startTimecode(root, trak, *desc);
+    return info;
+}
+
+char const* codecType(QtAtomIdType handler) {
+    if (handler == qtId("vide")) return "video";
+    if (handler == qtId("soun")) return "audio";
+    if (handler == qtId("sbtl") || handler == qtId("text")) return "subtitle";
+    return "data";
+}
+
+std::string jsonText(std::string const& text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20 || c >= 0x7F) {
+            char escaped[8];
+            snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+// Appends one member to a JSON object being written on one line per member.
+class JsonObject {
+public:
+    explicit JsonObject(std::string& out) : m_out(out) { m_out += "    {\n"; }
+    void number(char const* name, std::optional<unsigned int> value) {
+        if (value) raw(name, std::to_string(*value));
+    }
+    void text(char const* name, std::optional<std::string> const& value) {
+        if (value) raw(name, jsonText(*value));
+    }
+    void raw(char const* name, std::string const& value) {
+        if (!m_first) m_out += ",\n";
+        m_first = false;
+        m_out += "      " + jsonText(name) + ": " + value;
+    }
+    void close() { m_out += "\n    }"; }
+
+private:
+    std::string& m_out;
+    bool m_first = true;
+};
+
+std::string durationText(double seconds) {
+    char text[32];
+    snprintf(text, sizeof text, "%.6f", seconds);
+    return text;
+}
+
+std::string json(std::vector<TrackInfo> const& tracks) {
+    std::string out = "{\n  \"streams\": [\n";
+    for (TrackInfo const& track : tracks) {
+        if (&track != &tracks.front()) out += ",\n";
+        JsonObject stream(out);
+        stream.number("index", track.index);
+        stream.number("id", track.trackId);
+        stream.text("codec_type", std::string(codecType(track.handler)));
+        stream.text("handler_type", idText(track.handler));
+        stream.text("codec_tag_string", idText(track.codec));
+        if (track.duration) stream.text("duration", durationText(*track.duration));
+        if (track.sampleCount) stream.text("nb_frames", std::to_string(*track.sampleCount));
+        stream.number("width", track.width);
+        stream.number("height", track.height);
+        stream.text("sample_aspect_ratio", track.pixelAspect);
+        stream.text("color_primaries", track.primaries);
+        stream.text("color_transfer", track.transfer);
+        stream.text("color_space", track.matrix);
+        stream.text("field_order", track.fieldOrder);
+        if (track.sampleRate) stream.text("sample_rate", std::to_string(*track.sampleRate));
+        stream.number("channels", track.channels);
+        stream.number("bits_per_sample", track.bitsPerSample);
+        if (track.timecode) stream.raw("tags", "{ \"timecode\": " + jsonText(*track.timecode) + " }");
+        stream.close();
+    }
+    return out + "\n  ]\n}\n";
+}
+
+std::string text(std::vector<TrackInfo> const& tracks) {
+    std::string out;
+    for (TrackInfo const& track : tracks) {
+        out += "track " + std::to_string(track.index + 1);
+        if (track.trackId) out += " (id " + std::to_string(*track.trackId) + ")";
+        out += ": " + idText(track.handler) + " " + idText(track.codec);
+        if (track.duration) out += ", " + durationText(*track.duration) + " s";
+        if (track.sampleCount) out += ", " + std::to_string(*track.sampleCount) + " samples";
+        out += "\n";
+        if (track.width) {
+            out += "  video " + std::to_string(*track.width) + "x" + std::to_string(*track.height);
+            if (track.pixelAspect) out += ", pixel aspect " + *track.pixelAspect;
+            if (track.primaries)
+                out += ", colour " + *track.primaries + "/" + *track.transfer + "/" + *track.matrix;
+            if (track.fieldOrder) out += ", field order " + *track.fieldOrder;
+            out += "\n";
+        }
+        if (track.sampleRate)
+            out += "  audio " + std::to_string(*track.sampleRate) + " Hz, " +
+                   std::to_string(*track.channels) + " channels, " + std::to_string(*track.bitsPerSample) +
+                   " bits per sample\n";
+        if (track.timecode) out += "  start timecode " + *track.timecode + "\n";
+    }
+    return out;
+}
+
+int runInfo(std::vector<std::string> const& args) {
+    bool asJson = false;
+    std::vector<std::string> files;
+    for (std::string const& arg : args) {
+        if (arg == "--json")
+            asJson = true;
+        else
+            files.push_back(arg);
+    }
+    if (files.size() != 1) {
+        fprintf(stderr, "usage: qtmovie info FILE [--json]\n");
+        return 2;
+    }
+    std::string const& path = files.front();
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
+    if (!root) return 1;
+    std::vector<TrackInfo> tracks;
+    BaseQtAtom const* moov = root->findAtom("moov", 0);
+    for (BaseQtAtom const* trak = moov ? moov->findAtom("trak", 0) : nullptr; trak; trak = trak->getSibling())
+        if (trak->getId() == qtId("trak"))
+            tracks.push_back(describeTrack(*root, trak, static_cast<unsigned int>(tracks.size())));
+    std::string output = asJson ? json(tracks) : text(tracks);
+    fputs(output.c_str(), stdout);
+    fflush(stdout);
+    return 0;
+}
+
+QtMovieCommand infoCommand("info", "info FILE [--json]   print each track's codec, size, rate and timecode",
+                           runInfo);
+
+}  // namespace
