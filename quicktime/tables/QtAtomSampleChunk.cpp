@@ -232,7 +232,11 @@ void QtAtomSampleChunk::addCapacity() {
 
 bool QtAtomSampleChunk::addSamples(QtSampleLocation& location) {
     if (m_nEntries == 0) {
-        if (m_slots.size() < 2) m_slots.resize(2);
+        if (m_slots.size() < 2) {
+            // A table read without room: the first run and its end need two slots.
+            m_slots.resize(2);
+            addMovieResizeNeeded(QtResizeReq::Stsc);
+        }
         m_nEntries = 1;
         m_slots[0] = Entry{0, 1, location.numSamples, location.descIndex};
         m_slots[1] = Entry{location.numSamples, 2, 0, location.descIndex};

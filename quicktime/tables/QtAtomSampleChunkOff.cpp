@@ -114,18 +114,19 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
 }
 
 void QtAtomSampleChunkOff::reportTrailingZeros() const {
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || m_nEntries <= 1 || elementAt(m_nEntries - 1) != 0) return;
-    unsigned int scanned = std::min(m_nEntries, kTrailingScan);
+    unsigned int count = getNumChunks();
+    if (!quicktimeDbg.on(QtDbgAtomErrors) || count <= 1 || elementAt(count - 1) != 0) return;
+    unsigned int scanned = std::min(count, kTrailingScan);
     unsigned int zeros = 0;
-    for (unsigned int i = 1; i <= scanned; ++i) zeros += elementAt(m_nEntries - i) == 0;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), m_nEntries, zeros, scanned);
+    for (unsigned int i = 1; i <= scanned; ++i) zeros += elementAt(count - i) == 0;
+    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
 }
 
 bool QtAtomSampleChunkOff::encode(QtAtomBuffer& buffer) const {
     unsigned int start = buffer.nOccupied();
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
-    BaseQtAtom::encode(buffer, m_nEntries);
+    BaseQtAtom::encode(buffer, getNumChunks());
     // Offsets on disk are already in the file.
     if (isVirtual()) return false;
     unsigned long total = getFixedSize() + static_cast<unsigned long>(nArrayEntries()) * entryBytes();
@@ -202,28 +203,26 @@ bool QtAtomSampleChunkOff::wantsWide(unsigned int capacity) const {
 template <class T>
 void QtAtomSampleChunkOff::reserve(VirtualArray<T>& array, unsigned int capacity, bool mapNow, int refusedLine,
                                    int backingLine) {
-    unsigned long before = array.getStorageByteCount();
     logIfFalse(array.setVirtualSize(capacity), "setCapacity", QT_UTIL_FILE, refusedLine);
+    // Table bytes are the cache of a disk-backed array: counted when the array gets its file, and
+    // from then on reported by the array itself. Offsets held in memory are not counted.
     if (capacity > VirtualArrayBase::kResidentLimit && !array.isVirtual()) {
         if (mapNow) array.setMap(entriesOffset());
         logIfFalse(setBackingStore(array), "setCapacity", QT_UTIL_FILE, backingLine);
-    } else if (!array.isVirtual()) {
-        // A disk-backed array reports its own cache changes; memory held in place is told here.
-        long delta = static_cast<long>(array.getStorageByteCount()) - static_cast<long>(before);
-        if (delta) adjustCache(TableBytes, static_cast<int32_t>(delta));
     }
 }
 
 void QtAtomSampleChunkOff::setCapacity(unsigned long request) {
     unsigned int capacity = static_cast<unsigned int>(std::min(request, kMaxCount));
     if (capacity < m_nEntries) {
-        errorMsg("QtAtomSampleChunkOff::setCapacity(%ld) < nEntries==%d\n", static_cast<long>(capacity), m_nEntries);
+        errorMsg("QtAtomSampleChunkOff::setCapacity(%ld) < nEntries==%d\n", static_cast<long>(capacity),
+                 getNumChunks());
         capacity = m_nEntries;
     }
     bool wide = wantsWide(capacity);
     if (quicktimeDbg.on(QtDbgResize1))
         debugMsg("%s::setCap(%ld)@cap=%d, head=%d, n=%d, %d-bit\n", getAtomPath().get(), static_cast<long>(request),
-                 nArrayEntries(), m_headroom, m_nEntries, wide ? 64 : 32);
+                 nArrayEntries(), m_headroom, getNumChunks(), wide ? 64 : 32);
     if (wide) {
         bool wasCo64 = is64Bit();
         // The offsets of a 'stco' stay in its array until the next placement widens them into the
@@ -270,11 +269,9 @@ void QtAtomSampleChunkOff::widen(unsigned long entries, bool inPlace) const {
         for (unsigned int i = 0; i < m_nEntries; ++i)
             self->m_offsets64.setElementAt(i, m_offsets32.elementAt(i, nullptr), nullptr);
     }
-    // Nothing of the 32-bit array is to be written any more; emptying it releases its cache, which
-    // the array takes off the root's table bytes itself when it is disk-backed.
+    // Nothing of the 32-bit array is to be written any more. Emptying it releases its cache, which
+    // a disk-backed array takes off the root's table bytes itself.
     self->m_offsets32.setClean();
-    unsigned long held = m_offsets32.isVirtual() ? 0 : m_offsets32.getStorageByteCount();
-    if (held) adjustCache(TableBytes, -static_cast<int32_t>(held));
     self->m_offsets32.setVirtualSize(0);
 }
 
@@ -340,9 +337,9 @@ void QtAtomSampleChunkOff::createOffsets(unsigned long base, [[maybe_unused]] Qt
 // ---------------------------------------------------------------- printout
 
 void QtAtomSampleChunkOff::show() const {
-    std::string text = FormatStr("%s,cap=%d,off[%d]={", toString().get(), nArrayEntries(), m_nEntries).get();
+    std::string text = FormatStr("%s,cap=%d,off[%d]={", toString().get(), nArrayEntries(), getNumChunks()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(m_nEntries, quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
+    text += qtTableEntries(getNumChunks(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
         return std::string(FormatStr("%ld", static_cast<long>(elementAt(i))).get());
     });
     text += "}\n";

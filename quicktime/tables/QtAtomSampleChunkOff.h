@@ -6,8 +6,11 @@
 // that matches the atom's current type holds entries.
 //
 // Threads: the owner decodes, adds offsets, resizes and places the atom; readers on other threads
-// may call getChunkOffset with their own agent while it records.
+// may call getChunkOffset and getNumChunks with their own agent while offsets are added and the
+// atom moves, but not across a change of type (the setCapacity and placement that widen it).
 #pragma once
+
+#include <atomic>
 
 #include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
@@ -49,7 +52,7 @@ public:
     bool is64Bit() const { return getId() == kCo64Id; }
     // Whether the offsets of the current type are disk-backed.
     bool isVirtual() const { return is64Bit() ? m_offsets64.isVirtual() : m_offsets32.isVirtual(); }
-    unsigned int getNumChunks() const { return m_nEntries; }
+    unsigned int getNumChunks() const { return m_nEntries.load(std::memory_order_acquire); }
     // Slots of the current array.
     unsigned int nArrayEntries() const;
     unsigned int getHeadroom() const { return m_headroom; }
@@ -87,7 +90,8 @@ private:
 
     BridgeAnchor m_cacheAnchor;  // declared before the arrays, which report through it
     QtVersionAndFlags m_versionAndFlags;
-    unsigned int m_nEntries = 0;
+    // Published after the offset it counts is stored, for readers on other threads.
+    std::atomic<unsigned int> m_nEntries{0};
     VirtualArray<unsigned int> m_offsets32{"stco"};
     VirtualArray<unsigned long> m_offsets64{"co64"};
     unsigned int m_sizeNeeded = 0;

@@ -147,15 +147,13 @@ void QtAtomSampleSize::setCapacity(unsigned long request) {
         if (quicktimeDbg.on(QtDbgResize1))
             debugMsg("%s::setCap(%ld)@cap=%d, head=%d, n=%d\n", getAtomPath().get(), static_cast<long>(request),
                      getCapacity(), getHeadroom(), getSampleCount());
-        unsigned long before = m_sizes.getStorageByteCount();
         m_sizes.setVirtualSize(capacity);
+        // Table bytes are the cache of a disk-backed array: counted when the array gets its file,
+        // and from then on reported by the array itself as its cache changes. Sizes held in memory
+        // are the atom's own and are not counted.
         if (capacity > VirtualArrayBase::kResidentLimit && !m_sizes.isVirtual()) {
             m_sizes.setMap(entriesOffset());
             logIfFalse(setBackingStore(m_sizes), "setCapacity", QT_UTIL_FILE, 7979);
-        } else if (!m_sizes.isVirtual()) {
-            // A disk-backed array reports its own cache changes; memory held in place is told here.
-            long delta = static_cast<long>(m_sizes.getStorageByteCount()) - static_cast<long>(before);
-            if (delta) adjustCache(TableBytes, static_cast<int32_t>(delta));
         }
     }
     m_sizeNeeded = 0;

@@ -247,3 +247,22 @@ TEST(QtAtomSampleSizeTest, ReadersWithTheirOwnAgentsReadPublishedSizesWhileTheOw
     EXPECT_GT(moves, 10u);
     EXPECT_EQ(refused, moves);
 }
+
+// Table bytes, the root's account of table cache, follow the page cache of the disk-backed sizes:
+// bounded whatever the number of sizes, and back to nothing when the table's cache is closed.
+TEST(QtAtomSampleSizeTest, TheRootsTableBytesFollowTheBoundedCacheOfTheSizes) {
+    MovieOnDisk movie(movieWithTables({stsz(17, sizesFrom(1, 17))}));
+    auto const* table = movie.table<QtAtomSampleSize>("stsz");
+    BasicFileIO* file = movie.root()->file();
+    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), VirtualArrayBase::kPageBytes);  // the primed page
+    table->write()->setCapacity(500000);
+    unsigned long peak = 0;
+    for (unsigned int sample = 17; sample < 500000; ++sample) {
+        ASSERT_TRUE(table->write()->addSamples(sample, 1, sample));
+        peak = std::max(peak, file->cacheBytes(BasicIOTypes::CacheTable));
+    }
+    EXPECT_LE(peak, (VirtualArrayBase::kOwnerPageLimit + 1ul) * VirtualArrayBase::kPageBytes);
+    table->closeVirtualTable(nullptr);
+    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), 0u);
+    EXPECT_EQ(table->getSampleSize(499999, 1, nullptr), 499999u);
+}
