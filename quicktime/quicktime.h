@@ -39,7 +39,6 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtFields.h"
 #include "quicktime/atoms/QtIdName.h"
-#include "quicktime/atoms/QtSampleTiming.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/descriptions/QtTimeCode.h"
 #include "quicktime/layout/QtAtomMdat.h"
