@@ -41,7 +41,6 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtFields.h"
 #include "quicktime/atoms/QtIdName.h"
-#include "quicktime/atoms/QtSampleTiming.h"
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/descriptions/QtAtomSampleDesc.h"
 #include "quicktime/descriptions/QtAudioSampleDesc.h"

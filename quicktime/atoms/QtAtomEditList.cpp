@@ -4,7 +4,8 @@
 
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
-#include "quicktime/atoms/QtSampleTiming.h"
+#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ bool QtAtomEditList::encode(QtAtomBuffer& buffer) const {
 }
 
 bool QtAtomEditList::resize(unsigned int edits) const {
-    if (edits > m_capacity) return false;
+    if (edits > m_capacity) return addMovieResizeNeeded(QtResizeReq::Edts);
     if (edits != m_edits.size()) write()->m_edits.resize(edits);
     return true;
 }
@@ -76,23 +77,23 @@ unsigned int QtAtomEditList::addCapacity() const {
     return capacity;
 }
 
-QtSampleTiming const* QtAtomEditList::findSampleTiming() const {
+QtAtomSampleTime const* QtAtomEditList::findSampleTime() const {
     BaseQtAtom const* track = findParent(qtId("trak"));
     BaseQtAtom const* media = track ? track->findAtom("mdia", 0) : nullptr;
     BaseQtAtom const* table = media ? media->findAtom("minf.stbl.stts", 0) : nullptr;
-    return dynamic_cast<QtSampleTiming const*>(table);
+    return dynamic_cast<QtAtomSampleTime const*>(table);
 }
 
 void QtAtomEditList::calcMedia(bool force) const {
     if (m_mediaCalculated && !force) return;
-    QtSampleTiming const* timing = findSampleTiming();
-    if (!timing) return;
-    calcMedia(getMediaTimeScale(), getMovieTimeScale(), *timing);
+    QtAtomSampleTime const* stts = findSampleTime();
+    if (!stts) return;
+    calcMedia(getMediaTimeScale(), getMovieTimeScale(), *stts);
 }
 
 void QtAtomEditList::calcMedia(unsigned int mediaTimeScale, unsigned int movieTimeScale,
-                               QtSampleTiming const& timing) const {
-    unsigned long ticks = timing.getTicksPerSample();
+                               QtAtomSampleTime const& stts) const {
+    unsigned long ticks = stts.getTicksPerSample();
     if (mediaTimeScale == 0 || movieTimeScale == 0 || ticks == 0) return;
     // R: media units per movie unit. The slack S widens every edit by a little less than one
     // movie unit when a coarse movie time scale cannot express the media's end exactly.
@@ -116,9 +117,9 @@ void QtAtomEditList::calcMedia(unsigned int mediaTimeScale, unsigned int movieTi
             edit.offset = static_cast<uint32_t>(samples * ticks);
         } else {
             unsigned long endTime = static_cast<unsigned long>(end + kHalf) >> kFractionBits;
-            QtSampleTiming::Span span = timing.getSampleSpan(start, endTime);
-            edit.firstSample = static_cast<uint32_t>(span.first);
-            edit.numSamples = static_cast<uint32_t>(span.end - span.first);
+            QtAtomSampleTime::Span span = stts.getSpan(start, endTime);
+            edit.firstSample = static_cast<uint32_t>(span.firstSample);
+            edit.numSamples = static_cast<uint32_t>(span.endSample - span.firstSample);
             edit.offset = static_cast<uint32_t>(span.endTime - start);
         }
     }

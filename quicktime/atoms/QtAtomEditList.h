@@ -4,7 +4,7 @@
 // use (its capacity), so that edits can be added while a file grows without moving what follows;
 // its size always covers the whole capacity. The class also maps media sample numbers to the
 // sample numbers of the edited presentation, once calcMedia() has turned the edits into samples
-// through the track's time-to-sample table.
+// through the track's time-to-sample table ('stts').
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
 
-class QtSampleTiming;
+class QtAtomSampleTime;
 
 class QtAtomEditList : public BaseQtAtom {
   public:
@@ -67,8 +67,8 @@ class QtAtomEditList : public BaseQtAtom {
     unsigned int getMediaOffset() const { return m_mediaOffset; }
     void setMediaOffset(unsigned int offset) const { write()->m_mediaOffset = offset; }
 
-    // Sets the number of edits in use (new ones default) when it fits the capacity; false (and no
-    // change) otherwise, since the atom cannot grow in place.
+    // Sets the number of edits in use (new ones default) when it fits the capacity. Otherwise
+    // nothing changes and the movie is told that the list needs room; false then.
     bool resize(unsigned int edits) const;
     // Room for many more edits: ten times the edits in use above 10, else 100. The atom's size
     // follows when the owner recomputes it.
@@ -78,17 +78,18 @@ class QtAtomEditList : public BaseQtAtom {
     // nothing changes when they are missing, or when the fields are already derived and `force`
     // is false.
     void calcMedia(bool force) const;
-    // The same, from given time scales and table.
+    // The same, from given time scales and time-to-sample table.
     void calcMedia(unsigned int mediaTimeScale, unsigned int movieTimeScale,
-                   QtSampleTiming const& timing) const;
+                   QtAtomSampleTime const& stts) const;
 
     // The presentation sample at which a media sample is shown.
     unsigned long physicalToVirtualSample(unsigned long sample) const;
     // The media samples shown from presentation position `time` for up to `count` samples.
     Phys getSpan(unsigned long time, unsigned int count) const;
 
-    // The track's time-to-sample table, found from the edit list through the track's media.
-    QtSampleTiming const* findSampleTiming() const;
+    // The track's time-to-sample table, found from the edit list through the track's media; null
+    // when the track has none.
+    QtAtomSampleTime const* findSampleTime() const;
 
   private:
     QtVersionAndFlags m_versionAndFlags;

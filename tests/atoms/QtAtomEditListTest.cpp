@@ -1,64 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <utility>
 #include <vector>
 
 #include "quicktime/atoms/QtAtomEditList.h"
 #include "quicktime/quicktime.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
 #include "tests/TestSupport.h"
 #include "tests/atoms/AtomBytes.h"
 
 namespace {
-
-// A time-to-sample table standing in for the track's 'stts' atom: run-length entries of
-// (count, duration), with the range lookup that the edit list relies on (nearest sample at the
-// start, a half rounding up; nearest at the end, a half rounding down).
-class TimingTable : public BaseQtAtom, public QtSampleTiming {
-  public:
-    using Entries = std::vector<std::pair<uint32_t, uint32_t>>;
-    TimingTable(BaseQtAtom const* parent, Entries entries)
-        : BaseQtAtom(qtId("stts"), parent, 16 + 8 * entries.size()), m_entries(std::move(entries)) {}
-
-    unsigned int getTicksPerSample() const override {
-        int64_t best = -1;
-        unsigned int ticks = 1;
-        for (auto const& [count, duration] : m_entries) {
-            if (duration == 0 || static_cast<int32_t>(count) <= best) continue;
-            best = static_cast<int32_t>(count);
-            ticks = duration;
-        }
-        return ticks;
-    }
-
-    Span getSampleSpan(unsigned long t0, unsigned long t1) const override {
-        Span span;
-        if (t0 > t1) return span;
-        unsigned long samplesBefore = 0, timeBefore = 0;
-        bool firstSet = false;
-        for (auto const& [count, duration] : m_entries) {
-            unsigned long end = timeBefore + static_cast<uint32_t>(count * duration);
-            if (end > t0 && !firstSet) {
-                span.first = samplesBefore + (t0 - timeBefore + duration / 2) / duration;
-                firstSet = true;
-            }
-            unsigned long n = count;
-            if (end > t1) {
-                uint32_t into = static_cast<uint32_t>(t1 - timeBefore);
-                n = into / duration;
-                if (n * duration + duration / 2 < into) ++n;
-            }
-            span.end = samplesBefore + n;
-            span.endTime = timeBefore + n * duration;
-            if (end >= t1) break;
-            samplesBefore += count;
-            timeBefore = end;
-        }
-        return span;
-    }
-
-  private:
-    Entries m_entries;
-};
 
 // The edit list's entries: (track duration, media time, rate).
 Bytes editListBytes(uint32_t size, uint32_t count, std::vector<std::vector<uint32_t>> const& entries) {
@@ -73,16 +23,17 @@ Bytes editListBytes(uint32_t size, uint32_t count, std::vector<std::vector<uint3
 }
 
 // moov with a movie header, one trak with an edit list under edts and a media with its header and
-// a timing table in minf.stbl. Returns the edit list; the tree is owned by `moov`.
+// a time-to-sample table of `samples` samples of `ticks` in minf.stbl. Returns the edit list; the
+// tree is owned by `moov`.
 QtAtomEditList* buildTrack(QtAtomHeader& moov, unsigned int movieScale, unsigned int mediaScale,
-                           TimingTable::Entries timing, unsigned int edits) {
+                           unsigned int samples, unsigned int ticks, unsigned int edits) {
     new QtAtomMvhd(&moov, movieScale);
     auto* trak = new QtAtomHeader(qtId("trak"), &moov);
     auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), edits);
     auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
     (new QtAtomMediaHdr(mdia))->set(0, mediaScale);
     auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
-    new TimingTable(stbl, std::move(timing));
+    (new QtAtomSampleTime(stbl))->setFixedRate(samples, ticks);
     return list;
 }
 
@@ -153,16 +104,19 @@ TEST(QtAtomEditList, SpareSlotsAndStrayBytesWriteBackToTheAtomsSize) {
     EXPECT_EQ(encodeToBytes(list), stray);
 }
 
-TEST(QtAtomEditList, ResizeStaysWithinTheCapacity) {
-    QtAtomEditList list(nullptr, 1);
-    list.setClean();
-    EXPECT_FALSE(list.resize(4));
-    EXPECT_EQ(list.getNumEdits(), 1u);
-    EXPECT_FALSE(list.isDirty());
-    EXPECT_TRUE(list.resize(3));
-    EXPECT_EQ(list.getNumEdits(), 3u);
-    EXPECT_EQ(list[2].mediaRate, 0x10000u);
-    EXPECT_TRUE(list.isDirty());
+TEST(QtAtomEditList, ResizeBeyondTheCapacityAsksTheMovieForRoom) {
+    QtAtomMoov moov(nullptr, qtId("moov"));
+    auto* trak = new QtAtomHeader(qtId("trak"), &moov);
+    auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), 1);
+    list->setClean();
+    EXPECT_FALSE(list->resize(4));
+    EXPECT_EQ(list->getNumEdits(), 1u);
+    EXPECT_FALSE(list->isDirty());
+    EXPECT_EQ(list->movieResizeNeeded(), uint32_t(QtResizeReq::Edts));
+    EXPECT_TRUE(list->resize(3));
+    EXPECT_EQ(list->getNumEdits(), 3u);
+    EXPECT_EQ((*list)[2].mediaRate, 0x10000u);
+    EXPECT_TRUE(list->isDirty());
 }
 
 TEST(QtAtomEditList, AddCapacityMakesRoomForManyMoreEdits) {
@@ -175,31 +129,28 @@ TEST(QtAtomEditList, AddCapacityMakesRoomForManyMoreEdits) {
 }
 
 TEST(QtAtomEditList, CalcMediaTurnsEditsIntoSamplesOnRealTracks) {
-    // Video, audio and timecode of h264_bframes_aac_tc.mov: the video and audio edits start 1024
-    // media units in (two frames, one audio packet).
+    // Video (250 samples of 512), audio (469 of 1024 and one of 768) and timecode (one of 128000)
+    // of h264_bframes_aac_tc.mov: the video and audio edits start 1024 media units in, that is
+    // two frames and one audio packet.
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_bframes_aac_tc.mov").c_str());
     ASSERT_TRUE(root);
     struct Expected {
-        TimingTable::Entries timing;  // the track's stts entries
         uint32_t first, samples, offset;
-    } expected[] = {{{{250, 512}}, 2, 248, 126976},
-                    {{{469, 1024}, {1, 768}}, 1, 469, 480000},
-                    {{{1, 128000}}, 0, 1, 128000}};
+    } expected[] = {{2, 248, 126976}, {1, 469, 480000}, {0, 1, 128000}};
     for (unsigned int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i + 1);
         BaseQtAtom const* trak = root->findAtom("moov.trak", i);
         ASSERT_NE(trak, nullptr);
         auto const* list = dynamic_cast<QtAtomEditList const*>(trak->findAtom("edts.elst", 0));
-        ASSERT_NE(list, nullptr) << i;
-        BaseQtAtom const* stts = trak->findAtom("mdia.minf.stbl.stts", 0);
-        ASSERT_NE(stts, nullptr);
-        stts->insertSibling(new TimingTable(nullptr, expected[i].timing));
-        ASSERT_NE(list->findSampleTiming(), nullptr);
+        ASSERT_NE(list, nullptr);
+        ASSERT_EQ(static_cast<BaseQtAtom const*>(list->findSampleTime()),
+                  trak->findAtom("mdia.minf.stbl.stts", 0));
         EXPECT_FALSE(list->isMediaCalculated());
         list->calcMedia(false);
         ASSERT_TRUE(list->isMediaCalculated());
-        EXPECT_EQ((*list)[0].firstSample, expected[i].first) << "track " << i + 1;
-        EXPECT_EQ((*list)[0].numSamples, expected[i].samples) << "track " << i + 1;
-        EXPECT_EQ((*list)[0].offset, expected[i].offset) << "track " << i + 1;
+        EXPECT_EQ((*list)[0].firstSample, expected[i].first);
+        EXPECT_EQ((*list)[0].numSamples, expected[i].samples);
+        EXPECT_EQ((*list)[0].offset, expected[i].offset);
     }
 }
 
@@ -213,7 +164,7 @@ TEST(QtAtomEditList, CalcMediaDoesNothingWithoutATimingTableOrWhenAlreadyDone) {
     EXPECT_EQ((*list)[0].numSamples, 0u);
 
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* edited = buildTrack(moov, 600, 2400, {{100, 100}}, 1);
+    QtAtomEditList* edited = buildTrack(moov, 600, 2400, 100, 100, 1);
     setEdit(edited, 0, 600, 0, false);
     edited->calcMedia(false);  // a new list counts as already derived
     EXPECT_EQ((*edited)[0].numSamples, 0u);
@@ -228,7 +179,7 @@ TEST(QtAtomEditList, CalcMediaDoesNothingWithoutATimingTableOrWhenAlreadyDone) {
 
 TEST(QtAtomEditList, EmptyEditSpansItsDurationInWholeSamples) {
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
     setEdit(list, 0, 600, 0, true);
     setEdit(list, 1, 1200, 0, false);
     list->calcMedia(true);
@@ -243,7 +194,7 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
     // movie units takes off again for all edits but the last. Starting 48 units into a sample, the
     // last edit's end passes the half of its 25th sample and takes it; the first edit's does not.
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
     setEdit(list, 0, 600, 48, false);
     setEdit(list, 1, 600, 48, false);
     list->calcMedia(true);
@@ -252,7 +203,7 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
 
     // A finer movie time scale has no slack.
     QtAtomHeader fine(qtId("moov"), nullptr);
-    QtAtomEditList* exact = buildTrack(fine, 1000, 2400, {{100, 100}}, 1);
+    QtAtomEditList* exact = buildTrack(fine, 1000, 2400, 100, 100, 1);
     setEdit(exact, 0, 1000, 50, false);
     exact->calcMedia(true);
     EXPECT_EQ((*exact)[0].numSamples, 24u);
@@ -260,13 +211,13 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
 
 TEST(QtAtomEditList, CalcMediaSurvivesAbsurdTimeScales) {
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 0xFFFFFFFF, 1, {{100, 100}}, 1);
+    QtAtomEditList* list = buildTrack(moov, 0xFFFFFFFF, 1, 100, 100, 1);
     setEdit(list, 0, 0xFFFFFFFF, 0xFFFFFFF0, false);
     list->calcMedia(true);  // a ratio below 1/65536: nothing to derive
     EXPECT_EQ((*list)[0].numSamples, 0u);
 
     QtAtomHeader huge(qtId("moov"), nullptr);
-    QtAtomEditList* big = buildTrack(huge, 1, 0xFFFFFFFF, {{100, 1}}, 2);
+    QtAtomEditList* big = buildTrack(huge, 1, 0xFFFFFFFF, 100, 1, 2);
     setEdit(big, 0, 0xFFFFFFFF, 0xFFFFFFFF, false);
     setEdit(big, 1, 0xFFFFFFFF, 7, false);
     big->calcMedia(true);
@@ -278,7 +229,7 @@ TEST(QtAtomEditList, MapsMediaSamplesPastEmptyEditsToPresentationSamples) {
     EXPECT_EQ(none.physicalToVirtualSample(17), 17u);
 
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
     setEdit(list, 0, 600, 0, true);    // one second of nothing: 24 samples
     setEdit(list, 1, 1200, 0, false);  // then samples 0..47
     list->calcMedia(true);
@@ -292,7 +243,7 @@ TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_EQ(QtAtomEditList(nullptr, 0).getSpan(5, 3).end, 0u);
 
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
     setEdit(list, 0, 600, 0, true);
     setEdit(list, 1, 1200, 0, false);
     list->calcMedia(true);
@@ -325,7 +276,7 @@ TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
 
 TEST(QtAtomEditList, ShowListsEachEditWithItsStartAndLength) {
     QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, {{100, 100}}, 2);
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
     setEdit(list, 0, 600, 0, true);
     setEdit(list, 1, 1200, 48, false);
     list->calcMedia(true);
