@@ -62,7 +62,7 @@ void QtAtomSampleSync::KeySet::setKey(unsigned long frame) {
 void QtAtomSampleSync::KeySet::reset(QtFrameSet::Unit unit, FileIoClientRec* agent) {
     m_unit = unit;
     resize(0);
-    m_agent = agent;
+    m_agent.store(agent, std::memory_order_relaxed);
 }
 
 void QtAtomSampleSync::KeySet::reinit(QtFrameSet::Unit unit, FileIoClientRec* agent) {
@@ -77,7 +77,7 @@ void QtAtomSampleSync::KeySet::release() {
 AutoPtr<char> QtAtomSampleSync::KeySet::toString() const {
     char text[256];
     snprintf(text, sizeof text, "keyset(%p,@unit %d,a=%p,ref=%d)[%u]={%u..%u}",
-             static_cast<void const*>(this), m_unit, static_cast<void*>(m_agent), getRefCOunt(), size(),
+             static_cast<void const*>(this), m_unit, static_cast<void*>(getAgent()), getRefCOunt(), size(),
              getAryIdx0(), getAryIdxN());
     return copyText(text);
 }
@@ -108,7 +108,7 @@ FileIoClientRec* QtAtomSampleSync::KeyCache::orphanAgent() const {
 
 void QtAtomSampleSync::KeyCache::retire(KeySet& set) {
     m_list.isolate(set.m_node);
-    set.m_agent = orphanAgent();
+    set.m_agent.store(orphanAgent(), std::memory_order_relaxed);
     set.release();
 }
 
@@ -476,7 +476,7 @@ bool QtAtomSampleSync::appendKey(unsigned long frame) const {
     unsigned int index = size();
     // The entry is stored before the active size and the last sample are published, so that a
     // reader that sees the new size also sees the entry.
-    self->m_array.setElementAt(index, static_cast<unsigned int>(frame), nullptr);
+    if (!self->m_array.setElementAt(index, static_cast<unsigned int>(frame), nullptr)) return false;
     if (!logIfFalse(self->m_array.setActiveSize(index + 1), "appendKey", QT_UTIL_FILE, 7054)) return false;
     m_lastSample.store(static_cast<unsigned int>(frame), std::memory_order_release);
     setSamplesPerEntry(frame, index + 1, "newSize");

@@ -79,7 +79,7 @@ class QtAtomSampleSync : public BaseQtAtom {
         KeySet& operator=(KeySet const&) = delete;
 
         QtFrameSet::Unit getUnit() const { return m_unit; }
-        FileIoClientRec* getAgent() const { return m_agent; }
+        FileIoClientRec* getAgent() const { return m_agent.load(std::memory_order_relaxed); }
         unsigned long getInFrame() const { return QtFrameSet::unitToFrame(m_unit); }
         unsigned long getOutFrame() const { return getInFrame() + size(); }
         unsigned long getMaxOutFrame() const { return getInFrame() + QtFrameSet::kUnitFrames; }
@@ -116,7 +116,8 @@ class QtAtomSampleSync : public BaseQtAtom {
         ~KeySet() = default;
 
         QtFrameSet::Unit m_unit;
-        FileIoClientRec* m_agent;  // null for the recorder; changed only under the cache's lock
+        // Null for the recorder; changed only under the cache's lock (read by printouts without it).
+        std::atomic<FileIoClientRec*> m_agent;
         DLinkNode<KeySet> m_node;
         AtomicCounter m_refCount{1};
         std::atomic<unsigned int> m_aryIdx0{0};

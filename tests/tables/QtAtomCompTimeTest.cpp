@@ -393,3 +393,33 @@ TEST(QtAtomCompTime, MovingTheAtomTakesItsRunsAlong) {
     EXPECT_EQ(ctts->getEntry(39, nullptr), DiskEntry(2, 0));
     EXPECT_EQ(ctts->getEntry(38, nullptr), DiskEntry(1, 21));
 }
+
+TEST(QtAtomCompTime, RandomDamageNeverBreaksAWalk) {
+    std::mt19937 random(23);
+    MessageCapture quiet;
+    for (int round = 0; round < 60; ++round) {
+        unsigned int slots = random() % 30;
+        std::vector<uint32_t> words{static_cast<uint32_t>(random() % 2 ? slots : random() % 60)};
+        for (unsigned int i = 0; i < slots; ++i) {
+            words.push_back(random() % 4 ? random() % 5 : 0);
+            words.push_back(random() % 3 ? 0 : random());
+        }
+        Bytes ctts = fullAtom("ctts", words);
+        ctts.resize(ctts.size() - random() % 8);
+        ctts[3] = static_cast<unsigned char>(ctts.size());
+        TempFile file;
+        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(100), ctts}));
+        ASSERT_TRUE(root);
+        QtAtomCompTime const* table = compTable(*root);
+        if (!table) continue;
+        FileIoClientRec agent;
+        QtAtomCompTime::DiskIterator it(table->getArray(), random(), &agent);
+        for (int step = 0; step < 400; ++step) {
+            it.getAnchor();
+            if (it.onSparse()) table->getSparseArray().update(it);
+            if (!it++) break;
+        }
+        table->getSeed(100);
+        table->show();
+    }
+}

@@ -159,3 +159,22 @@ TEST(QtAtomSampleDepend, MovingTheAtomTakesItsBytesAlong) {
     FileIoClientRec agent;
     EXPECT_EQ(sdtp->getSampleDepend(39, &agent), 39 * 3);
 }
+
+TEST(QtAtomSampleDepend, CutOffAtomsAreReadOnlyAsFarAsTheyGo) {
+    for (unsigned int room : {0u, 3u, 16u, 17u, 70u}) {
+        Bytes sdtp = sdtpAtom(Bytes(room, 0x2A));
+        for (unsigned int cut : {0u, 1u, 3u}) {
+            if (cut > sdtp.size() - 8) continue;
+            Bytes damaged(sdtp.begin(), sdtp.end() - cut);
+            damaged[3] = static_cast<unsigned char>(damaged.size());
+            TempFile file;
+            AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({damaged, stszAtom(room)}));
+            ASSERT_TRUE(root);
+            QtAtomSampleDepend const* table = dependTable(*root);
+            if (!table) continue;
+            unsigned int kept = damaged.size() >= 12 ? static_cast<unsigned int>(damaged.size() - 12) : 0;
+            for (unsigned int i = 0; i < room + 4; ++i)
+                ASSERT_EQ(table->getSampleDepend(i, nullptr), i < kept ? 0x2A : 0) << room << "/" << cut << " @" << i;
+        }
+    }
+}
