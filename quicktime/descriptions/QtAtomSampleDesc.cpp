@@ -5,6 +5,7 @@
 
 #include "framework/Messages.h"
 #include "framework/PathParser.h"
+#include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/descriptions/QtAudioSampleDesc.h"
 #include "quicktime/descriptions/QtMpeg2SampleDesc.h"
 #include "quicktime/descriptions/QtTextSampleDesc.h"
@@ -13,24 +14,6 @@
 #include "quicktime/refs/QtAtomDataAlias.h"
 
 namespace {
-
-// Handlers are small (fixed fields and a name of at most 255 characters); anything larger is not
-// looked into.
-constexpr unsigned long kLargestHandler = 1024;
-
-// The component type and subtype of a handler atom, taken from its encoded fields (offsets 12 and
-// 16), so that whichever class holds the handler answers the same.
-bool handlerTypes(BaseQtAtom const* handler, QtAtomIdType& type, QtAtomIdType& subtype) {
-    unsigned long size = handler->getSize();
-    if (size < 20 || size > kLargestHandler) return false;
-    QtAtomBuffer bytes(static_cast<unsigned int>(size));
-    handler->encode(bytes);
-    if (bytes.nOccupied() < 20 || bytes.nOccupied() > size) return false;
-    bytes.removeInput(12);
-    type = BaseQtAtom::decodeUint32(bytes);
-    subtype = BaseQtAtom::decodeUint32(bytes);
-    return true;
-}
 
 std::string normalisedPath(char const* path) {
     PathParser parser(path ? path : "");
@@ -111,8 +94,8 @@ QtAtomIdType QtAtomSampleDesc::findMediaType() const {
     for (unsigned int n = 0;; ++n) {
         BaseQtAtom const* handler = findAbove(qtId("hdlr"), n);
         if (!handler) return 0;
-        QtAtomIdType type = 0, subtype = 0;
-        if (handlerTypes(handler, type, subtype) && type == qtId("mhlr")) return subtype;
+        auto const* media = dynamic_cast<QtAtomHandler const*>(handler);
+        if (media && media->getComponentType() == qtId("mhlr")) return media->getComponentSubtype();
     }
 }
 

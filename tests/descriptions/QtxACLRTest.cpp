@@ -34,10 +34,4 @@ TEST(QtxACLR, AnAtomWithoutTheZeroWordIsWrittenBackWithoutIt) {
     EXPECT_EQ(createFrom(Bytes(bytes.begin(), bytes.end() - 1)).get(), nullptr);
 }
 
-TEST(QtxACLR, ANewOneEndsWithAZeroWord) {
-    Qtx::APRG aprg;
-    aprg.set(0x30303031, 1);
-    EXPECT_EQ(encoded(aprg), atomBytes("APRG", pairBody("APRG", 1, 4)));
-}
-
 }  // namespace

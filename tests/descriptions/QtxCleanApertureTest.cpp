@@ -29,11 +29,4 @@ TEST(QtxCleanAperture, AZeroDenominatorGivesZeroRatherThanADivision) {
     EXPECT_EQ(clap->getVertOffset(), 0.0);
 }
 
-TEST(QtxCleanAperture, SetTakesWidthAndHeightAndCentresTheAperture) {
-    Qtx::CleanAperture clap;
-    clap.set(704, 1, 480, 1);
-    EXPECT_STREQ(clap.toString().get(), "clap={width=704, height=480, horizOff=0, vertOff=0}");
-    EXPECT_EQ(encoded(clap).size(), 40u);
-}
-
 }  // namespace

@@ -27,9 +27,4 @@ TEST(QtxFieldInfo, NamesTheDetailAndFallsBackByFieldCount) {
     }
 }
 
-TEST(QtxFieldInfo, ANewOneIsOneProgressiveField) {
-    Qtx::FieldInfo fiel;
-    EXPECT_EQ(encoded(fiel), atomBytes("fiel", Bytes{1, 0}));
-}
-
 }  // namespace

@@ -171,17 +171,6 @@ TEST(QtxSetters, Mpeg4DecoderInfoBuildsTheWaveGroupWithItsOwnTerminator) {
     EXPECT_EQ(again.getPaddingSize(), 0u);
 }
 
-TEST(QtxSetters, WriteAtomReplacesAnAtomOfTheSameType) {
-    Qtx qtx;
-    qtx.setFieldInfo(2, FieldDetailTopFirst);
-    auto* chan = new Qtx::Unknown(qtId("chan"), 12);
-    qtx.writeAtom(chan);
-    EXPECT_EQ(qtx.getSize(), 10u + 12);
-    EXPECT_EQ(qtx.findAtom(qtId("chan")), chan);
-    qtx.writeAtom(new Qtx::Unknown(qtId("chan"), 8));
-    EXPECT_EQ(qtx.getSize(), 10u + 8);
-}
-
 // The recorder's sequence: an empty 'avcC' reserves the largest size before the first frame, and the
 // parameter sets are filled in later without the area (and so the description) changing size.
 TEST(QtxAvc, FillingInTheReservedAvcCKeepsTheAreaSize) {

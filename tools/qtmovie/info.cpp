@@ -3,9 +3,6 @@
 // description carries them; for sound the rate, channels and bits per sample; the start timecode
 // of timecode tracks. With --json one JSON document whose field names follow ffprobe -show_streams.
 //
-// The sample description is read through its own classes. The few header and table fields needed
-// besides it (track id, time scale, duration, sample count, first chunk offset) are read from the
-// start of their atoms in the file, so the command does not depend on how those atoms are decoded.
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -13,11 +10,11 @@
 #include <vector>
 
 #include "quicktime/quicktime.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
 
 struct TrackInfo {
     unsigned int index = 0;
@@ -34,21 +31,8 @@ struct TrackInfo {
     std::optional<std::string> timecode;
 };
 
-// The first n bytes of an atom as they are in the file (fewer when the atom is shorter).
-Bytes atomHead(QtAtomRoot const& root, BaseQtAtom const* atom, unsigned int n) {
-    if (!atom || !root.file()) return {};
-    unsigned long length = std::min<unsigned long>(n, atom->getSize());
-    Bytes bytes(length);
-    long got = root.file()->readAt(atom->getFileOffset(), bytes.data(), length);
-    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return bytes;
-}
-
-std::optional<uint64_t> field(Bytes const& bytes, size_t offset, size_t width) {
-    if (offset + width > bytes.size()) return std::nullopt;
-    uint64_t value = 0;
-    for (size_t i = 0; i < width; ++i) value = (value << 8) | bytes[offset + i];
-    return value;
+unsigned int bigEndian32(unsigned char const* p) {
+    return (unsigned(p[0]) << 24) | (unsigned(p[1]) << 16) | (unsigned(p[2]) << 8) | p[3];
 }
 
 std::string idText(QtAtomIdType id) { return QtIdName(id).render(); }
@@ -126,63 +110,41 @@ void describeAudio(QtAudioSampleDesc const& audio, TrackInfo& info) {
     info.bitsPerSample = uncodedBitsPerSample(audio);
 }
 
-// Frame counter to HH:MM:SS:FF; drop-frame counters of 30 and 60 fps skip 2 or 4 frame numbers each
-// minute except every tenth.
-std::string timecodeText(uint32_t counter, unsigned int fps, bool dropFrame) {
-    long frame = counter;
-    if (dropFrame && fps && fps % 30 == 0) {
-        long drop = fps / 30 * 2;
-        long perTenMinutes = fps / 30 * 17982;
-        long tens = frame / perTenMinutes;
-        long rest = frame % perTenMinutes;
-        frame += 9 * drop * tens + drop * ((rest - drop) / (perTenMinutes / 10));
-    }
-    char text[32];
-    snprintf(text, sizeof text, "%02ld:%02ld:%02ld%c%02ld", frame / (fps * 3600l) % 24,
-             frame / (fps * 60l) % 60, frame / fps % 60, dropFrame ? ';' : ':', frame % fps);
-    return text;
-}
-
 // The start timecode of a timecode track: its description gives the rate and the drop-frame
 // flag, its first sample the frame counter.
 std::optional<std::string> startTimecode(QtAtomRoot const& root, BaseQtAtom const* trak,
                                          QtSampleDesc const& desc) {
-    Bytes const tmcd(desc.getOpaque().getData(), desc.getOpaque().getData() + desc.getOpaque().getSize());
-    auto flags = field(tmcd, 4, 4), timeScale = field(tmcd, 8, 4), frameDuration = field(tmcd, 12, 4);
-    if (!flags || !timeScale || !frameDuration || *frameDuration == 0) return std::nullopt;
-    unsigned int fps = static_cast<unsigned int>((*frameDuration / 2 + *timeScale) / *frameDuration);
-    if (fps == 0) return std::nullopt;
-    std::optional<uint64_t> offset;
-    if (BaseQtAtom const* stco = trak->findAtom("mdia.minf.stbl.stco", 0))
-        offset = field(atomHead(root, stco, 20), 16, 4);
-    else if (BaseQtAtom const* co64 = trak->findAtom("mdia.minf.stbl.co64", 0))
-        offset = field(atomHead(root, co64, 24), 16, 8);
-    if (!offset || !root.file()) return std::nullopt;
+    // After the entry header: reserved, flags, time scale, frame duration.
+    QtPreserved const& fields = desc.getOpaque();
+    if (fields.getSize() < 16 || !root.file()) return std::nullopt;
+    unsigned int flags = bigEndian32(fields.getData() + 4);
+    unsigned int timeScale = bigEndian32(fields.getData() + 8);
+    unsigned int frameDuration = bigEndian32(fields.getData() + 12);
+    auto const* offsets = dynamic_cast<QtAtomSampleChunkOff const*>(trak->findAtom("mdia.minf.stbl.stco", 0));
+    if (!offsets)
+        offsets = dynamic_cast<QtAtomSampleChunkOff const*>(trak->findAtom("mdia.minf.stbl.co64", 0));
+    if (!offsets || frameDuration == 0) return std::nullopt;
     unsigned char counter[4];
-    if (root.file()->readAt(*offset, counter, 4) != 4) return std::nullopt;
-    uint32_t frames = (uint32_t(counter[0]) << 24) | (counter[1] << 16) | (counter[2] << 8) | counter[3];
-    return timecodeText(frames, fps, (*flags & 1) != 0);
+    if (root.file()->readAt(offsets->getChunkOffset(0, nullptr), counter, 4) != 4) return std::nullopt;
+    QtTimeCode timecode;
+    timecode.setCounter(bigEndian32(counter), timeScale, frameDuration, (flags & 1) != 0);
+    char text[32];
+    snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", timecode.getHours(), timecode.getMinutes(),
+             timecode.getSeconds(), timecode.dropFrame() ? ';' : ':', timecode.getFraction());
+    return std::string(text);
 }
 
 TrackInfo describeTrack(QtAtomRoot const& root, BaseQtAtom const* trak, unsigned int index) {
     TrackInfo info;
     info.index = index;
-    Bytes tkhd = atomHead(root, trak->findAtom("tkhd", 0), 32);
-    if (auto version = field(tkhd, 8, 1)) {
-        auto id = field(tkhd, *version == 1 ? 28 : 20, 4);
-        if (id) info.trackId = static_cast<unsigned int>(*id);
-    }
-    Bytes mdhd = atomHead(root, trak->findAtom("mdia.mdhd", 0), 40);
-    if (auto version = field(mdhd, 8, 1)) {
-        bool wide = *version == 1;
-        auto timeScale = field(mdhd, wide ? 28 : 20, 4);
-        auto duration = field(mdhd, wide ? 32 : 24, wide ? 8 : 4);
-        if (timeScale && duration && *timeScale) info.duration = double(*duration) / double(*timeScale);
-    }
-    if (auto subtype = field(atomHead(root, trak->findAtom("mdia.hdlr", 0), 20), 16, 4))
-        info.handler = static_cast<QtAtomIdType>(*subtype);
-    if (auto count = field(atomHead(root, trak->findAtom("mdia.minf.stbl.stsz", 0), 20), 16, 4))
-        info.sampleCount = static_cast<unsigned int>(*count);
+    if (auto const* tkhd = dynamic_cast<QtAtomTrakHdr const*>(trak->findAtom("tkhd", 0)))
+        info.trackId = tkhd->getTrackId();
+    auto const* mdhd = dynamic_cast<QtAtomMediaHdr const*>(trak->findAtom("mdia.mdhd", 0));
+    if (mdhd && mdhd->getTimeScale()) info.duration = double(mdhd->getDuration()) / mdhd->getTimeScale();
+    if (auto const* hdlr = dynamic_cast<QtAtomHandler const*>(trak->findAtom("mdia.hdlr", 0)))
+        info.handler = hdlr->getComponentSubtype();
+    if (auto const* stsz = dynamic_cast<QtAtomSampleSize const*>(trak->findAtom("mdia.minf.stbl.stsz", 0)))
+        info.sampleCount = stsz->getSampleCount();
 
     auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(trak->findAtom("mdia.minf.stbl.stsd", 0));
     QtSampleDesc const* desc = stsd ? stsd->getDesc(1) : nullptr;
