@@ -73,9 +73,21 @@ int BasicFileIO::openDescriptor(char const* path, Mode mode) {
 }
 
 AutoRefPtr<BasicFileIO> BasicFileIO::open(char const* path, Mode mode) {
-    int fd = openDescriptor(path, mode);
-    if (fd < 0) return AutoRefPtr<BasicFileIO>();
-    return AutoRefPtr<BasicFileIO>(new BasicFileIO(fd, path, mode != ReadOnly));
+    return openAs<BasicFileIO>(path, mode);
+}
+
+bool BasicFileIO::syncDirectory() {
+    std::string::size_type slash = m_path.rfind('/');
+    std::string directory = slash == std::string::npos ? "." : slash == 0 ? "/" : m_path.substr(0, slash);
+    int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        setOpenError("cannot open its directory: " + std::string(strerror(errno)));
+        return false;
+    }
+    bool synced = ::fsync(fd) == 0 || errno == EINVAL;
+    if (!synced) setOpenError("cannot sync its directory: " + std::string(strerror(errno)));
+    ::close(fd);
+    return synced;
 }
 
 std::string BasicFileIO::lastOpenError() {

@@ -50,7 +50,9 @@ class BasicFileIO : public RefCounted {
         Create      // created, or truncated when it exists; read and write
     };
 
-    // Opens a file; null on failure, with the reason in `lastOpenError()`.
+    // Opens a file; null on failure, with the reason in `lastOpenError()`. A file made by Create has
+    // its directory entry made durable before it is handed out, so that a crash cannot lose the file
+    // itself once it has been written and synced.
     static AutoRefPtr<BasicFileIO> open(char const* path, Mode mode);
     static std::string lastOpenError();
 
@@ -121,6 +123,21 @@ class BasicFileIO : public RefCounted {
 
     // Opens the descriptor for a mode; -1 on failure with the reason recorded for lastOpenError().
     static int openDescriptor(char const* path, Mode mode);
+    // `open` for this class and for test layers: a new File (built from fd, path and writable; File
+    // befriends this class when its constructor is protected), whose directory is synced when the
+    // mode creates it.
+    template <class File>
+    static AutoRefPtr<File> openAs(char const* path, Mode mode) {
+        int fd = openDescriptor(path, mode);
+        if (fd < 0) return AutoRefPtr<File>();
+        AutoRefPtr<File> file(new File(fd, path, mode != ReadOnly));
+        if (mode == Create && !file->syncDirectory()) return AutoRefPtr<File>();
+        return file;
+    }
+    // fsync()s the directory that holds the file, so that its entry survives a crash; false (with
+    // the reason recorded for lastOpenError()) when that fails. A file system that cannot sync a
+    // directory (EINVAL) is taken as done.
+    virtual bool syncDirectory();
     // Drains the flush queue and stops the flush thread; later requests are refused. The destructor
     // calls it, but a subclass that overrides the I/O operations must call it in its own destructor,
     // while its overrides still work.
