@@ -1,5 +1,8 @@
 #include "quicktime/descriptions/QtTimeCode.h"
 
+#include <cctype>
+#include <cstring>
+
 #include "framework/FormatStr.h"
 
 namespace {
@@ -19,6 +22,13 @@ constexpr unsigned long kFramesPerFullMinute = 1800;
 constexpr unsigned long kDropFramesPerMinute = 1798;
 
 bool usesDropFrame(bool dropFrame, unsigned int fps) { return dropFrame && (fps == 30 || fps == 60); }
+
+// The two decimal digits at text[at], or -1.
+int twoDigits(char const* text, unsigned int at) {
+    if (!isdigit(static_cast<unsigned char>(text[at])) || !isdigit(static_cast<unsigned char>(text[at + 1])))
+        return -1;
+    return (text[at] - '0') * 10 + (text[at + 1] - '0');
+}
 
 }  // namespace
 
@@ -98,4 +108,33 @@ AutoPtr<char> QtTimeCode::toString() const {
         return FormatStr("%02d:%02d:%02d.%0*d(0x%08x)", m_hours, m_minutes, m_seconds, width, m_fraction,
                          m_raw);
     return FormatStr("%02d:%02d:%02d.%0*d", m_hours, m_minutes, m_seconds, width, m_fraction);
+}
+
+bool QtTimeCode::setText(char const* text) {
+    if (!text || strlen(text) != 11 || text[2] != ':' || text[5] != ':' || (text[8] != ':' && text[8] != ';'))
+        return false;
+    int hours = twoDigits(text, 0), minutes = twoDigits(text, 3), seconds = twoDigits(text, 6);
+    int frames = twoDigits(text, 9);
+    if (hours < 0 || minutes < 0 || seconds < 0 || frames < 0) return false;
+    m_hours = static_cast<uint8_t>(hours);
+    m_minutes = static_cast<uint8_t>(minutes);
+    m_seconds = static_cast<uint8_t>(seconds);
+    m_fraction = static_cast<uint16_t>(frames);
+    m_dropFrame = text[8] == ';' ? 1 : 0;
+    m_framesMode = 1;
+    m_raw = 0;
+    return true;
+}
+
+AutoPtr<char> QtTimeCode::getText() const {
+    if (!m_framesMode) return FormatStr("%02d:%02d:%02d.%03d", m_hours, m_minutes, m_seconds, m_fraction);
+    return FormatStr("%02d:%02d:%02d%c%02d", m_hours, m_minutes, m_seconds, m_dropFrame ? ';' : ':', m_fraction);
+}
+
+bool QtTimeCode::isValidAt(unsigned int timeScale, unsigned int frameDuration) const {
+    unsigned int fps = framesPerSecond(timeScale, frameDuration);
+    if (!m_framesMode || m_hours >= 24 || m_minutes >= 60 || m_seconds >= 60 || m_fraction >= fps) return false;
+    // Drop-frame numbering leaves out frames 0 and 1 (0 to 3 at 60 fps) of every minute but each tenth.
+    bool skipped = m_minutes % 10 != 0 && m_seconds == 0 && m_fraction < fps / 15;
+    return !(usesDropFrame(m_dropFrame != 0, fps) && skipped);
 }
