@@ -7,10 +7,13 @@
 
 namespace {
 
-// Takes whole units of `unit` out of `value`: returns how many and leaves the remainder.
-unsigned long takeUnits(unsigned long& value, unsigned long unit) {
-    unsigned long count = value / unit;
-    value %= unit;
+// Takes whole units of `unit` out of `value`: returns how many and leaves the remainder. A unit
+// larger than the value takes nothing, so the division is made in 32 bits: a conversion runs for
+// every frame of a timecode track, and a 64-bit division costs several times as much.
+uint32_t takeUnits(uint32_t& value, unsigned long unit) {
+    if (unit > value) return 0;
+    uint32_t count = value / static_cast<uint32_t>(unit);
+    value %= static_cast<uint32_t>(unit);
     return count;
 }
 
@@ -38,17 +41,19 @@ QtTimeCode::QtTimeCode(unsigned int value, unsigned int scale) { setScaled(value
 
 unsigned int QtTimeCode::framesPerSecond(unsigned int timeScale, unsigned int frameDuration) {
     if (frameDuration == 0) return 1;
-    unsigned long fps = (frameDuration / 2 + static_cast<unsigned long>(timeScale)) / frameDuration;
+    unsigned long sum = frameDuration / 2 + static_cast<unsigned long>(timeScale);
+    // In 32 bits where the sum allows, as takeUnits does.
+    unsigned long fps = sum <= UINT32_MAX ? static_cast<uint32_t>(sum) / frameDuration : sum / frameDuration;
     return fps == 0 ? 1 : static_cast<unsigned int>(fps);
 }
 
 void QtTimeCode::setScaled(unsigned int value, unsigned int scale) {
     unsigned long unit = scale == 0 ? 1 : scale;
-    unsigned long rest = value;
+    uint32_t rest = value;
     m_hours = static_cast<uint8_t>(takeUnits(rest, unit * 3600));
     m_minutes = static_cast<uint8_t>(takeUnits(rest, unit * 60));
     m_seconds = static_cast<uint8_t>(takeUnits(rest, unit));
-    m_fraction = static_cast<uint16_t>((rest * 1000 + unit / 2) / unit);
+    m_fraction = static_cast<uint16_t>((rest * 1000ul + unit / 2) / unit);
     m_dropFrame = 0;
     m_framesMode = 0;
 }
@@ -59,11 +64,11 @@ void QtTimeCode::setCounter(unsigned int counter, unsigned int timeScale, unsign
     m_framesMode = 1;
     m_dropFrame = dropFrame ? 1 : 0;
     unsigned long fps = framesPerSecond(timeScale, frameDuration);
-    unsigned long rest = counter;
+    uint32_t rest = counter;
     if (usesDropFrame(dropFrame, static_cast<unsigned int>(fps))) {
-        unsigned long m = fps / 30;
+        uint32_t m = static_cast<uint32_t>(fps / 30);
         m_hours = static_cast<uint8_t>(takeUnits(rest, m * kDropFramesPerHour));
-        unsigned long minutes = takeUnits(rest, m * kDropFramesPerTenMinutes) * 10;
+        uint32_t minutes = takeUnits(rest, m * kDropFramesPerTenMinutes) * 10;
         if (rest >= m * kFramesPerFullMinute) {
             rest -= m * kFramesPerFullMinute;
             minutes += takeUnits(rest, m * kDropFramesPerMinute) + 1;
