@@ -133,12 +133,14 @@ bool QtTimeCode::setText(char const* text) {
 
 AutoPtr<char> QtTimeCode::getText() const {
     if (!m_framesMode) return FormatStr("%02d:%02d:%02d.%03d", m_hours, m_minutes, m_seconds, m_fraction);
-    return FormatStr("%02d:%02d:%02d%c%02d", m_hours, m_minutes, m_seconds, m_dropFrame ? ';' : ':', m_fraction);
+    return FormatStr("%02d:%02d:%02d%c%02d", m_hours, m_minutes, m_seconds, m_dropFrame ? ';' : ':',
+                     m_fraction);
 }
 
 bool QtTimeCode::isValidAt(unsigned int timeScale, unsigned int frameDuration) const {
     unsigned int fps = framesPerSecond(timeScale, frameDuration);
-    if (!m_framesMode || m_hours >= 24 || m_minutes >= 60 || m_seconds >= 60 || m_fraction >= fps) return false;
+    if (!m_framesMode || m_hours >= 24 || m_minutes >= 60 || m_seconds >= 60 || m_fraction >= fps)
+        return false;
     // Drop-frame numbering leaves out frames 0 and 1 (0 to 3 at 60 fps) of every minute but each tenth.
     bool skipped = m_minutes % 10 != 0 && m_seconds == 0 && m_fraction < fps / 15;
     return !(usesDropFrame(m_dropFrame != 0, fps) && skipped);

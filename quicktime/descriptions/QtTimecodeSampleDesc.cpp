@@ -119,13 +119,15 @@ QtTimeCode const* QtTimecodeSampleDesc::getTimecode(QtSampleTable const& table, 
         errorMsg("%s: getTimecode fails: can't find chunk for index=%d\n", path, index);
         return nullptr;
     }
-    unsigned long inChunk = std::min<unsigned long>(set.m_samplesPerChunk, count - std::min<unsigned long>(count, chunkFirst));
+    // The last chunk may claim more samples than the track has.
+    unsigned long left = count - std::min<unsigned long>(count, chunkFirst);
+    unsigned long inChunk = std::min<unsigned long>(set.m_samplesPerChunk, left);
     if (!readChunk(table, chunk, chunkFirst, static_cast<unsigned int>(inChunk))) return nullptr;
     return index < m_timecodes.size() ? &m_timecodes[index] : nullptr;
 }
 
-bool QtTimecodeSampleDesc::readChunk(QtSampleTable const& table, unsigned int chunk, unsigned long firstSample,
-                                     unsigned int count) const {
+bool QtTimecodeSampleDesc::readChunk(QtSampleTable const& table, unsigned int chunk,
+                                     unsigned long firstSample, unsigned int count) const {
     AutoRefPtr<BasicFileIO> file = getOwner().getRootFp();
     unsigned long offset = table.getStco()->getChunkOffset(chunk, nullptr);
     unsigned long bytes = static_cast<unsigned long>(count) * kSampleBytes;
@@ -152,8 +154,7 @@ bool QtTimecodeSampleDesc::readChunk(QtSampleTable const& table, unsigned int ch
 }
 
 bool QtTimecodeSampleDesc::setTimecode(QtTimeCode const& timecode) const {
-    QtTimecodeSampleDesc* self = static_cast<QtTimecodeSampleDesc*>(nonConst());
-    self->m_writePending = true;
+    m_writePending = true;
     if (m_timecodes.empty()) m_timecodes.resize(1);
     uint32_t flags = timecode.dropFrame() ? m_flags | kDropFrame : m_flags & ~uint32_t(kDropFrame);
     if (flags & kPackedRecords)
@@ -162,7 +163,7 @@ bool QtTimecodeSampleDesc::setTimecode(QtTimeCode const& timecode) const {
         m_timecodes[0].setCounter(timecode.getCounter(m_timeScale, m_frameDuration), m_timeScale,
                                   m_frameDuration, (flags & kDropFrame) != 0);
     getOwner().write();
-    self->m_flags = flags;
+    static_cast<QtTimecodeSampleDesc*>(nonConst())->m_flags = flags;
     return true;
 }
 
@@ -189,24 +190,25 @@ bool QtTimecodeSampleDesc::writeTimecodes() const {
         // sample's own word: a counter that the fields cannot carry (past 255 hours, say) is
         // written back as it was read.
         uint32_t value = timecode.getDiscrete();
-        unsigned char bytes[kSampleBytes] = {static_cast<unsigned char>(value >> 24),
-                                             static_cast<unsigned char>(value >> 16),
-                                             static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+        unsigned char bytes[kSampleBytes] = {
+            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
+            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
         if (file->writeAt(offset, bytes, kSampleBytes) != kSampleBytes) {
-            errorMsg("%s: writeTimecode failed at offset %ld\n", getOwner().getMoviePath(), static_cast<long>(offset));
+            errorMsg("%s: writeTimecode failed at offset %ld\n", getOwner().getMoviePath(),
+                     static_cast<long>(offset));
             return false;
         }
         offset += kSampleBytes;
     }
-    static_cast<QtTimecodeSampleDesc*>(nonConst())->m_writePending = false;
+    m_writePending = false;
     return true;
 }
 
 void QtTimecodeSampleDesc::show(unsigned int indent) const {
     infoMsg("%*stimecode: ", static_cast<int>(indent), "");
     showHeader();
-    infoMsg(",frame=%d/%d,%dfps\n%*s%s", m_frameDuration, m_timeScale, m_numberOfFrames, static_cast<int>(indent),
-            "", flagsText(m_flags).c_str());
+    infoMsg(",frame=%d/%d,%dfps\n%*s%s", m_frameDuration, m_timeScale, m_numberOfFrames,
+            static_cast<int>(indent), "", flagsText(m_flags).c_str());
     showTimecodes(indent);
 }
 

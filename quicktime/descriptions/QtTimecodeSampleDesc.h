@@ -17,7 +17,7 @@
 class QtSampleTable;
 
 class QtTimecodeSampleDesc : public QtSampleDesc {
-public:
+  public:
     static constexpr unsigned int kFixedSize = 34;
 
     enum Flags : uint32_t {
@@ -59,7 +59,7 @@ public:
     unsigned int getFrameDuration() const { return m_frameDuration; }
     unsigned int getNumberOfFrames() const { return m_numberOfFrames; }
 
-private:
+  private:
     // Decodes the chunk's samples into the cache; false after reporting a short read.
     bool readChunk(QtSampleTable const& table, unsigned int chunk, unsigned long firstSample,
                    unsigned int count) const;

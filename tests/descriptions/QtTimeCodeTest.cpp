@@ -71,11 +71,13 @@ std::string countADay(Rate const& rate) {
         if (!clock.matches(tc)) return fail(std::string("fields ") + tc.getText().get());
         if (tc.getCounter(rate.timeScale, rate.frameDuration) != counter)
             return fail(std::string("counter of ") + tc.getText().get());
-        if (!tc.isValidAt(rate.timeScale, rate.frameDuration)) return fail(std::string("refused ") + tc.getText().get());
+        if (!tc.isValidAt(rate.timeScale, rate.frameDuration))
+            return fail(std::string("refused ") + tc.getText().get());
         bool minuteEdge = clock.seconds == 0 && clock.frames <= rate.skipped;
         if (minuteEdge || counter + 2 >= day) {
             AutoPtr<char> text = tc.getText();
-            if (!parsed.setText(text.get()) || parsed.getCounter(rate.timeScale, rate.frameDuration) != counter)
+            if (!parsed.setText(text.get()) ||
+                parsed.getCounter(rate.timeScale, rate.frameDuration) != counter)
                 return fail(std::string("text round trip of ") + text.get());
             if (counter + 2 >= day) lastTwo += (lastTwo.empty() ? "" : " ") + std::string(text.get());
         }
@@ -89,7 +91,8 @@ std::string countADay(Rate const& rate) {
         }
         clock.advance(rate.fps, rate.skipped);
     }
-    if (clock.hours != 24 || clock.minutes || clock.seconds || clock.frames) return "the day did not end at 24:00";
+    if (clock.hours != 24 || clock.minutes || clock.seconds || clock.frames)
+        return "the day did not end at 24:00";
     return lastTwo == rate.lastTwo ? "" : "day ends " + lastTwo;
 }
 
@@ -118,19 +121,15 @@ TEST(QtTimeCode, TextThatIsNoTimecodeOfTheRateIsRefused) {
         unsigned int timeScale, frameDuration;
         bool parses, valid;
     } const cases[] = {
-        {"00:10:00;00", 30000, 1001, true, true},    // every tenth minute keeps its first frames
-        {"00:11:00;01", 30000, 1001, true, false},   // skipped by drop-frame numbering
-        {"00:11:00;03", 60000, 1001, true, false},   // four are skipped at 59.94
-        {"00:11:00:01", 30000, 1001, true, true},    // non-drop counts it
-        {"10:00:00:25", 25, 1, true, false},         // frames past the rate
-        {"10:00:60:00", 25, 1, true, false},
-        {"10:60:00:00", 25, 1, true, false},
-        {"24:00:00:00", 25, 1, true, false},
-        {"23:59:59:24", 25, 1, true, true},
-        {"1:00:00:00", 25, 1, false, false},
-        {"01:00:00.00", 25, 1, false, false},
-        {"01:00:00:0a", 25, 1, false, false},
-        {"01:00:00:000", 25, 1, false, false},
+        {"00:10:00;00", 30000, 1001, true, true},   // every tenth minute keeps its first frames
+        {"00:11:00;01", 30000, 1001, true, false},  // skipped by drop-frame numbering
+        {"00:11:00;03", 60000, 1001, true, false},  // four are skipped at 59.94
+        {"00:11:00:01", 30000, 1001, true, true},   // non-drop counts it
+        {"10:00:00:25", 25, 1, true, false},        // frames past the rate
+        {"10:00:60:00", 25, 1, true, false},       {"10:60:00:00", 25, 1, true, false},
+        {"24:00:00:00", 25, 1, true, false},       {"23:59:59:24", 25, 1, true, true},
+        {"1:00:00:00", 25, 1, false, false},       {"01:00:00.00", 25, 1, false, false},
+        {"01:00:00:0a", 25, 1, false, false},      {"01:00:00:000", 25, 1, false, false},
     };
     for (Case const& c : cases) {
         QtTimeCode tc;

@@ -66,7 +66,8 @@ struct PatchedCopy {
 };
 
 unsigned int wordAt(Bytes const& bytes, unsigned long at) {
-    return (unsigned(bytes[at]) << 24) | (unsigned(bytes[at + 1]) << 16) | (unsigned(bytes[at + 2]) << 8) | bytes[at + 3];
+    return (unsigned(bytes[at]) << 24) | (unsigned(bytes[at + 1]) << 16) | (unsigned(bytes[at + 2]) << 8) |
+           bytes[at + 3];
 }
 
 }  // namespace
@@ -83,7 +84,8 @@ TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
     MessageCapture messages;
     desc->show(2);
-    EXPECT_EQ(messages.all(), "  timecode: sz=36,fmt=tmcd,idx=1,frame=1001/30000,30fps\n  drop,wrap@24,discrete,tc=");
+    EXPECT_EQ(messages.all(),
+              "  timecode: sz=36,fmt=tmcd,idx=1,frame=1001/30000,30fps\n  drop,wrap@24,discrete,tc=");
 
     // Too short for the fixed fields: kept as read.
     Bytes cut = entryHeader(20, "tmcd");
@@ -136,7 +138,8 @@ TEST(QtTimecodeSampleDesc, ReadsTheWholeChunkOfASampleAndReportsTablesThatCannot
     }
 
     PatchedCopy pastTheEnd("h264_bframes_aac_tc.mov");
-    pastTheEnd.patch(pastTheEnd.stco + 16, static_cast<unsigned int>(readFileBytes(pastTheEnd.file.path()).size() - 2));
+    pastTheEnd.patch(pastTheEnd.stco + 16,
+                     static_cast<unsigned int>(readFileBytes(pastTheEnd.file.path()).size() - 2));
     {
         TimecodeTrack track(pastTheEnd.file.path(), BasicFileIO::ReadOnly);
         MessageCapture messages;
@@ -168,7 +171,9 @@ TEST(QtTimecodeSampleDesc, TimecodeSetIsWrittenWithItsTableAndChangesOnlyTheSamp
     Bytes after = readFileBytes(copy.path());
     ASSERT_EQ(after.size(), before.size());
     for (unsigned long i = 0; i < after.size(); ++i)
-        if (i < at || i >= at + 4) ASSERT_EQ(after[i], before[i]) << "byte " << i;
+        if (i < at || i >= at + 4) {
+            ASSERT_EQ(after[i], before[i]) << "byte " << i;
+        }
     // 01:00:00;00, then a minute of 1800 frames, one of 1798, and 3 s 4 frames less the 2 skipped.
     EXPECT_EQ(wordAt(after, at), 107892u + 1800 + 1798 + 92);
     EXPECT_EQ(TimecodeTrack(copy.path(), BasicFileIO::ReadOnly).start(), "01:02:03;04");

@@ -94,8 +94,9 @@ TEST(QtMovieTimecode, SetRewritesOnlyTheTimecodeSampleAndFfprobeReadsIt) {
         EXPECT_GT(changed, 0u);
         EXPECT_EQ(timecode(copy.path()).output, std::string("3,") + c.timecode + "\n");
         if (!haveFfprobe()) continue;
-        ToolRun ffprobe = run("ffprobe -v error -select_streams d -show_entries stream_tags=timecode -of csv=p=0 '" +
-                          copy.path() + "'");
+        ToolRun ffprobe =
+            run("ffprobe -v error -select_streams d -show_entries stream_tags=timecode -of csv=p=0 '" +
+                copy.path() + "'");
         EXPECT_EQ(ffprobe.output, std::string(c.timecode) + "\n");
     }
     if (!haveFfprobe()) GTEST_SKIP() << "ffprobe is not installed: only the bytes were compared";

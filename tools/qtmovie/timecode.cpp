@@ -64,14 +64,18 @@ QtTimeCode packedRecord(QtTimeCode const& timecode, QtTimeCode const& old) {
 int setStart(BasicFileIO& file, TimecodeTrack const& track, char const* text) {
     QtTimeCode timecode;
     if (!timecode.setText(text)) {
-        fprintf(stderr, "qtmovie timecode: '%s' is not a timecode: write HH:MM:SS:FF, or HH:MM:SS;FF for drop frame\n",
-                text);
+        fprintf(
+            stderr,
+            "qtmovie timecode: '%s' is not a timecode: write HH:MM:SS:FF, or HH:MM:SS;FF for drop frame\n",
+            text);
         return 2;
     }
     QtTimecodeSampleDesc const& desc = *track.desc;
     std::string why = refusal(desc, timecode);
     if (!why.empty()) {
-        fprintf(stderr, "qtmovie timecode: %s is not a timecode of track %u (%u/%u frames a second): %s; file unchanged\n",
+        fprintf(stderr,
+                "qtmovie timecode: %s is not a timecode of track %u (%u/%u frames a second): %s; file "
+                "unchanged\n",
                 text, track.number, desc.getTimeScale(), desc.getFrameDuration(), why.c_str());
         return 1;
     }
