@@ -77,10 +77,6 @@ TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
     ReadTrack track(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, entry)));
     QtTimecodeSampleDesc const* desc = track.stsd->getTimecodeDesc(1);
     ASSERT_NE(desc, nullptr);
-    EXPECT_EQ(desc->getFlags(), 0x3u);
-    EXPECT_EQ(desc->getTimeScale(), 30000u);
-    EXPECT_EQ(desc->getFrameDuration(), 1001u);
-    EXPECT_EQ(desc->getNumberOfFrames(), 30u);
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
     MessageCapture messages;
     desc->show(2);
