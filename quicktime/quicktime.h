@@ -48,6 +48,7 @@
 #include "quicktime/descriptions/QtSampleDesc.h"
 #include "quicktime/descriptions/QtTextSampleDesc.h"
 #include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/descriptions/QtTimecodeSampleDesc.h"
 #include "quicktime/descriptions/QtUnknownSampleDesc.h"
 #include "quicktime/descriptions/QtVideoSampleDesc.h"
 #include "quicktime/descriptions/Qtx.h"

@@ -9,6 +9,7 @@
 #include "quicktime/descriptions/QtAudioSampleDesc.h"
 #include "quicktime/descriptions/QtMpeg2SampleDesc.h"
 #include "quicktime/descriptions/QtTextSampleDesc.h"
+#include "quicktime/descriptions/QtTimecodeSampleDesc.h"
 #include "quicktime/descriptions/QtUnknownSampleDesc.h"
 #include "quicktime/descriptions/QtVideoSampleDesc.h"
 #include "quicktime/refs/QtAtomDataAlias.h"
@@ -110,6 +111,8 @@ QtSampleDesc* QtAtomSampleDesc::createDesc(unsigned int index) const {
             return new QtMpeg2SampleDesc(*this, dataRefIndex);
         case qtId("text"):
             return new QtTextSampleDesc(*this, dataRefIndex);
+        case qtId("tmcd"):
+            return new QtTimecodeSampleDesc(*this, dataRefIndex);
         default:
             return new QtUnknownSampleDesc(*this, dataRefIndex);
     }
@@ -132,6 +135,10 @@ QtMpeg2SampleDesc const* QtAtomSampleDesc::getMpeg2Desc(unsigned int n) const {
     return dynamic_cast<QtMpeg2SampleDesc const*>(getDesc(n));
 }
 
+QtTimecodeSampleDesc const* QtAtomSampleDesc::getTimecodeDesc(unsigned int n) const {
+    return dynamic_cast<QtTimecodeSampleDesc const*>(getDesc(n));
+}
+
 QtVideoSampleDesc* QtAtomSampleDesc::getVideoDesc(unsigned int n) {
     return n && n <= m_entries.size() ? dynamic_cast<QtVideoSampleDesc*>(m_entries[n - 1].get()) : nullptr;
 }
@@ -142,6 +149,10 @@ QtAudioSampleDesc* QtAtomSampleDesc::getAudioDesc(unsigned int n) {
 
 QtMpeg2SampleDesc* QtAtomSampleDesc::getMpeg2Desc(unsigned int n) {
     return n && n <= m_entries.size() ? dynamic_cast<QtMpeg2SampleDesc*>(m_entries[n - 1].get()) : nullptr;
+}
+
+QtTimecodeSampleDesc* QtAtomSampleDesc::getTimecodeDesc(unsigned int n) {
+    return n && n <= m_entries.size() ? dynamic_cast<QtTimecodeSampleDesc*>(m_entries[n - 1].get()) : nullptr;
 }
 
 unsigned int QtAtomSampleDesc::getDrefIndex(unsigned int n) const {
@@ -168,6 +179,12 @@ QtAudioSampleDesc* QtAtomSampleDesc::addAudioDesc(char const* path) const {
 
 QtMpeg2SampleDesc* QtAtomSampleDesc::addMpeg2Desc() const {
     auto* desc = new QtMpeg2SampleDesc(*this, static_cast<unsigned short>(m_entries.size() + 1));
+    write()->append(desc);
+    return desc;
+}
+
+QtTimecodeSampleDesc* QtAtomSampleDesc::addTimecodeDesc() const {
+    auto* desc = new QtTimecodeSampleDesc(*this, static_cast<unsigned short>(m_entries.size() + 1));
     write()->append(desc);
     return desc;
 }

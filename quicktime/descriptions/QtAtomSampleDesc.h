@@ -16,6 +16,7 @@
 
 class QtAudioSampleDesc;
 class QtMpeg2SampleDesc;
+class QtTimecodeSampleDesc;
 class QtVideoSampleDesc;
 
 class QtAtomSampleDesc : public BaseQtAtom {
@@ -43,10 +44,12 @@ public:
     QtVideoSampleDesc const* getVideoDesc(unsigned int n) const;
     QtAudioSampleDesc const* getAudioDesc(unsigned int n) const;
     QtMpeg2SampleDesc const* getMpeg2Desc(unsigned int n) const;
+    QtTimecodeSampleDesc const* getTimecodeDesc(unsigned int n) const;
     // The writable forms, reached through write().
     QtVideoSampleDesc* getVideoDesc(unsigned int n);
     QtAudioSampleDesc* getAudioDesc(unsigned int n);
     QtMpeg2SampleDesc* getMpeg2Desc(unsigned int n);
+    QtTimecodeSampleDesc* getTimecodeDesc(unsigned int n);
     // The data reference index of the n-th description; 0 for 0 or past the count.
     unsigned int getDrefIndex(unsigned int n) const;
 
@@ -57,6 +60,8 @@ public:
     // Appends a new MPEG-2 description whose data reference index is, deliberately, its own entry
     // number rather than a 'dref' lookup.
     QtMpeg2SampleDesc* addMpeg2Desc() const;
+    // Appends a new timecode description (one frame a second until setRate), numbered the same way.
+    QtTimecodeSampleDesc* addTimecodeDesc() const;
 
     // The 1-based index of the 'alis' reference in this track's 'dref' whose path equals the
     // normalised `path`; one past the last alias when none does; 1 without a 'dref'.

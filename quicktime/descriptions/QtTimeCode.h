@@ -1,7 +1,8 @@
 // QtTimeCode: a timecode value (hours, minutes, seconds and a fraction that is either frames or
 // milliseconds). It converts from a time in any time scale, from a frame counter (with drop-frame
-// numbering at 30 and 60 fps) and from the packed record of a timecode sample, and renders itself
-// as text for printouts.
+// numbering at 30 and 60 fps), from the packed record of a timecode sample and from the text a user
+// writes ("HH:MM:SS:FF", or "HH:MM:SS;FF" for drop frame), and renders itself as text.
+// A plain value: copy it freely, share it between threads only read-only.
 #pragma once
 
 #include <cstdint>
@@ -35,6 +36,18 @@ class QtTimeCode {
 
     // "HH:MM:SS.FF(0x%08x)" with the raw value in frames mode, "HH:MM:SS.mmm" otherwise.
     AutoPtr<char> toString() const;
+
+    // Reads "HH:MM:SS:FF" or, for drop-frame numbering, "HH:MM:SS;FF" (two digits each) into a
+    // frame-mode timecode whose raw value is 0 until it is given a counter. False, and the value
+    // unchanged, when the text has another form.
+    bool setText(char const* text);
+    // The timecode as written: "HH:MM:SS:FF", ';' before the frames when it counts drop frame;
+    // milliseconds mode gives "HH:MM:SS.mmm".
+    AutoPtr<char> getText() const;
+    // Whether a track of this rate counts this timecode: frames below the frames per second,
+    // seconds and minutes below 60, hours below 24, and none of the frame numbers that drop-frame
+    // numbering skips at the start of a minute.
+    bool isValidAt(unsigned int timeScale, unsigned int frameDuration) const;
 
     // Whole frames per second of a track: (frameDuration / 2 + timeScale) / frameDuration, at least 1.
     static unsigned int framesPerSecond(unsigned int timeScale, unsigned int frameDuration);

@@ -66,14 +66,14 @@ TEST(QtSampleDesc, Mpeg2AndUnknownEntriesAreWrittenBackAsRead) {
     EXPECT_EQ(track.stsd->getDrefIndex(1), 2u);
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, mpeg2));
 
-    Bytes tmcd = entryHeader(36, "tmcd");
-    for (unsigned int i = 0; i < 20; ++i) put8(tmcd, 0x30 + i);
-    ReadTrack timecode(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, tmcd)));
-    EXPECT_EQ(timecode.stsd->getDesc(1)->getOpaque().getSize(), 20u);
-    EXPECT_EQ(encodedAtom(*timecode.stsd), stsdBytes(1, tmcd));
+    Bytes other = entryHeader(36, "sbtl");
+    for (unsigned int i = 0; i < 20; ++i) put8(other, 0x30 + i);
+    ReadTrack unknown(trackMovie(handlerBytes("mhlr", "sbtl"), stsdBytes(1, other)));
+    EXPECT_EQ(unknown.stsd->getDesc(1)->getOpaque().getSize(), 20u);
+    EXPECT_EQ(encodedAtom(*unknown.stsd), stsdBytes(1, other));
     MessageCapture messages;
-    timecode.stsd->getDesc(1)->show(2);
-    EXPECT_EQ(messages.all(), "  unknown: sz=36,fmt=tmcd,idx=1\n");
+    unknown.stsd->getDesc(1)->show(2);
+    EXPECT_EQ(messages.all(), "  unknown: sz=36,fmt=sbtl,idx=1\n");
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "quicktime/quicktime.h"
-#include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtSampleTable.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
@@ -30,10 +30,6 @@ struct TrackInfo {
     std::optional<unsigned int> sampleRate, channels, bitsPerSample;
     std::optional<std::string> timecode;
 };
-
-unsigned int bigEndian32(unsigned char const* p) {
-    return (unsigned(p[0]) << 24) | (unsigned(p[1]) << 16) | (unsigned(p[2]) << 8) | p[3];
-}
 
 std::string idText(QtAtomIdType id) { return QtIdName(id).render(); }
 
@@ -110,31 +106,16 @@ void describeAudio(QtAudioSampleDesc const& audio, TrackInfo& info) {
     info.bitsPerSample = uncodedBitsPerSample(audio);
 }
 
-// The start timecode of a timecode track: its description gives the rate and the drop-frame
-// flag, its first sample the frame counter.
-std::optional<std::string> startTimecode(QtAtomRoot const& root, BaseQtAtom const* trak,
-                                         QtSampleDesc const& desc) {
-    // After the entry header: reserved, flags, time scale, frame duration.
-    QtPreserved const& fields = desc.getOpaque();
-    if (fields.getSize() < 16 || !root.file()) return std::nullopt;
-    unsigned int flags = bigEndian32(fields.getData() + 4);
-    unsigned int timeScale = bigEndian32(fields.getData() + 8);
-    unsigned int frameDuration = bigEndian32(fields.getData() + 12);
-    auto const* offsets = dynamic_cast<QtAtomSampleChunkOff const*>(trak->findAtom("mdia.minf.stbl.stco", 0));
-    if (!offsets)
-        offsets = dynamic_cast<QtAtomSampleChunkOff const*>(trak->findAtom("mdia.minf.stbl.co64", 0));
-    if (!offsets || frameDuration == 0) return std::nullopt;
-    unsigned char counter[4];
-    if (root.file()->readAt(offsets->getChunkOffset(0, nullptr), counter, 4) != 4) return std::nullopt;
-    QtTimeCode timecode;
-    timecode.setCounter(bigEndian32(counter), timeScale, frameDuration, (flags & 1) != 0);
-    char text[32];
-    snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", timecode.getHours(), timecode.getMinutes(),
-             timecode.getSeconds(), timecode.dropFrame() ? ';' : ':', timecode.getFraction());
-    return std::string(text);
+// The start timecode of a timecode track: its first sample, read through the track's tables.
+std::optional<std::string> startTimecode(BaseQtAtom const* trak, QtAtomSampleDesc const& stsd) {
+    QtSampleTable table(dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0)));
+    QtTimecodeSampleDesc const* desc = stsd.getTimecodeDesc(1);
+    QtTimeCode const* timecode = desc && table.validate() ? desc->getTimecode(table, 0) : nullptr;
+    if (!timecode) return std::nullopt;
+    return std::string(timecode->getText().get());
 }
 
-TrackInfo describeTrack(QtAtomRoot const& root, BaseQtAtom const* trak, unsigned int index) {
+TrackInfo describeTrack(BaseQtAtom const* trak, unsigned int index) {
     TrackInfo info;
     info.index = index;
     if (auto const* tkhd = dynamic_cast<QtAtomTrakHdr const*>(trak->findAtom("tkhd", 0)))
@@ -152,7 +133,7 @@ TrackInfo describeTrack(QtAtomRoot const& root, BaseQtAtom const* trak, unsigned
     info.codec = desc->getFormat();
     if (QtVideoSampleDesc const* video = stsd->getVideoDesc(1)) describeVideo(*video, info);
     if (QtAudioSampleDesc const* audio = stsd->getAudioDesc(1)) describeAudio(*audio, info);
-    if (info.handler == qtId("tmcd")) info.timecode = startTimecode(root, trak, *desc);
+    if (info.handler == qtId("tmcd")) info.timecode = startTimecode(trak, *stsd);
     return info;
 }
 
@@ -282,7 +263,7 @@ int runInfo(std::vector<std::string> const& args) {
     BaseQtAtom const* moov = root->findAtom("moov", 0);
     for (BaseQtAtom const* trak = moov ? moov->findAtom("trak", 0) : nullptr; trak; trak = trak->getSibling())
         if (trak->getId() == qtId("trak"))
-            tracks.push_back(describeTrack(*root, trak, static_cast<unsigned int>(tracks.size())));
+            tracks.push_back(describeTrack(trak, static_cast<unsigned int>(tracks.size())));
     std::string output = asJson ? json(tracks) : text(tracks);
     fputs(output.c_str(), stdout);
     fflush(stdout);

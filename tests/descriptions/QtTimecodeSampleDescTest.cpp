@@ -1,0 +1,176 @@
+// The timecode description: read and written back, built for a new track, and the track's timecode
+// samples read through its tables and written back in place.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "quicktime/quicktime.h"
+#include "quicktime/tables/QtSampleTable.h"
+#include "quicktime/tables/QtTrackSamples.h"
+#include "tests/TestSupport.h"
+#include "tests/descriptions/SampleDescFixture.h"
+
+namespace {
+
+Bytes timecodeEntry(unsigned int flags, unsigned int timeScale, unsigned int frameDuration, unsigned int fps,
+                    Bytes const& rest = {}, unsigned int dataRefIndex = 1) {
+    Bytes entry = entryHeader(static_cast<unsigned int>(34 + rest.size()), "tmcd", dataRefIndex);
+    put32(entry, 0);
+    put32(entry, flags);
+    put32(entry, timeScale);
+    put32(entry, frameDuration);
+    put8(entry, fps);
+    put8(entry, 0);
+    putBytes(entry, rest);
+    return entry;
+}
+
+// The first timecode track of a movie file, with the tables it is read through.
+struct TimecodeTrack {
+    AutoPtr<QtAtomRoot> root;
+    AutoPtr<QtSampleTable> table;
+    QtTimecodeSampleDesc const* desc = nullptr;
+
+    TimecodeTrack(std::string const& path, BasicFileIO::Mode mode) {
+        root = QtAtomReader::readFile(path.c_str(), mode);
+        for (unsigned int n = 1; root && !desc && n <= QtTrackSamples::countTracks(*root); ++n) {
+            table.reset(new QtSampleTable(QtTrackSamples::findTrackMedia(*root, n)));
+            table->validate();
+            auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(table->getStsd());
+            desc = stsd ? stsd->getTimecodeDesc(1) : nullptr;
+        }
+    }
+    std::string start() const {
+        QtTimeCode const* tc = desc->getTimecode(*table, 0);
+        return tc ? tc->getText().get() : "none";
+    }
+};
+
+// A copy of a real movie whose timecode track's tables are patched in place.
+struct PatchedCopy {
+    TempFile file;
+    unsigned long stsz = 0, stsc = 0, stco = 0;
+
+    explicit PatchedCopy(char const* movie) {
+        file.write(readFileBytes(testDataPath(movie)));
+        TimecodeTrack track(file.path(), BasicFileIO::ReadOnly);
+        stsz = track.table->getStsz()->getFileOffset();
+        stsc = track.table->getStsc()->getFileOffset();
+        stco = track.table->getStco()->getFileOffset();
+    }
+    void patch(unsigned long at, unsigned int value) const {
+        Bytes bytes = readFileBytes(file.path());
+        for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<unsigned char>(value >> (24 - 8 * i));
+        file.write(bytes);
+    }
+};
+
+unsigned int wordAt(Bytes const& bytes, unsigned long at) {
+    return (unsigned(bytes[at]) << 24) | (unsigned(bytes[at + 1]) << 16) | (unsigned(bytes[at + 2]) << 8) |
+           bytes[at + 3];
+}
+
+}  // namespace
+
+TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
+    Bytes entry = timecodeEntry(0x3, 30000, 1001, 30, {0xAB, 0xCD});
+    ReadTrack track(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, entry)));
+    QtTimecodeSampleDesc const* desc = track.stsd->getTimecodeDesc(1);
+    ASSERT_NE(desc, nullptr);
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
+    MessageCapture messages;
+    desc->show(2);
+    EXPECT_EQ(messages.all(),
+              "  timecode: sz=36,fmt=tmcd,idx=1,frame=1001/30000,30fps\n  drop,wrap@24,discrete,tc=");
+
+    // Too short for the fixed fields: kept as read.
+    Bytes cut = entryHeader(20, "tmcd");
+    put32(cut, 0x01020304);
+    ReadTrack shortTrack(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, cut)));
+    ASSERT_NE(shortTrack.stsd->getTimecodeDesc(1), nullptr);
+    EXPECT_EQ(encodedAtom(*shortTrack.stsd), stsdBytes(1, cut));
+}
+
+TEST(QtTimecodeSampleDesc, NewDescriptionIsNumberedByItsEntryAndCarriesItsRate) {
+    Bytes first = timecodeEntry(0, 25, 1, 25);
+    ReadTrack track(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, first)));
+    QtTimecodeSampleDesc* added = track.stsd->addTimecodeDesc();
+    added->setRate(60000, 1001, true);
+    EXPECT_TRUE(track.stsd->isDirty());
+    EXPECT_EQ(track.stsd->getTimecodeDesc(2), added);
+    Bytes both = first;
+    putBytes(both, timecodeEntry(0x1, 60000, 1001, 60, {}, 2));
+    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(2, both));
+}
+
+TEST(QtTimecodeSampleDesc, ReadsTheWholeChunkOfASampleAndReportsTablesThatCannotHoldTimecodes) {
+    // Three samples in the one chunk: the two after the timecode are the next eight bytes of the file.
+    PatchedCopy three("h264_bframes_aac_tc.mov");
+    three.patch(three.stsz + 16, 3);
+    three.patch(three.stsc + 20, 3);
+    {
+        TimecodeTrack track(three.file.path(), BasicFileIO::ReadOnly);
+        Bytes bytes = readFileBytes(three.file.path());
+        unsigned long at = track.table->getStco()->getChunkOffset(0, nullptr);
+        QtTimeCode const* third = track.desc->getTimecode(*track.table, 2);
+        ASSERT_NE(third, nullptr);
+        EXPECT_EQ(third->getDiscrete(), wordAt(bytes, at + 8));
+        EXPECT_EQ(track.start(), "10:00:00:00");
+        MessageCapture messages;
+        EXPECT_EQ(track.desc->getTimecode(*track.table, 4), nullptr);
+        EXPECT_TRUE(messages.contains(": getTimecode fails: index=4,n=3\n")) << messages.all();
+    }
+
+    PatchedCopy twoBytes("h264_bframes_aac_tc.mov");
+    twoBytes.patch(twoBytes.stsz + 12, 2);
+    {
+        TimecodeTrack track(twoBytes.file.path(), BasicFileIO::ReadWrite);
+        MessageCapture messages;
+        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
+        EXPECT_TRUE(messages.contains(": getTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
+        track.desc->setTimecode(QtTimeCode());
+        EXPECT_FALSE(track.desc->writeTimecodes());
+        EXPECT_TRUE(messages.contains(": writeTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
+    }
+
+    PatchedCopy pastTheEnd("h264_bframes_aac_tc.mov");
+    pastTheEnd.patch(pastTheEnd.stco + 16,
+                     static_cast<unsigned int>(readFileBytes(pastTheEnd.file.path()).size() - 2));
+    {
+        TimecodeTrack track(pastTheEnd.file.path(), BasicFileIO::ReadOnly);
+        MessageCapture messages;
+        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
+        EXPECT_TRUE(messages.contains(": getTimecode failed while reading chunk=0\n")) << messages.all();
+    }
+}
+
+TEST(QtTimecodeSampleDesc, TimecodeSetIsWrittenWithItsTableAndChangesOnlyTheSample) {
+    TempFile copy;
+    Bytes before = readFileBytes(testDataPath("mjpeg_pcm24le_dftc.mov"));
+    copy.write(before);
+    QtTimeCode tc;
+    ASSERT_TRUE(tc.setText("01:02:03;04"));
+    unsigned long at = 0;
+    {
+        TimecodeTrack readOnly(copy.path(), BasicFileIO::ReadOnly);
+        readOnly.desc->setTimecode(tc);
+        EXPECT_FALSE(readOnly.desc->writeTimecodes());
+    }
+    {
+        TimecodeTrack track(copy.path(), BasicFileIO::ReadWrite);
+        at = track.table->getStco()->getChunkOffset(0, nullptr);
+        EXPECT_TRUE(track.desc->setTimecode(tc));
+        EXPECT_TRUE(track.desc->isWritePending());
+        EXPECT_TRUE(track.root->writeDirty());
+        EXPECT_FALSE(track.desc->isWritePending());
+    }
+    Bytes after = readFileBytes(copy.path());
+    ASSERT_EQ(after.size(), before.size());
+    for (unsigned long i = 0; i < after.size(); ++i)
+        if (i < at || i >= at + 4) {
+            ASSERT_EQ(after[i], before[i]) << "byte " << i;
+        }
+    // 01:00:00;00, then a minute of 1800 frames, one of 1798, and 3 s 4 frames less the 2 skipped.
+    EXPECT_EQ(wordAt(after, at), 107892u + 1800 + 1798 + 92);
+    EXPECT_EQ(TimecodeTrack(copy.path(), BasicFileIO::ReadOnly).start(), "01:02:03;04");
+}
