@@ -1,6 +1,7 @@
 # Run at install time: copies quicktime/quicktime.h and every project header it includes, directly
 # or through other headers, keeping their paths under QT_HEADER_DESTINATION. Inputs: QT_SOURCE_DIR,
 # QT_HEADER_DESTINATION.
+cmake_policy(VERSION 3.20)
 set(pending "quicktime/quicktime.h")
 set(public "")
 while(pending)

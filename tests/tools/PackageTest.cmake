@@ -4,6 +4,7 @@
 #   pkg-config    the example is compiled with the flags pkg-config gives for that prefix, and run
 #   embed         examples/ is configured embedding the source tree, with GoogleTest unavailable
 # Inputs: MODE, SOURCE_DIR, BUILD_DIR, WORK, GENERATOR, CXX, LAUNCHER, SANITIZER_FLAGS.
+cmake_minimum_required(VERSION 3.20)
 set(prefix ${WORK}/prefix)
 set(movie ${SOURCE_DIR}/tests/data/h264_bframes_aac_tc.mov)
 
