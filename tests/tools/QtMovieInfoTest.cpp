@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -99,6 +100,48 @@ TEST(QtMovieInfo, AgreesWithFfprobeOnEveryStreamOfTheRealMovies) {
                 }
             }
         }
+    }
+}
+
+// The value of a scalar member of the "format" object (a string without its quotes).
+std::string formatField(std::string const& json, std::string const& name) {
+    size_t format = json.find("\"format\": {");
+    size_t at = format == std::string::npos ? format : json.find("\"" + name + "\": ", format);
+    if (at == std::string::npos) return "<absent>";
+    at += name.size() + 4;
+    size_t end = json.find_first_of(",\n}", at);
+    std::string value = json.substr(at, end - at);
+    return value.size() >= 2 && value.front() == '"' ? value.substr(1, value.size() - 2) : value;
+}
+
+// The "layout" entries written as the top-level lines of the .atoms.txt listings.
+std::string layoutOf(std::string const& json) {
+    std::regex entry("\\{ \"type\": \"([^\"]*)\", \"offset\": ([0-9]+), \"size\": ([0-9]+) \\}");
+    std::string listed;
+    for (std::sregex_iterator it(json.begin(), json.end(), entry), end; it != end; ++it)
+        listed += (*it)[1].str() + ": " + (*it)[3].str() + "b@" + (*it)[2].str() + "\n";
+    return listed;
+}
+
+std::string topLevelAtoms(std::string const& listing) {
+    std::istringstream lines(listing);
+    std::string top;
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty() && line[0] != ' ' && line[0] != '#') top += line + "\n";
+    return top;
+}
+
+TEST(QtMovieInfo, FormatAgreesWithFfprobeAndTheAtomListing) {
+    for (std::string const& movie : corpusMovies()) {
+        SCOPED_TRACE(movie);
+        std::string ours = infoJson(movie);
+        std::string theirs = readFileText(testDataPath(movie + ".ffprobe.json"));
+        ASSERT_FALSE(ours.empty());
+        EXPECT_EQ(ours.back(), '\n');
+        EXPECT_EQ(formatField(ours, "filename"), testDataPath(movie));
+        for (char const* field : {"nb_streams", "duration", "size", "major_brand", "minor_version"})
+            EXPECT_EQ(formatField(ours, field), formatField(theirs, field)) << field;
+        EXPECT_EQ(layoutOf(ours), topLevelAtoms(readFileText(testDataPath(movie + ".atoms.txt"))));
     }
 }
 

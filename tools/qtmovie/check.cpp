@@ -9,10 +9,7 @@
 namespace {
 
 int runCheck(std::vector<std::string> const& args) {
-    if (args.size() != 1) {
-        fprintf(stderr, "usage: qtmovie check FILE\n");
-        return 2;
-    }
+    if (args.size() != 1) return qtMovieUsageError("check", "expected one FILE");
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(args[0].c_str());
     if (!root) return 1;
     // The structure check reports through the debug channel; make sure its findings are seen.
@@ -35,8 +32,11 @@ int runCheck(std::vector<std::string> const& args) {
     return moovs == 1 ? 0 : 1;
 }
 
-QtMovieCommand checkCommand("check",
-                            "check FILE           report the top-level layout; fails unless one moov",
-                            runCheck);
+QtMovieCommand checkCommand(
+    "check", "FILE", "report the top-level layout; fails unless exactly one moov", {},
+    "Prints what the structure check finds, then \"FILE: M moov, S skip on disk\" and one\n"
+    "line \"  TYPE @OFFSET SIZE\" per top-level atom, TYPE as its header has it on disk.\n"
+    "exit status: 0 exactly one moov on disk, 1 otherwise or unreadable, 2 wrong command line",
+    runCheck);
 
 }  // namespace

@@ -9,10 +9,7 @@
 namespace {
 
 int runCopy(std::vector<std::string> const& args) {
-    if (args.size() != 2) {
-        fprintf(stderr, "usage: qtmovie copy IN OUT\n");
-        return 2;
-    }
+    if (args.size() != 2) return qtMovieUsageError("copy", "expected IN and OUT");
     struct stat in {}, out {};
     if (stat(args[0].c_str(), &in) == 0 && stat(args[1].c_str(), &out) == 0 && in.st_dev == out.st_dev &&
         in.st_ino == out.st_ino) {
@@ -30,6 +27,11 @@ int runCopy(std::vector<std::string> const& args) {
     return 0;
 }
 
-QtMovieCommand copyCommand("copy", "copy IN OUT          read IN into a tree and write it to OUT", runCopy);
+QtMovieCommand copyCommand(
+    "copy", "IN OUT", "read IN into an atom tree and write the tree to OUT", {},
+    "Atoms the library does not interpret and the media data are copied byte for byte.\n"
+    "exit status: 0 written, 1 IN cannot be read or OUT cannot be written (or is IN),\n"
+    "2 wrong command line",
+    runCopy);
 
 }  // namespace

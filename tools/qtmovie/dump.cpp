@@ -14,10 +14,7 @@ void showTree(BaseQtAtom const* atom) {
 }
 
 int runDump(std::vector<std::string> const& args) {
-    if (args.size() > 1) {
-        fprintf(stderr, "usage: qtmovie dump [FILE]\n");
-        return 2;
-    }
+    if (args.size() > 1) return qtMovieUsageError("dump", "expected at most one FILE");
     std::string path = args.empty() ? defaultSamplePath() : args[0];
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
     if (!root) return 1;
@@ -26,6 +23,8 @@ int runDump(std::vector<std::string> const& args) {
     return 0;
 }
 
-QtMovieCommand dumpCommand("dump", "dump [FILE]          print the atom tree (default: the shipped sample)", runDump);
+QtMovieCommand dumpCommand(
+    "dump", "[FILE]", "print the atom tree, one printout per atom (default: the shipped sample)", {},
+    "exit status: 0 printed, 1 the file cannot be read as a movie, 2 wrong command line", runDump);
 
 }  // namespace

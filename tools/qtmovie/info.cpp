@@ -1,7 +1,8 @@
 // qtmovie info FILE [--json]: one block per track: track id, handler subtype, codec, duration,
 // sample count; for video the picture size, pixel aspect, colour and field order when the
 // description carries them; for sound the rate, channels and bits per sample; the start timecode
-// of timecode tracks. With --json one JSON document whose field names follow ffprobe -show_streams.
+// of timecode tracks. With --json one JSON document whose field names follow ffprobe -show_streams
+// and -show_format.
 //
 #include <cstdio>
 #include <cstring>
@@ -189,7 +190,35 @@ std::string durationText(double seconds) {
     return text;
 }
 
-std::string json(std::vector<TrackInfo> const& tracks) {
+// The file as a whole, beside the streams: ffprobe's -show_format names where it has the field,
+// and the top-level atoms under "layout" (the type each has on disk, as qtmovie check lists them).
+std::string formatJson(QtAtomRoot const& root, std::string const& path, size_t streams) {
+    std::string out = "  \"format\": {\n    \"filename\": " + jsonText(path) + ",\n";
+    out += "    \"nb_streams\": " + std::to_string(streams) + ",\n";
+    if (auto const* mvhd = dynamic_cast<QtAtomMvhd const*>(root.findAtom("moov.mvhd", 0)))
+        if (mvhd->getTimeScale())
+            out += "    \"duration\": " +
+                   jsonText(durationText(double(mvhd->getDuration()) / mvhd->getTimeScale())) + ",\n";
+    if (root.file()) out += "    \"size\": " + jsonText(std::to_string(root.file()->length())) + ",\n";
+    out += "    \"layout\": [";
+    for (BaseQtAtom const* atom = root.getChild(); atom; atom = atom->getSibling()) {
+        out += atom == root.getChild() ? "\n" : ",\n";
+        out += "      { \"type\": " + jsonText(idText(atom->getDiskId())) +
+               ", \"offset\": " + std::to_string(atom->getFileOffset()) +
+               ", \"size\": " + std::to_string(atom->getSize()) + " }";
+    }
+    out += "\n    ]";
+    if (auto const* ftyp = dynamic_cast<QtAtomFileType const*>(root.findAtom("ftyp", 0))) {
+        std::string brands;
+        for (QtAtomIdType brand : ftyp->getCompatibleBrands()) brands += idText(brand);
+        out += ",\n    \"tags\": {\n      \"major_brand\": " + jsonText(idText(ftyp->getMajorBrand())) +
+               ",\n      \"minor_version\": " + jsonText(std::to_string(ftyp->getMinorVersion())) +
+               ",\n      \"compatible_brands\": " + jsonText(brands) + "\n    }";
+    }
+    return out + "\n  }\n";
+}
+
+std::string json(QtAtomRoot const& root, std::string const& path, std::vector<TrackInfo> const& tracks) {
     std::string out = "{\n  \"streams\": [\n";
     for (TrackInfo const& track : tracks) {
         if (&track != &tracks.front()) out += ",\n";
@@ -214,7 +243,7 @@ std::string json(std::vector<TrackInfo> const& tracks) {
         if (track.timecode) stream.raw("tags", "{ \"timecode\": " + jsonText(*track.timecode) + " }");
         stream.close();
     }
-    return out + "\n  ]\n}\n";
+    return out + "\n  ],\n" + formatJson(root, path, tracks.size()) + "}\n";
 }
 
 std::string text(std::vector<TrackInfo> const& tracks) {
@@ -252,10 +281,7 @@ int runInfo(std::vector<std::string> const& args) {
         else
             files.push_back(arg);
     }
-    if (files.size() != 1) {
-        fprintf(stderr, "usage: qtmovie info FILE [--json]\n");
-        return 2;
-    }
+    if (files.size() != 1) return qtMovieUsageError("info", "expected one FILE");
     std::string const& path = files.front();
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
     if (!root) return 1;
@@ -264,13 +290,19 @@ int runInfo(std::vector<std::string> const& args) {
     for (BaseQtAtom const* trak = moov ? moov->findAtom("trak", 0) : nullptr; trak; trak = trak->getSibling())
         if (trak->getId() == qtId("trak"))
             tracks.push_back(describeTrack(trak, static_cast<unsigned int>(tracks.size())));
-    std::string output = asJson ? json(tracks) : text(tracks);
+    std::string output = asJson ? json(*root, path, tracks) : text(tracks);
     fputs(output.c_str(), stdout);
     fflush(stdout);
     return 0;
 }
 
-QtMovieCommand infoCommand("info", "info FILE [--json]   print each track's codec, size, rate and timecode",
-                           runInfo);
+QtMovieCommand infoCommand(
+    "info", "FILE [--json]", "print each track's codec, duration, picture size, sound rate and timecode",
+    {{"--json", nullptr, "one JSON document: \"streams\" and \"format\" with ffprobe's field names"}},
+    "Plain output: \"track N (id ID): HANDLER CODEC, SECONDS s, COUNT samples\", then for video\n"
+    "\"  video WxH\" with pixel aspect, colour and field order when the file gives them, for sound\n"
+    "\"  audio RATE Hz, CHANNELS channels, BITS bits per sample\", for timecode \"  start timecode T\".\n"
+    "exit status: 0 printed, 1 the file cannot be read as a movie, 2 wrong command line",
+    runInfo);
 
 }  // namespace

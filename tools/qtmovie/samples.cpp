@@ -1,4 +1,4 @@
-// qtmovie samples FILE [--track N] [--from S] [--count K]: one CSV row per sample,
+// qtmovie samples [FILE] [--track N] [--from S] [--count K]: one CSV row per sample,
 // "track,sample,offset,size,dts,pts,key", tracks numbered from 1 in file order.
 #include <cinttypes>
 #include <cstdio>
@@ -30,20 +30,17 @@ void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long fro
 int runSamples(std::vector<std::string> const& args) {
     std::string path;
     unsigned long track = 0, from = 0, count = ~0ul;
+    // Every option here takes a value, which follows it as the next word.
     for (size_t i = 0; i < args.size(); ++i) {
         std::string const& a = args[i];
-        bool hasValue = i + 1 < args.size();
-        if ((a == "--track" || a == "--from" || a == "--count") && hasValue) {
+        if (a == "--track" || a == "--from" || a == "--count") {
             unsigned long& target = a == "--track" ? track : a == "--from" ? from : count;
-            if (!parseNumber(args[++i], target)) {
-                fprintf(stderr, "qtmovie samples: %s needs a number\n", a.c_str());
-                return 2;
-            }
-        } else if (path.empty() && a.rfind("--", 0) != 0) {
+            if (i + 1 == args.size() || !parseNumber(args[++i], target))
+                return qtMovieUsageError("samples", a + " needs a number");
+        } else if (path.empty()) {
             path = a;
         } else {
-            fprintf(stderr, "usage: qtmovie samples FILE [--track N] [--from S] [--count K]\n");
-            return 2;
+            return qtMovieUsageError("samples", "expected at most one FILE");
         }
     }
     if (path.empty()) path = defaultSamplePath();
@@ -61,8 +58,16 @@ int runSamples(std::vector<std::string> const& args) {
     return 0;
 }
 
-QtMovieCommand samplesCommand("samples",
-                              "samples [FILE] [--track N] [--from S] [--count K]   per-sample CSV",
-                              runSamples);
+QtMovieCommand samplesCommand(
+    "samples", "[FILE] [--track N] [--from S] [--count K]",
+    "one CSV row per sample: where it lies and when it is decoded and shown",
+    {{"--track", "N", "only track N (tracks count from 1 in file order; 0: every track)"},
+     {"--from", "S", "start at sample S of each track (samples count from 0)"},
+     {"--count", "K", "at most K samples of each track"}},
+    "Columns of \"track,sample,offset,size,dts,pts,key\": track number, sample number, file offset\n"
+    "of its first byte, size in bytes, decode time and display time (decode time plus the\n"
+    "composition offset) in the track's media time scale, 1 for a key frame.\n"
+    "exit status: 0 listed, 1 the file cannot be read or has no track N, 2 wrong command line",
+    runSamples);
 
 }  // namespace

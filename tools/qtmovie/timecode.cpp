@@ -14,7 +14,6 @@
 
 namespace {
 
-char const kUsage[] = "usage: qtmovie timecode FILE [--track N] [--set HH:MM:SS:FF | HH:MM:SS;FF]\n";
 
 struct TimecodeTrack {
     unsigned int number;  // 1-based, in file order
@@ -90,10 +89,7 @@ int setStart(BasicFileIO& file, TimecodeTrack const& track, char const* text) {
     return 0;
 }
 
-int usageError(char const* problem) {
-    fprintf(stderr, "qtmovie timecode: %s\n%s", problem, kUsage);
-    return 2;
-}
+int usageError(std::string const& problem) { return qtMovieUsageError("timecode", problem); }
 
 int runTimecode(std::vector<std::string> const& args) {
     std::string path, newStart;
@@ -109,7 +105,7 @@ int runTimecode(std::vector<std::string> const& args) {
         } else if (path.empty() && args[i].rfind("--", 0) != 0) {
             path = args[i];
         } else {
-            return usageError(("unexpected argument " + args[i]).c_str());
+            return usageError("unexpected argument " + args[i]);
         }
     }
     if (path.empty()) return usageError("no file given");
@@ -138,9 +134,14 @@ int runTimecode(std::vector<std::string> const& args) {
     return status;
 }
 
-QtMovieCommand timecodeCommand("timecode",
-                               "timecode FILE [--track N] [--set HH:MM:SS:FF | HH:MM:SS;FF]   "
-                               "print or set the start timecode of timecode tracks",
-                               runTimecode);
+QtMovieCommand timecodeCommand(
+    "timecode", "FILE [--track N] [--set HH:MM:SS:FF | HH:MM:SS;FF]",
+    "print or set the start timecode of timecode tracks",
+    {{"--track", "N", "only track N (tracks count from 1 in file order)"},
+     {"--set", "TIMECODE", "rewrite the start timecode in place (';' before the frames for drop frame)"}},
+    "Prints \"TRACK,TIMECODE\" per timecode track, from its first sample. --set changes only the\n"
+    "4 bytes of that sample; a timecode the track cannot count is refused and the file left as it was.\n"
+    "exit status: 0 done, 1 the file cannot be read or the timecode is refused, 2 wrong command line",
+    runTimecode);
 
 }  // namespace
