@@ -396,8 +396,8 @@ void VirtualArrayBase::readSpan(unsigned int index, unsigned int count, FileIoCl
         }
     }
     std::lock_guard<std::mutex> lock(m_mutex);
-    initPhys(out, count);
     if (!isVirtual()) {
+        initPhys(out, count);
         unsigned long from = static_cast<unsigned long>(index) * m_width;
         if (from < m_resident.size())
             copyPhys(m_resident.data() + from, out,
@@ -410,7 +410,14 @@ void VirtualArrayBase::readSpan(unsigned int index, unsigned int count, FileIoCl
     }
     unsigned int start = index;
     unsigned int held = fileHeldIn(index, count, start);
-    if (held == 0) return;
+    // What the file does not hold reads as zero; the rest is filled by the caller's read.
+    if (held == 0) {
+        initPhys(out, count);
+        return;
+    }
+    initPhys(out, start - index);
+    unsigned int end = start - index + held;
+    initPhys(out + static_cast<unsigned long>(end) * m_width, count - end);
     region.file = m_file;
     region.offset = fileOffsetOf(start);
     region.out = out + static_cast<unsigned long>(start - index) * m_width;

@@ -70,12 +70,15 @@ void QtAtomCompTime::SparseArray::update(DiskIterator const& iterator) {
     set(iterator.getSparseIdx(), iterator.getSparse());
 }
 
-bool QtAtomCompTime::SparseArray::store(unsigned int slot, Sparse const& sparse) {
+unsigned int QtAtomCompTime::SparseArray::store(std::vector<std::pair<unsigned int, Sparse>> const& found) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (slot >= m_slots.size()) m_slots.resize(static_cast<size_t>(slot) + 1);
-    Sparse& held = m_slots[slot];
-    bool replaced = held.valid() && !(held == sparse);
-    held = sparse;
+    unsigned int replaced = 0;
+    for (auto const& [slot, sparse] : found) {
+        if (slot >= m_slots.size()) m_slots.resize(static_cast<size_t>(slot) + 1);
+        Sparse& held = m_slots[slot];
+        if (held.valid() && !(held == sparse)) ++replaced;
+        held = sparse;
+    }
     return replaced;
 }
 

@@ -125,8 +125,9 @@ class QtAtomCompTime : public BaseQtAtom {
         void truncate(unsigned int n);
         // Stores the iterator's anchor in the slot of its unit.
         void update(DiskIterator const& iterator);
-        // Stores an anchor found by a walk; true when it replaced a different valid one.
-        bool store(unsigned int slot, Sparse const& sparse);
+        // Stores anchors found by a walk (slot and anchor); returns how many replaced a different
+        // valid one.
+        unsigned int store(std::vector<std::pair<unsigned int, Sparse>> const& found);
         // The nearest valid slot at or below `slot`, or -1; its anchor in `out`.
         long findValid(unsigned int slot, Sparse& out) const;
 

@@ -268,7 +268,7 @@ class QtAtomCompTime::RunWalker {
             unsigned long stop = std::min(target, (m_sample | 0xFF) + 1);
             if (lastInRun >= stop) {
                 moveInRun(stop - m_sample);
-            } else if (!nextRun()) {
+            } else if (!nextRun() || !skipWholeRuns(stop)) {
                 return false;
             }
             if (onBoundary()) storeAnchor();
@@ -358,13 +358,44 @@ class QtAtomCompTime::RunWalker {
         return load();
     }
 
+    // From the first sample of a run, passes every run of the window that ends before `stop`: the
+    // long stretch of a pass over the table, one add per run.
+    bool skipWholeRuns(unsigned long stop) {
+        if (m_position != 1 || m_diskIdx < m_windowFirst) return true;
+        unsigned int i = m_diskIdx - m_windowFirst;
+        unsigned long sample = m_sample, zeros = m_zerosBefore;
+        for (; i < m_windowCount; ++i) {
+            DiskEntry const& run = m_window[i];
+            if (run.count == 0 || sample + run.count >= stop) break;
+            zeros = static_cast<unsigned int>(run.offset) + m_shift == 0 ? zeros + run.count : 0;
+            sample += run.count;
+        }
+        m_diskIdx = m_windowFirst + i;
+        m_sample = sample;
+        m_zerosBefore = zeros;
+        return load();
+    }
+
     void storeAnchor() {
         unsigned long slot = m_sample >> 8;
         if (slot >= m_sparseBudget) return;
-        Sparse here = anchorHere();
-        if (m_table.m_sparse.store(static_cast<unsigned int>(slot), here) && quicktimeDbg.on(QtDbgSparseTable))
-            debugMsg("ctts: sparse[%lu] replaced by %s\n", slot, here.toString().get());
+        m_found.emplace_back(static_cast<unsigned int>(slot), anchorHere());
+        if (m_found.size() >= kAnchorBatch) storeFound();
     }
+
+  public:
+    // Hands the anchors found so far to the table (also done when the walker goes away).
+    void storeFound() {
+        if (m_found.empty()) return;
+        unsigned int replaced = m_table.m_sparse.store(m_found);
+        if (replaced && quicktimeDbg.on(QtDbgSparseTable))
+            debugMsg("ctts: %u anchors replaced, up to sparse[%u]\n", replaced, m_found.back().first);
+        m_found.clear();
+    }
+    ~RunWalker() { storeFound(); }
+
+  private:
+    static constexpr size_t kAnchorBatch = 256;
 
     QtAtomCompTime const& m_table;
     unsigned int m_shift;
@@ -381,6 +412,7 @@ class QtAtomCompTime::RunWalker {
     unsigned int m_windowCapacity = 0;
     unsigned int m_windowFirst = 0;
     unsigned int m_windowCount = 0;
+    std::vector<std::pair<unsigned int, Sparse>> m_found;
 };
 
 // ---------------------------------------------------------------------------------------------
