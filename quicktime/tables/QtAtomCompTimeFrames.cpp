@@ -257,6 +257,7 @@ class QtAtomCompTime::RunWalker {
         m_position = 1;
         m_sample = 0;
         m_zerosBefore = 0;
+        if (load()) storeAnchor();
     }
 
     // Walks on to `target`, storing the anchor of every unit boundary reached. False when the
