@@ -516,6 +516,38 @@ class QtAtomCompTime : public BaseQtAtom {
 
     class RunWalker;
     friend class RunWalker;
+    class KeyCursor;
+
+    // Long-GOP tables repeat a handful of unit contents over and over. The walk from the start of
+    // the table gives every unit it passes a signature of what decides its frame types (the runs in
+    // it, the zero run reaching into it, its key frames); frame sets filled since are kept by
+    // signature, a bounded few, so that a unit of the same signature is answered from memory.
+    class UnitShapes {
+      public:
+        static constexpr unsigned int kShapeLimit = 64;
+
+        void setSignatures(std::vector<std::pair<unsigned int, uint64_t>> const& found);
+        // The frame type at a unit's slot from a kept set of the unit's signature.
+        bool find(QtFrameSet::Unit unit, unsigned int slot, FrameType& out) const;
+        // Keeps a filled set's types under its unit's signature (when the unit has one).
+        void offer(FrameSet const& set);
+        // Forgets every signature (the table changes under them).
+        void disable();
+
+      private:
+        struct Shape {
+            uint64_t signature = 0;
+            unsigned long lastUse = 0;
+            unsigned int size = 0;
+            std::unique_ptr<FrameType[]> types;
+        };
+
+        mutable std::mutex m_mutex;
+        bool m_disabled = false;                // guarded by m_mutex
+        std::vector<uint64_t> m_signatures;     // per unit, 0 when unknown; guarded by m_mutex
+        mutable std::vector<Shape> m_shapes;    // guarded by m_mutex
+        mutable unsigned long m_clock = 0;      // guarded by m_mutex
+    };
     // Takes back the anchors kept with the file, once.
     void loadKeptSeed() const;
     void applySeed(SparseSeed const& seed) const;
@@ -548,8 +580,11 @@ class QtAtomCompTime : public BaseQtAtom {
     mutable std::atomic<unsigned int> m_firstBadEntry{0xFFFFFFFFu};
     mutable AbsoluteAry m_absolute;
     mutable FrameSetCache m_frameSets;
+    mutable UnitShapes m_shapes;
     mutable DiskIterator m_diskIterator;
     mutable CTTSCache m_cttsCache;
     mutable bool m_deriveMode = false;
+    // Set by the first appendSample: the table changes from then on, so units get no signatures.
+    mutable std::atomic<bool> m_recording{false};
     mutable std::once_flag m_seedLoaded;
 };

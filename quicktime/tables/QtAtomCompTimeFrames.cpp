@@ -26,6 +26,11 @@ constexpr unsigned int kSparseBudget = 65536;
 // asked how far back the reference lies.
 constexpr unsigned int kLongestDisposableRun = 256;
 
+uint64_t mix(uint64_t h, uint64_t value) {
+    h = (h ^ value) * 0x9E3779B97F4A7C15ull;
+    return h ^ (h >> 29);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -224,6 +229,100 @@ QtAtomCompTime::FrameType QtAtomCompTime::DiskIterator::getFrameType(
 }
 
 // ---------------------------------------------------------------------------------------------
+// KeyCursor: the keys of a sync table in order, read in bulk, for the signatures of the units a walk
+// from the start of the table passes.
+
+class QtAtomCompTime::KeyCursor {
+  public:
+    KeyCursor(QtAtomSampleSync const* table, FileIoClientRec* agent)
+        : m_array(table ? &table->getArray() : nullptr), m_agent(agent), m_active(table ? table->size() : 0) {}
+
+    // Adds the keys in [in, end) to `h`, consuming them; false when the table is not in order.
+    bool hashUnit(unsigned long in, unsigned long end, uint64_t& h) {
+        while (m_index < m_active) {
+            if (m_index < m_first || m_index >= m_first + m_count) {
+                m_first = m_index;
+                m_count = m_array->readElements(m_index, kWindow, m_agent, m_window);
+                if (m_count == 0) return false;
+            }
+            unsigned int key = m_window[m_index - m_first];
+            if (m_index > 0 && key <= m_last) return false;
+            if (key >= end) return true;
+            if (key >= in) h = mix(h, key - in + 1);
+            m_last = key;
+            ++m_index;
+        }
+        return true;
+    }
+
+  private:
+    static constexpr unsigned int kWindow = 1024;
+
+    QtAtomSampleSync::SyncArray const* m_array;
+    FileIoClientRec* m_agent;
+    unsigned int m_active;
+    unsigned int m_index = 0;
+    unsigned int m_last = 0;
+    unsigned int m_first = 0;
+    unsigned int m_count = 0;
+    unsigned int m_window[kWindow];
+};
+
+// ---------------------------------------------------------------------------------------------
+// UnitShapes
+
+void QtAtomCompTime::UnitShapes::setSignatures(std::vector<std::pair<unsigned int, uint64_t>> const& found) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_disabled) return;
+    for (auto const& [unit, signature] : found) {
+        if (unit >= m_signatures.size()) m_signatures.resize(static_cast<size_t>(unit) + 1);
+        m_signatures[unit] = signature;
+    }
+}
+
+bool QtAtomCompTime::UnitShapes::find(QtFrameSet::Unit unit, unsigned int slot, FrameType& out) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_disabled || unit >= m_signatures.size() || m_signatures[unit] == 0) return false;
+    for (Shape& shape : m_shapes) {
+        if (shape.signature == m_signatures[unit] && slot < shape.size) {
+            shape.lastUse = ++m_clock;
+            out = shape.types[slot];
+            return true;
+        }
+    }
+    return false;
+}
+
+void QtAtomCompTime::UnitShapes::offer(FrameSet const& set) {
+    if (!set.isFilled()) return;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    QtFrameSet::Unit unit = set.getUnit();
+    if (m_disabled || unit >= m_signatures.size() || m_signatures[unit] == 0) return;
+    uint64_t signature = m_signatures[unit];
+    Shape* target = nullptr;
+    for (Shape& shape : m_shapes) {
+        if (shape.signature == signature) return;
+        if (!target || shape.lastUse < target->lastUse) target = &shape;
+    }
+    if (m_shapes.size() < kShapeLimit) {
+        m_shapes.emplace_back();
+        target = &m_shapes.back();
+        target->types.reset(new FrameType[QtFrameSet::kUnitFrames]);
+    }
+    target->signature = signature;
+    target->lastUse = ++m_clock;
+    target->size = set.size();
+    for (unsigned int i = 0; i < target->size; ++i) target->types[i] = set.getType(set.getInFrame() + i);
+}
+
+void QtAtomCompTime::UnitShapes::disable() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_disabled = true;
+    m_signatures.clear();
+    m_shapes.clear();
+}
+
+// ---------------------------------------------------------------------------------------------
 // RunWalker: a cursor over the runs that moves run by run, reads the entries in bulk and stores
 // the anchor of every unit boundary it passes.
 
@@ -258,6 +357,7 @@ class QtAtomCompTime::RunWalker {
         m_sample = 0;
         m_zerosBefore = 0;
         if (load()) storeAnchor();
+        startSigning();
     }
 
     // Walks on to `target`, storing the anchor of every unit boundary reached. False when the
@@ -272,7 +372,10 @@ class QtAtomCompTime::RunWalker {
             } else if (!nextRun() || !skipWholeRuns(stop)) {
                 return false;
             }
-            if (onBoundary()) storeAnchor();
+            if (onBoundary()) {
+                storeAnchor();
+                if (m_signing) signUnit();
+            }
         }
         return load();
     }
@@ -347,6 +450,7 @@ class QtAtomCompTime::RunWalker {
 
     void moveInRun(unsigned long n) {
         if (n == 0) return;
+        if (m_signing) m_unitHash = mix(m_unitHash, n << 32 ^ static_cast<unsigned int>(m_entry.offset));
         m_zerosBefore = isZero() ? m_zerosBefore + n : 0;
         m_position += static_cast<unsigned int>(n);
         m_sample += n;
@@ -365,16 +469,42 @@ class QtAtomCompTime::RunWalker {
         if (m_position != 1 || m_diskIdx < m_windowFirst) return true;
         unsigned int i = m_diskIdx - m_windowFirst;
         unsigned long sample = m_sample, zeros = m_zerosBefore;
+        uint64_t hash = m_unitHash;
         for (; i < m_windowCount; ++i) {
             DiskEntry const& run = m_window[i];
             if (run.count == 0 || sample + run.count >= stop) break;
             zeros = static_cast<unsigned int>(run.offset) + m_shift == 0 ? zeros + run.count : 0;
             sample += run.count;
+            if (m_signing) hash = mix(hash, static_cast<uint64_t>(run.count) << 32 ^ static_cast<unsigned int>(run.offset));
         }
         m_diskIdx = m_windowFirst + i;
         m_sample = sample;
         m_zerosBefore = zeros;
+        m_unitHash = hash;
         return load();
+    }
+
+    // A walk from the start of a table that is not being recorded signs every unit it passes whole.
+    void startSigning() {
+        m_signing = !m_table.m_recording.load(std::memory_order_relaxed) && (m_stss || m_stps);
+        if (m_signing) beginUnit();
+    }
+
+    void beginUnit() {
+        m_unitHash = mix(0x243F6A8885A308D3ull, m_zerosBefore);
+        // A zero run back to sample 0 makes the distances depend on where the unit lies.
+        if (m_sample != 0 && m_zerosBefore >= m_sample) m_unitHash = mix(m_unitHash, m_sample);
+    }
+
+    // The unit just passed (the walker stands on the next one's first sample).
+    void signUnit() {
+        unsigned long in = m_sample - kUnitFrames;
+        uint64_t hash = m_unitHash;
+        m_signing = m_stssKeys.hashUnit(in, m_sample, hash) && m_stpsKeys.hashUnit(in, m_sample, hash);
+        hash = mix(hash, 1);
+        if (m_signing && (in >> 8) < m_sparseBudget)
+            m_signatures.emplace_back(static_cast<unsigned int>(in >> 8), hash ? hash : 1);
+        beginUnit();
     }
 
     void storeAnchor() {
@@ -387,6 +517,8 @@ class QtAtomCompTime::RunWalker {
   public:
     // Hands the anchors found so far to the table (also done when the walker goes away).
     void storeFound() {
+        if (!m_signatures.empty()) m_table.m_shapes.setSignatures(m_signatures);
+        m_signatures.clear();
         if (m_found.empty()) return;
         unsigned int replaced = m_table.m_sparse.store(m_found);
         if (replaced && quicktimeDbg.on(QtDbgSparseTable))
@@ -414,6 +546,14 @@ class QtAtomCompTime::RunWalker {
     unsigned int m_windowFirst = 0;
     unsigned int m_windowCount = 0;
     std::vector<std::pair<unsigned int, Sparse>> m_found;
+    // Unit signatures (see UnitShapes), made only by a walk from sample 0.
+    QtAtomSampleSync const* m_stss = m_table.getStss();
+    QtAtomSampleSync const* m_stps = m_table.getStps();
+    KeyCursor m_stssKeys{m_stss, m_agent};
+    KeyCursor m_stpsKeys{m_stps, m_agent};
+    bool m_signing = false;
+    uint64_t m_unitHash = 0;
+    std::vector<std::pair<unsigned int, uint64_t>> m_signatures;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -472,9 +612,14 @@ bool QtAtomCompTime::seekSample(DiskIterator& iterator, unsigned long sample, Fi
 
 QtAtomCompTime::Sample QtAtomCompTime::getSample(unsigned long sample, FileIoClientRec* agent) const {
     Sample result(static_cast<uint32_t>(sample));
-    AutoReleasePtr<FrameSet> set = getFrameSet(sample, agent);
-    if (!set) return result;
-    FrameType type = set->getType(sample);
+    FrameType type;
+    QtFrameSet::Unit unit = QtFrameSet::frameToUnit(sample);
+    if (!m_shapes.find(unit, static_cast<unsigned int>(sample - QtFrameSet::unitToFrame(unit)), type)) {
+        AutoReleasePtr<FrameSet> set = getFrameSet(sample, agent);
+        if (!set) return result;
+        type = set->getType(sample);
+        m_shapes.offer(*set);
+    }
     result = Sample(static_cast<uint32_t>(sample), type.depend, type.type);
     if (getSdtp()) applySampleDepend(sample, result, agent);
     result.offset = type.offset / static_cast<int32_t>(getTicksPerSample());

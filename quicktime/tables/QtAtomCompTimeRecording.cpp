@@ -91,6 +91,7 @@ QtAtomCompTime::Sample QtAtomCompTime::appendSample(unsigned long sample, Sample
     SampleCodingType type = info.getEncoding();
     Sample result(static_cast<uint32_t>(sample), 0, type);
     if (sample > kMaxUint32 || ticks == 0) return result;
+    if (!m_recording.exchange(true)) m_shapes.disable();
     write();
     if (static_cast<unsigned long>(m_lastRecordedSample) + 1 < sample) {
         errorMsg("QtAtomCompTime::appendSample: recording sample %ld after sample %d", static_cast<long>(sample),
