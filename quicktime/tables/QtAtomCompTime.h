@@ -551,7 +551,8 @@ class QtAtomCompTime : public BaseQtAtom {
     // Takes back the anchors kept with the file, once.
     void loadKeptSeed() const;
     void applySeed(SparseSeed const& seed) const;
-    void fillFrameSet(FrameSet& set, FileIoClientRec* agent) const;
+    AutoReleasePtr<FrameSet> getFrameSet(unsigned long sample, FileIoClientRec* agent, bool signUnits) const;
+    void fillFrameSet(FrameSet& set, FileIoClientRec* agent, bool signUnits) const;
     void applySampleDepend(unsigned long sample, Sample& result, FileIoClientRec* agent) const;
     void compareWithOldPath(unsigned long sample, Sample const& result, FileIoClientRec* agent) const;
     bool appendDirect(unsigned long sample, int offset, unsigned int ticks, QtAtomCompShift const* cslg,

@@ -328,8 +328,9 @@ void QtAtomCompTime::UnitShapes::disable() {
 
 class QtAtomCompTime::RunWalker {
   public:
-    RunWalker(QtAtomCompTime const& table, unsigned int shift, FileIoClientRec* agent)
-        : m_table(table),
+    RunWalker(QtAtomCompTime const& table, unsigned int shift, FileIoClientRec* agent, bool signUnits = false)
+        : m_signUnits(signUnits),
+          m_table(table),
           m_shift(shift),
           m_agent(agent),
           m_size(table.m_array.getVirtualSize()),
@@ -413,6 +414,8 @@ class QtAtomCompTime::RunWalker {
   private:
     static constexpr unsigned long kUnitFrames = QtFrameSet::kUnitFrames;
 
+    bool m_signUnits;
+
     bool fits(Sparse const& anchor, unsigned int slot) {
         if (anchor.sample != static_cast<unsigned long>(slot) << 8 || anchor.anchor > anchor.sample ||
             anchor.count == 0 || anchor.diskIdx >= m_size)
@@ -486,7 +489,7 @@ class QtAtomCompTime::RunWalker {
 
     // A walk from the start of a table that is not being recorded signs every unit it passes whole.
     void startSigning() {
-        m_signing = !m_table.m_recording.load(std::memory_order_relaxed) && (m_stss || m_stps);
+        m_signing = m_signUnits && !m_table.m_recording.load(std::memory_order_relaxed) && (m_stss || m_stps);
         if (m_signing) beginUnit();
     }
 
@@ -584,18 +587,25 @@ SampleCodingType QtAtomCompTime::getCodingType(unsigned long sample, int offset,
 
 AutoReleasePtr<QtAtomCompTime::FrameSet> QtAtomCompTime::getFrameSet(unsigned long sample,
                                                                    FileIoClientRec* agent) const {
+    return getFrameSet(sample, agent, false);
+}
+
+// Random lookups of single samples (getSample) also sign the units a walk from the start passes;
+// readers that go on in order (the sample facade) have no use for it.
+AutoReleasePtr<QtAtomCompTime::FrameSet> QtAtomCompTime::getFrameSet(unsigned long sample, FileIoClientRec* agent,
+                                                                   bool signUnits) const {
     loadKeptSeed();
     AutoReleasePtr<FrameSet> set = m_frameSets.get(QtFrameSet::frameToUnit(sample), agent);
     if (!set || set->isFilled()) return set;
-    fillFrameSet(*set, agent);
+    fillFrameSet(*set, agent, signUnits);
     return set;
 }
 
-void QtAtomCompTime::fillFrameSet(FrameSet& set, FileIoClientRec* agent) const {
+void QtAtomCompTime::fillFrameSet(FrameSet& set, FileIoClientRec* agent, bool signUnits) const {
     AutoReleasePtr<QtAtomSampleSync::KeySet> keys = getKeySet(set.getUnit(), agent);
     if (!keys) return;  // every sample then reads as an I frame
     set.set(keys);
-    RunWalker walker(*this, getCompShift(), agent);
+    RunWalker walker(*this, getCompShift(), agent, signUnits);
     walker.start(set.getUnit());
     if (walker.advanceTo(set.getInFrame())) walker.fill(set, keys.get());
     set.setFilled();
@@ -615,7 +625,7 @@ QtAtomCompTime::Sample QtAtomCompTime::getSample(unsigned long sample, FileIoCli
     FrameType type;
     QtFrameSet::Unit unit = QtFrameSet::frameToUnit(sample);
     if (!m_shapes.find(unit, static_cast<unsigned int>(sample - QtFrameSet::unitToFrame(unit)), type)) {
-        AutoReleasePtr<FrameSet> set = getFrameSet(sample, agent);
+        AutoReleasePtr<FrameSet> set = getFrameSet(sample, agent, true);
         if (!set) return result;
         type = set->getType(sample);
         m_shapes.offer(*set);
