@@ -29,7 +29,9 @@ struct Recording {
 
     // The sync table learns of a key frame before the composition table records it.
     Sample append(unsigned long s, char letter, std::optional<int> displayOffset = {}) {
-        if (letter == 'I') EXPECT_TRUE(stss->appendKey(s));
+        if (letter == 'I') {
+            EXPECT_TRUE(stss->appendKey(s));
+        }
         SampleInfo info = displayOffset ? SampleInfo(codingType(letter), static_cast<int8_t>(*displayOffset))
                                         : SampleInfo(codingType(letter));
         return ctts->appendSample(s, info, ticks, cslg);
@@ -115,7 +117,9 @@ TEST(QtAtomCompTimeRecording, StreamsReadBackAsRecorded) {
                 Sample got = track.ctts->getSample(s, s % 2 ? &agent : nullptr);
                 ASSERT_EQ(got, expected[s]) << what << " sample " << s;
                 bool pyramidB = stream.pyramid && types[s] == 'B' && mode == Direct;
-                if (!pyramidB) ASSERT_EQ(sampleCodingLetter(got.type), types[s]) << what << " sample " << s;
+                if (!pyramidB) {
+                    ASSERT_EQ(sampleCodingLetter(got.type), types[s]) << what << " sample " << s;
+                }
                 if (stream.pyramid && mode != Direct) continue;  // derived offsets know no pyramid
                 ASSERT_EQ(static_cast<long>(s) + got.offset, display[s]) << what << " sample " << s;
             }
