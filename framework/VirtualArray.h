@@ -40,6 +40,10 @@ public:
         return value;
     }
     T operator[](unsigned int index) const { return elementAt(index, nullptr); }
+    // Copies a stretch of elements in bulk (see VirtualArrayBase::readElements).
+    unsigned int readElements(unsigned int first, unsigned int count, FileIoClientRec* agent, T* out) const {
+        return VirtualArrayBase::readElements(first, count, agent, out);
+    }
 
     // Stores a value (owner thread); false past the virtual size or when its page cannot be read.
     // The agent is the writer's own and is not needed to store: changed pages are detected by

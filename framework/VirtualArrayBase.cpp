@@ -341,6 +341,96 @@ void VirtualArrayBase::readForOwner(unsigned int index, void* element) const {
 }
 
 // ---------------------------------------------------------------------------------------------
+// Bulk reads
+
+// Elements still to be read from the file into `out`: one region of consecutive elements.
+struct VirtualArrayBase::PendingRead {
+    AutoRefPtr<BasicFileIO> file;
+    unsigned long offset = 0;
+    unsigned char* out = nullptr;
+    unsigned int count = 0;
+
+    bool continuedBy(unsigned long nextOffset, unsigned char const* nextOut, unsigned int width) const {
+        unsigned long bytes = static_cast<unsigned long>(count) * width;
+        return count != 0 && offset + bytes == nextOffset && out + bytes == nextOut;
+    }
+};
+
+unsigned int VirtualArrayBase::readElements(unsigned int first, unsigned int count, FileIoClientRec* agent,
+                                            void* elements) const {
+    unsigned int size = getVirtualSize();
+    if (first >= size || count == 0) return 0;
+    count = std::min(count, size - first);
+    unsigned char* out = static_cast<unsigned char*>(elements);
+    std::shared_lock<std::shared_mutex> place(m_placeLock);
+    PendingRead pending;
+    for (unsigned int done = 0; done < count;) {
+        unsigned int index = first + done;
+        unsigned int span = std::min(count - done, firstOf(index / m_pageElements) + m_pageElements - index);
+        PendingRead region;
+        readSpan(index, span, agent, out + static_cast<unsigned long>(done) * m_width, region);
+        if (region.count) {
+            if (pending.continuedBy(region.offset, region.out, m_width) && pending.file.get() == region.file.get()) {
+                pending.count += region.count;
+            } else {
+                finishRead(pending);
+                pending = region;
+            }
+        }
+        done += span;
+    }
+    finishRead(pending);
+    return count;
+}
+
+// Copies what memory holds of one page's span; the part that only the file holds is left zero and
+// described in `region` for the caller to read after the lock is released.
+void VirtualArrayBase::readSpan(unsigned int index, unsigned int count, FileIoClientRec* agent, unsigned char* out,
+                                PendingRead& region) const {
+    unsigned int pageIndex = index / m_pageElements;
+    if (agent) {
+        FileIoClientRec::Page* page = agent->findPage(m_serial, pageIndex);
+        if (page && page->stamp == stampOf(pageIndex) && index - page->firstIndex + count <= page->count) {
+            copyPhys(page->bytes.get() + static_cast<unsigned long>(index - page->firstIndex) * m_width, out, count);
+            return;
+        }
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!isVirtual()) {
+        initPhys(out, count);
+        unsigned long from = static_cast<unsigned long>(index) * m_width;
+        if (from < m_resident.size())
+            copyPhys(m_resident.data() + from, out,
+                     static_cast<unsigned int>(std::min<unsigned long>(count, (m_resident.size() - from) / m_width)));
+        return;
+    }
+    if (OwnerPage const* own = findOwnerPage(pageIndex)) {
+        copyPhys(own->bytes.get() + static_cast<unsigned long>(index - firstOf(pageIndex)) * m_width, out, count);
+        return;
+    }
+    unsigned int start = index;
+    unsigned int held = fileHeldIn(index, count, start);
+    // What the file does not hold reads as zero; the rest is filled by the caller's read.
+    if (held == 0) {
+        initPhys(out, count);
+        return;
+    }
+    initPhys(out, start - index);
+    unsigned int end = start - index + held;
+    initPhys(out + static_cast<unsigned long>(end) * m_width, count - end);
+    region.file = m_file;
+    region.offset = fileOffsetOf(start);
+    region.out = out + static_cast<unsigned long>(start - index) * m_width;
+    region.count = held;
+}
+
+void VirtualArrayBase::finishRead(PendingRead& pending) const {
+    if (pending.count && !readFileElements(*pending.file, pending.offset, pending.count, pending.out))
+        initPhys(pending.out, pending.count);
+    pending.count = 0;
+}
+
+// ---------------------------------------------------------------------------------------------
 // The owner's cache
 
 VirtualArrayBase::OwnerPage* VirtualArrayBase::findOwnerPage(unsigned int pageIndex) const {

@@ -107,6 +107,13 @@ public:
     // Elements per cache page.
     unsigned int getPageElements() const { return m_pageElements; }
 
+    // Copies `count` elements from `first` on (host form) into `elements`, for a reader that walks a
+    // long stretch: pages the agent holds are copied from there, pages in the owner's cache from it,
+    // and everything else is read from the file in as few reads as possible, without passing through
+    // any cache (a null agent reads as the owner thread). Clamped to the virtual size; returns the
+    // number copied. Unreadable elements read as zero, as in elementAt.
+    unsigned int readElements(unsigned int first, unsigned int count, FileIoClientRec* agent, void* elements) const;
+
 protected:
     // Conversion hooks, called with element counts. ioPrep converts between host form (memory) and
     // disk form; source and destination may be the same buffer.
@@ -181,6 +188,11 @@ private:
     void extendFileRange(unsigned int first, unsigned int end) const;
     void extendFileRangeLocked(unsigned int first, unsigned int end) const;
     bool fileRangeEmpty() const { return m_fileBegin >= m_fileEnd; }
+    // One page's part of readElements, and the file region left for it to read.
+    struct PendingRead;
+    void readSpan(unsigned int index, unsigned int count, FileIoClientRec* agent, unsigned char* out,
+                  PendingRead& pending) const;
+    void finishRead(PendingRead& pending) const;
     // The part of [first, first + count) that the file holds, as (start, count).
     unsigned int fileHeldIn(unsigned int first, unsigned int count, unsigned int& start) const;
     bool copyFileRegion(unsigned long from, unsigned long to, unsigned long size);

@@ -41,7 +41,8 @@
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
-#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomCompSeed.h"
+#include "quicktime/tables/QtAtomCompShift.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -77,6 +78,12 @@ BaseQtAtom* makeSync(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
     return new QtAtomSampleSync(parent, true, prototype->getId());
 }
 BaseQtAtom* makeCompTime(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompTime(parent); }
+BaseQtAtom* makeCompShift(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomCompShift(parent); }
+// A 'uuid' is this library's composition seed, or any other writer's bytes kept as they are.
+BaseQtAtom* makeUuid(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
+    if (QtAtomCompSeed::isSeed(prototype, parent)) return new QtAtomCompSeed(parent);
+    return makeKeptBytes(prototype, parent);
+}
 BaseQtAtom* makeSampleDepend(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomSampleDepend(parent); }
 BaseQtAtom* makeDataRefHdr(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataRefHdr(parent); }
 BaseQtAtom* makeDataAlias(BaseQtAtom const*, BaseQtAtom const* parent) { return new QtAtomDataAlias(parent); }
@@ -156,7 +163,8 @@ constexpr FactoryRow kFactoryTable[] = {
     {qtId("stss"), makeSync},
     {qtId("stps"), makeSync},
     {qtId("ctts"), makeCompTime},
-    {qtId("cslg"), makeKeptBytes},
+    {qtId("cslg"), makeCompShift},
+    {qtId("uuid"), makeUuid},
     {qtId("stsd"), makeSampleDesc},
     {qtId("dref"), makeDataRefHdr},
     {qtId("alis"), makeDataAlias},

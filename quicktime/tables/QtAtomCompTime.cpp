@@ -6,6 +6,9 @@
 #include "framework/FixedPoint.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomCompSeed.h"
+#include "quicktime/tables/QtAtomCompShift.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
@@ -67,6 +70,30 @@ void QtAtomCompTime::SparseArray::update(DiskIterator const& iterator) {
     set(iterator.getSparseIdx(), iterator.getSparse());
 }
 
+unsigned int QtAtomCompTime::SparseArray::store(std::vector<std::pair<unsigned int, Sparse>> const& found) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    unsigned int replaced = 0;
+    for (auto const& [slot, sparse] : found) {
+        if (slot >= m_slots.size()) m_slots.resize(static_cast<size_t>(slot) + 1);
+        Sparse& held = m_slots[slot];
+        if (held.valid() && !(held == sparse)) ++replaced;
+        held = sparse;
+    }
+    return replaced;
+}
+
+long QtAtomCompTime::SparseArray::findValid(unsigned int slot, Sparse& out) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_slots.empty()) return -1;
+    for (long k = std::min<long>(slot, static_cast<long>(m_slots.size()) - 1); k >= 0; --k) {
+        if (m_slots[static_cast<size_t>(k)].valid()) {
+            out = m_slots[static_cast<size_t>(k)];
+            return k;
+        }
+    }
+    return -1;
+}
+
 QtAtomCompTime::SparseSeed::SparseSeed(SparseSeed const& other) { *this = other; }
 
 QtAtomCompTime::SparseSeed& QtAtomCompTime::SparseSeed::operator=(SparseSeed const& other) {
@@ -104,6 +131,9 @@ void QtAtomCompTime::DiskIterator::seek(Sparse const& sparse) {
     m_diskIdx = sparse.diskIdx;
     m_position = sparse.count;
     m_sample = sparse.sample;
+    // The anchor is the sample before the zero run that ends at the cursor; a run reaching back to
+    // sample 0 reads the same either way, since the distance is capped by the sample number.
+    m_zerosBefore = sparse.sample > sparse.anchor ? sparse.sample - sparse.anchor - 1 : 0;
     m_sparse.invalidate();
 }
 
@@ -119,37 +149,36 @@ bool QtAtomCompTime::DiskIterator::operator++(int) {
     if (entry.count == 0) return false;
     m_sparse.invalidate();
     if (m_position < entry.count) {
+        stepOver(entry);
         ++m_position;
-        ++m_sample;
         return true;
     }
     if (m_position > entry.count) {
-        // The cursor was placed past the end of its run (an anchor that no longer matches the
-        // table): it goes on from the next entry.
+        // The cursor was placed past the end of its run: the recorder rewrote the tail under an
+        // anchor (a reference split off a run it had joined). The sample now lies in the next entry;
+        // the anchor is corrected there and the cursor goes on from it.
         ++m_diskIdx;
         if (onSparse()) {
             m_position = 1;
             m_sparse = Sparse(m_diskIdx, 1, m_sample, getAnchor());
         }
+        entry = getEntry();
     }
     if (m_diskIdx + 1 >= size) return false;
+    stepOver(entry);
     m_position = 1;
     ++m_diskIdx;
-    ++m_sample;
     return m_array.elementAt(m_diskIdx, m_agent).count != 0;
+}
+
+void QtAtomCompTime::DiskIterator::stepOver(DiskEntry const& current) {
+    m_zerosBefore = zeroShifted(current) ? m_zerosBefore + 1 : 0;
+    ++m_sample;
 }
 
 unsigned int QtAtomCompTime::DiskIterator::getDependOff() const {
     if (m_diskIdx >= m_array.getVirtualSize()) return 1;
-    DiskEntry entry = m_array.elementAt(m_diskIdx, m_agent);
-    if (entry.count > 1 && m_position > 1 && !zeroShifted(entry)) return 1;
-    unsigned int depend = m_position;
-    for (unsigned int i = m_diskIdx; i-- > 0;) {
-        DiskEntry earlier = m_array.elementAt(i, m_agent);
-        if (!zeroShifted(earlier)) break;
-        depend += earlier.count;
-    }
-    return depend;
+    return m_zerosBefore + 1;
 }
 
 QtAtomCompTime::Sparse QtAtomCompTime::DiskIterator::getSparse() const {
@@ -164,7 +193,8 @@ QtAtomCompTime::QtAtomCompTime(BaseQtAtom const* parent)
     : BaseQtAtom(kCttsId, parent, kHeadSize + kInMemoryEntries * kEntrySize),
       m_cacheAnchor(static_cast<BaseQtAtom const*>(this), &BaseQtAtom::reportTableBytes),
       m_array("ctts"),
-      m_diskIterator(m_array, 0, nullptr) {
+      m_diskIterator(m_array, 0, nullptr),
+      m_cttsCache(*this) {
     m_array.setIoPrep(ioPrep);
     m_array.setStorageCallback(&m_cacheAnchor);
     registerVirtualBase(m_array);
@@ -232,6 +262,10 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
         }
     }
     m_nEntries.store(count, std::memory_order_release);
+    {
+        std::lock_guard<std::mutex> lock(m_absolute.mutex);
+        m_absolute.base = 0xFFFFFFFFu;
+    }
     QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return true;
@@ -381,10 +415,34 @@ QtAtomCompTime::SparseSeed const& QtAtomCompTime::getSeed(unsigned int nSamples)
 
 void QtAtomCompTime::setSeed(SparseSeed const& seed) const {
     m_sparseSeed = seed;
+    applySeed(seed);
+}
+
+void QtAtomCompTime::applySeed(SparseSeed const& seed) const {
     if (seed.used == 0) return;
     unsigned int step = std::max(seed.interval >> 8, 1u);
     m_sparse.grow((seed.used - 1u) * step + 1);
     for (unsigned int i = 0; i < seed.used && i < seed.nEntries; ++i) m_sparse.set(i * step, seed.slots[i]);
+}
+
+void QtAtomCompTime::loadKeptSeed() const {
+    std::call_once(m_seedLoaded, [this] {
+        if (quicktimeDbg.on(QtDbgIgnoreCttsSparseSeedV2)) return;
+        QtAtomCompSeed const* kept = QtAtomCompSeed::findFor(*this);
+        auto const* stsz = dynamic_cast<QtAtomSampleSize const*>(findSibling(qtId("stsz"), 0));
+        if (!kept || !kept->matches(getNumEntries(), stsz ? stsz->getSampleCount() : 0)) return;
+        // Only the leading slots that can be anchors of this table are taken; a walk checks each
+        // against the table again before it starts from it.
+        SparseSeed const& seed = kept->getSeed();
+        SparseSeed usable(seed);
+        unsigned int used = 0;
+        while (used < seed.used && seed.interval == kSeedInterval &&
+               seed.slots[used].sample == used * kSeedInterval && seed.slots[used].valid() &&
+               seed.slots[used].diskIdx < getNumEntries() && seed.slots[used].anchor <= seed.slots[used].sample)
+            ++used;
+        usable.used = static_cast<uint16_t>(used);
+        applySeed(usable);
+    });
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -421,12 +479,12 @@ QtAtomSampleSync const* QtAtomCompTime::getStpsSlow() const {
     return cacheFound(m_stps, findSiblingAs<QtAtomSampleSync>(this, qtId("stps")));
 }
 
-BaseQtAtom const* QtAtomCompTime::getCslg() const {
-    BaseQtAtom const* cslg = m_cslg.load(std::memory_order_relaxed);
+QtAtomCompShift const* QtAtomCompTime::getCslg() const {
+    QtAtomCompShift const* cslg = m_cslg.load(std::memory_order_relaxed);
     return cslg ? cslg : getCslgSlow();
 }
-BaseQtAtom const* QtAtomCompTime::getCslgSlow() const {
-    return cacheFound(m_cslg, findSibling(qtId("cslg"), 0));
+QtAtomCompShift const* QtAtomCompTime::getCslgSlow() const {
+    return cacheFound(m_cslg, findSiblingAs<QtAtomCompShift>(this, QtAtomCompShift::kCslgId));
 }
 
 QtAtomSampleDepend const* QtAtomCompTime::getSdtp() const {

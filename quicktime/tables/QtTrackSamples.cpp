@@ -74,21 +74,27 @@ void QtTrackSamples::Iterator::seekTimes() {
 }
 
 void QtTrackSamples::Iterator::seekComposition() {
-    QtAtomCompTime const* ctts = m_table.getCtts();
-    if (!ctts) return;
-    unsigned long before = 0;
-    unsigned int entries = ctts->getNumEntries();
-    for (m_cttsIndex = 0; m_cttsIndex < entries; ++m_cttsIndex) {
-        QtAtomCompTime::DiskEntry entry = ctts->getEntry(m_cttsIndex, m_agent);
-        if (m_sample < before + entry.count) {
-            m_cttsOffset = entry.offset;
-            m_cttsLeft = static_cast<unsigned int>(before + entry.count - m_sample);
-            return;
+    m_ctts = m_table.getCtts();
+    if (!m_ctts || m_ctts->getStss() || m_ctts->getStps()) return;
+    m_cursor.emplace(m_ctts->getArray(), 0, m_agent);
+    m_cursorOn = m_ctts->seekSample(*m_cursor, m_sample, m_agent);
+}
+
+// The raw offset of the current sample (0 past the table), answered by the unit's frame set, or by
+// the cursor, which then moves on to the next sample.
+int QtTrackSamples::Iterator::compositionOffset() {
+    if (!m_ctts) return 0;
+    if (!m_cursor) {
+        if (!m_frames || !m_frames->canHold(m_sample)) {
+            m_frames.reset();  // so that the agent's set is recycled for the next unit
+            m_frames = m_ctts->getFrameSet(m_sample, m_agent);
         }
-        before += entry.count;
+        return m_frames && m_frames->holds(m_sample) ? m_frames->getType(m_sample).offset : 0;
     }
-    m_cttsOffset = 0;
-    m_cttsLeft = 0;
+    if (!m_cursorOn) return 0;
+    int offset = m_cursor->getOffset();
+    m_cursorOn = (*m_cursor)++;
+    return offset;
 }
 
 bool QtTrackSamples::Iterator::next(QtSampleInfo& info) {
@@ -98,7 +104,7 @@ bool QtTrackSamples::Iterator::next(QtSampleInfo& info) {
     info.offset = m_offset;
     info.size = m_table.getStsz()->getSampleSize(static_cast<unsigned int>(m_sample), 1, m_agent);
     info.dts = m_dts;
-    info.pts = static_cast<long>(m_dts) + m_cttsOffset;
+    info.pts = static_cast<long>(m_dts) + compositionOffset();
     info.key = stss ? stss->isKey(m_sample, m_agent) : true;
     info.descIndex = m_chunkSet.m_descIndex;
 
@@ -115,14 +121,6 @@ bool QtTrackSamples::Iterator::next(QtSampleInfo& info) {
             m_sttsDuration = stts->getEntry(m_sttsIndex).duration;
             m_sttsLeft = stts->getEntry(m_sttsIndex).count;
         }
-    }
-    if (m_cttsLeft > 0 && --m_cttsLeft == 0) {
-        QtAtomCompTime const* ctts = m_table.getCtts();
-        QtAtomCompTime::DiskEntry entry;
-        while (++m_cttsIndex < ctts->getNumEntries() && (entry = ctts->getEntry(m_cttsIndex, m_agent)).count == 0) {
-        }
-        m_cttsOffset = m_cttsIndex < ctts->getNumEntries() ? entry.offset : 0;
-        m_cttsLeft = m_cttsIndex < ctts->getNumEntries() ? entry.count : 0;
     }
     return true;
 }

@@ -1,15 +1,18 @@
 // QtTrackSamples answers, for one track, where each sample lies and when it is shown: file offset,
 // size, decode time, composition time and whether it is a key frame. It combines the track's tables
 // through its QtSampleTable. A single answer positions a cursor once (a chunk lookup, the sizes
-// before the sample in its chunk, a walk over the run-length time tables); an Iterator then walks
-// on in order at constant cost per sample, keeping its chunk set and its place in every table.
+// before the sample in its chunk, a walk over the time-to-sample runs, the composition offsets from
+// the nearest anchor of their table); an Iterator then walks on in order at constant cost per
+// sample, keeping its chunk set, its place in every table and the frame set of its unit.
 //
 // Threads: the tables are shared; each reader passes its own FileIoClientRec (agent) so that the
 // pages read for it do not disturb another reader's.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
+#include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtChunkSet.h"
 #include "quicktime/tables/QtSampleTable.h"
 
@@ -68,10 +71,13 @@ public:
         unsigned int m_sttsLeft = 0;
         unsigned int m_sttsDuration = 0;
         unsigned long m_dts = 0;
-        // Place in the composition offset runs (none without a table).
-        unsigned int m_cttsIndex = 0;
-        unsigned int m_cttsLeft = 0;
-        int m_cttsOffset = 0;
+        // The composition offsets (none without a table): the frame set of the current unit, or for
+        // a table without sync tables a cursor placed through the table's anchors.
+        int compositionOffset();
+        QtAtomCompTime const* m_ctts = nullptr;
+        AutoReleasePtr<QtAtomCompTime::FrameSet> m_frames;
+        std::optional<QtAtomCompTime::DiskIterator> m_cursor;
+        bool m_cursorOn = false;
     };
 
 private:
