@@ -22,6 +22,14 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
     return false;
 }
 
+unsigned long heldSize(BaseQtAtom const& atom) {
+    AutoRefPtr<BasicFileIO> file = atom.getRootFp();
+    if (!file) return atom.getSize();
+    unsigned long length = file->length();
+    unsigned long offset = atom.getFileOffset();
+    return offset < length ? std::min(atom.getSize(), length - offset) : 0;
+}
+
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
     unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
     if (consumed < atom.getSize())

@@ -53,6 +53,11 @@ public:
         bool seekChunk();
         void seekTimes();
         void seekComposition();
+        // Adds samples x duration to the decode time, noting an overflow instead of wrapping.
+        void addTime(unsigned long samples, unsigned int duration);
+        // Sets the sample's display time; false, with a warning, when its times overflow or its
+        // bytes are not in the file (the tables are damaged and the walk ends there).
+        bool sampleIsSound(QtSampleInfo& info);
 
         QtSampleTable const& m_table;
         FileIoClientRec* m_agent;
@@ -68,6 +73,8 @@ public:
         unsigned int m_sttsLeft = 0;
         unsigned int m_sttsDuration = 0;
         unsigned long m_dts = 0;
+        bool m_timeOverflow = false;
+        unsigned long m_fileLength = 0;
         // Place in the composition offset runs (none without a table).
         unsigned int m_cttsIndex = 0;
         unsigned int m_cttsLeft = 0;

@@ -12,6 +12,7 @@
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtSampleTable.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
@@ -23,6 +24,7 @@ struct TrackInfo {
     QtAtomIdType codec = 0;
     std::optional<double> duration;
     std::optional<unsigned int> sampleCount;
+    std::string noSamples;  // why the track lists no samples, when it does not
     // video
     std::optional<unsigned int> width, height;
     std::optional<std::string> pixelAspect, primaries, transfer, matrix, fieldOrder;
@@ -145,6 +147,13 @@ TrackInfo describeTrack(QtAtomRoot const& root, BaseQtAtom const* trak, unsigned
         info.handler = hdlr->getComponentSubtype();
     if (auto const* stsz = dynamic_cast<QtAtomSampleSize const*>(trak->findAtom("mdia.minf.stbl.stsz", 0)))
         info.sampleCount = stsz->getSampleCount();
+    if (auto const* media = dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0))) {
+        QtSampleTable tables(media);
+        tables.validate();
+        info.noSamples = tables.whyNoSamples();
+    } else {
+        info.noSamples = "no 'mdia'";
+    }
 
     auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(trak->findAtom("mdia.minf.stbl.stsd", 0));
     QtSampleDesc const* desc = stsd ? stsd->getDesc(1) : nullptr;
@@ -244,6 +253,7 @@ std::string text(std::vector<TrackInfo> const& tracks) {
         out += ": " + idText(track.handler) + " " + idText(track.codec);
         if (track.duration) out += ", " + durationText(*track.duration) + " s";
         if (track.sampleCount) out += ", " + std::to_string(*track.sampleCount) + " samples";
+        if (!track.noSamples.empty()) out += " (no samples: " + track.noSamples + ")";
         out += "\n";
         if (track.width) {
             out += "  video " + std::to_string(*track.width) + "x" + std::to_string(*track.height);
