@@ -92,7 +92,7 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
     m_nEntries = decodeUint32(buffer);
     m_damagedCount = 0;
     unsigned long consumed = buffer.bufferOffset() - start;
-    unsigned long held = QtTableBody::heldSize(*this);
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
     unsigned long room = held > consumed ? (held - consumed) / entryBytes() : 0;
     unsigned int slots = static_cast<unsigned int>(std::min(room, kMaxCount));
     // A count larger than the room empties the table; the room stays reserved.

@@ -46,7 +46,7 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
     m_nEntries = decodeUint32(buffer);
     m_damagedCount = 0;
     unsigned long consumed = buffer.bufferOffset() - start;
-    unsigned long held = QtTableBody::heldSize(*this);
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
     if (isFixed()) {
         m_sizes.setVirtualSize(0);
     } else {

@@ -331,7 +331,7 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long held = QtTableBody::heldSize(*this);
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
     unsigned long capacity = std::min((held > head ? held - head : 0) / 4, kMaxUint32);
     if (count > capacity) count = 0;  // a count the atom cannot hold: an empty table
     m_array.setActiveSize(0);

@@ -22,12 +22,15 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
     return false;
 }
 
-unsigned long heldSize(BaseQtAtom const& atom) {
+unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
     AutoRefPtr<BasicFileIO> file = atom.getRootFp();
     if (!file) return atom.getSize();
-    unsigned long length = file->length();
     unsigned long offset = atom.getFileOffset();
-    return offset < length ? std::min(atom.getSize(), length - offset) : 0;
+    unsigned long length = file->length();
+    unsigned long held = offset < length ? length - offset : 0;
+    // An atom decoded from bytes that are not (yet) in the file is held by the buffer.
+    if (buffer.fileOffset() >= offset) held = std::max(held, buffer.fileOffset() - offset + buffer.nOccupied());
+    return std::min(atom.getSize(), held);
 }
 
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {

@@ -57,6 +57,8 @@ inline Bytes videoDescriptions(Bytes const& extensions) {
     fields[33 - 8] = 0x80;
     fields[34 - 8] = 0x01;               // height 480
     fields[35 - 8] = 0xE0;
+    fields[75] = 24;                     // depth
+    fields[76] = fields[77] = 0xFF;      // no colour table
     entry.insert(entry.end(), fields.begin(), fields.end());
     entry.insert(entry.end(), extensions.begin(), extensions.end());
     return atomBytes("stsd", concat({words({0, 1}), entry}));

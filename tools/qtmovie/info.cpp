@@ -294,6 +294,7 @@ int runInfo(std::vector<std::string> const& args) {
         if (trak->getId() == qtId("trak"))
             tracks.push_back(describeTrack(*root, trak, static_cast<unsigned int>(tracks.size())));
     std::string output = asJson ? json(tracks) : text(tracks);
+    if (tracks.empty() && !asJson) output = path + ": no tracks\n";
     fputs(output.c_str(), stdout);
     fflush(stdout);
     return 0;
