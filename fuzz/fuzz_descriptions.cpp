@@ -22,7 +22,8 @@ void askDescriptions(std::string const& path) {
             (void)extensions.toString();
             (void)extensions.getNumFields(1);
             (void)extensions.isLittleEndian(false);
-            for (char const* type : {"pasp", "colr", "fiel", "clap", "avcC", "esds"}) (void)extensions.findAtom(qtId(type));
+            for (QtAtomIdType type : {qtId("pasp"), qtId("colr"), qtId("fiel"), qtId("clap"), qtId("avcC")})
+                (void)extensions.findAtom(type);
         }
         if (QtAudioSampleDesc const* audio = stsd->getAudioDesc(n)) (void)audio->getExtensions().toString();
     }

@@ -1,7 +1,7 @@
 // Makes the starting inputs of the fuzz targets from real movies: each movie with its media data
 // cut to 256 bytes (for fuzz_movie), the 'stbl' body of each track (fuzz_tables), the handler and
 // 'stsd' body of each track (fuzz_descriptions), and each alias record with two paths in front
-// (fuzz_alias).
+// (fuzz_alias; the movies hold none with a record, so records are also made for a few paths).
 //   make_seeds OUTDIR MOVIE...   writes OUTDIR/{movie,tables,descriptions,alias}/
 #include <sys/stat.h>
 
@@ -11,6 +11,9 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "framework/QtAtomBuffer.h"
+#include "quicktime/refs/QtAliasRecord.h"
 
 namespace {
 
@@ -66,6 +69,35 @@ void walk(Bytes const& b, size_t from, size_t to, Visit const& visit) {
     }
 }
 
+// The two paths fuzz_alias reads first: a backslash doubled, each path ended by a backslash and
+// another character.
+Bytes pathsFor(std::string const& movie, std::string const& target) {
+    std::string text;
+    for (std::string const& path : {movie, target}) {
+        for (char c : path) text += c == '\\' ? std::string("\\\\") : std::string(1, c);
+        text += "\\;";
+    }
+    return Bytes(text.begin(), text.end());
+}
+
+void saveMadeRecords(std::string const& dir) {
+    char const* pairs[][2] = {{"/Users/editor/Movies/cut.mov", "/Users/editor/Media/clip 01.mov"},
+                              {"/Volumes/Media/show/edit.mov", "/Volumes/Archive/show/a/b/take.mov"},
+                              {"C:\\Projects\\edit.mov", "D:\\Media\\take.mov"},
+                              {"movie.mov", "../media/sound.wav"}};
+    int n = 0;
+    for (auto const& pair : pairs) {
+        QtAliasRecord record;
+        if (!record.setPath(pair[0], pair[1])) continue;
+        Bytes bytes(150 + record.getVariableSize());
+        QtAtomBuffer buffer(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Empty);
+        if (!record.encode(buffer)) continue;
+        Bytes seed = pathsFor(pair[0], pair[1]);
+        seed.insert(seed.end(), bytes.begin(), bytes.begin() + buffer.nOccupied());
+        save(dir + "/made." + std::to_string(++n), seed);
+    }
+}
+
 unsigned char handlerIndex(std::string const& subtype) {
     char const* handlers[] = {"vide", "soun", "tmcd", "text", "sbtl", "m2v ", "hint", "meta"};
     for (unsigned char i = 0; i < 8; ++i)
@@ -98,10 +130,12 @@ int main(int argc, char** argv) {
             cut.insert(cut.end(), whole.begin(), whole.end());
         }
         save(out + "/movie/" + name, cut);
-        std::string subtype = "vide";
+        std::string subtype;
         int track = 0;
         walk(b, 0, b.size(), [&](Atom const& a) {
-            if (a.type == "hdlr" && a.size >= a.header + 16)
+            if (a.type == "trak") subtype.clear();
+            // The media handler comes first; the data handler of 'minf' says nothing of the media.
+            if (a.type == "hdlr" && a.size >= a.header + 16 && subtype.empty())
                 subtype = std::string(b.begin() + a.offset + a.header + 8, b.begin() + a.offset + a.header + 12);
             if (a.type == "stbl") save(out + "/tables/" + name + "." + std::to_string(++track), bodyOf(b, a));
             if (a.type == "stsd" && a.size > a.header + 4) {
@@ -110,13 +144,13 @@ int main(int argc, char** argv) {
                 save(out + "/descriptions/" + name + "." + std::to_string(track), seed);
             }
             if (a.type == "alis" && a.size > a.header + 4) {
-                std::string paths = "/Users/editor/Movies/cut.mov\\;../Media/clip 01.mov\\;";
-                Bytes seed(paths.begin(), paths.end());
+                Bytes seed = pathsFor("/Users/editor/Movies/cut.mov", "../Media/clip 01.mov");
                 seed.insert(seed.end(), b.begin() + a.offset + a.header + 4, b.begin() + a.offset + a.size);
                 save(out + "/alias/" + name + "." + std::to_string(++made), seed);
             }
         });
     }
+    saveMadeRecords(out + "/alias");
     printf("seeds for %d movies in %s\n", argc - 2, out.c_str());
     return 0;
 }

@@ -23,12 +23,13 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
 }
 
 unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
-    AutoRefPtr<BasicFileIO> file = atom.getRootFp();
-    if (!file) return atom.getSize();
     unsigned long offset = atom.getFileOffset();
-    unsigned long length = file->length();
-    unsigned long held = offset < length ? length - offset : 0;
-    // An atom decoded from bytes that are not (yet) in the file is held by the buffer.
+    unsigned long held = 0;
+    if (AutoRefPtr<BasicFileIO> file = atom.getRootFp()) {
+        unsigned long length = file->length();
+        held = offset < length ? length - offset : 0;
+    }
+    // An atom decoded from bytes that are not (or not yet) in a file is held by the buffer.
     if (buffer.fileOffset() >= offset) held = std::max(held, buffer.fileOffset() - offset + buffer.nOccupied());
     return std::min(atom.getSize(), held);
 }

@@ -4,7 +4,6 @@
 
 #include "framework/BasicFileIO.h"
 #include "framework/Messages.h"
-
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
