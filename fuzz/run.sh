@@ -15,7 +15,7 @@ if ! command -v clang++ >/dev/null; then
   sudo_cmd=""
   [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
   $sudo_cmd apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends clang >/dev/null
+  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends clang libclang-rt-dev >/dev/null
 fi
 
 build=build-fuzz
@@ -33,7 +33,7 @@ run() {
   mkdir -p "$build/corpus/$target"
   local status=0
   "$build/$target" "$build/corpus/$target" "$seeds/$kind" -dict=fuzz/atoms.dict -max_total_time="$seconds" \
-    -max_len=65536 -timeout=10 -rss_limit_mb=1024 -malloc_limit_mb=512 -print_final_stats=1 \
+    -max_len=65536 -timeout=25 -rss_limit_mb=1024 -malloc_limit_mb=512 -print_final_stats=1 \
     -artifact_prefix="$build/artifacts/$target-" >"$build/$target.log" 2>&1 || status=$?
   local execs cov
   execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$build/$target.log" | grep -o '[0-9]*$' || true)
