@@ -120,7 +120,8 @@ bool BaseQtAtom::decode(QtAtomBuffer& buffer) {
         m_decoded = valid;
         return valid;
     }
-    if (m_size < 8) {
+    // Smaller than its own header (a wide header counts 16 bytes): no atom can be made of it.
+    if (m_size < m_headerSize) {
         m_id = 0;
         valid = false;
     }
@@ -161,11 +162,7 @@ void BaseQtAtom::setOffset(unsigned long offset) const {
 
 // ---------------------------------------------------------------- tree links
 
-BaseQtAtom const* BaseQtAtom::getLastChild() const {
-    BaseQtAtom const* child = m_child;
-    while (child && child->m_sibling) child = child->m_sibling;
-    return child;
-}
+BaseQtAtom const* BaseQtAtom::getLastChild() const { return m_lastChild; }
 
 void BaseQtAtom::addToAncestors(long delta) const {
     for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) {
@@ -183,13 +180,15 @@ void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
     BaseQtAtom* c = child->nonConst();
     c->m_parent = this;
     c->m_sibling = nullptr;
-    if (BaseQtAtom const* last = getLastChild()) {
+    c->m_previous = m_lastChild;
+    if (BaseQtAtom const* last = m_lastChild) {
         c->m_fileOffset = last->m_fileOffset + last->m_size;
         last->nonConst()->m_sibling = child;
     } else {
         c->m_fileOffset = m_fileOffset + getFixedSize();
         nonConst()->m_child = child;
     }
+    nonConst()->m_lastChild = child;
 }
 
 void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
@@ -197,6 +196,11 @@ void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
     s->m_parent = m_parent;
     s->m_fileOffset = m_fileOffset + m_size;
     s->m_sibling = m_sibling;
+    s->m_previous = this;
+    if (m_sibling)
+        m_sibling->nonConst()->m_previous = sibling;
+    else if (m_parent && m_parent->m_lastChild == this)
+        m_parent->nonConst()->m_lastChild = sibling;
     nonConst()->m_sibling = sibling;
 }
 
@@ -205,32 +209,32 @@ void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
     s->m_parent = m_parent;
     s->m_fileOffset = m_fileOffset;
     s->m_sibling = this;
-    if (m_parent && m_parent->m_child == this) {
+    s->m_previous = m_previous;
+    if (m_previous)
+        m_previous->nonConst()->m_sibling = sibling;
+    else if (m_parent && m_parent->m_child == this)
         m_parent->nonConst()->m_child = sibling;
-    } else if (m_parent) {
-        BaseQtAtom const* before = m_parent->m_child;
-        while (before && before->m_sibling != this) before = before->m_sibling;
-        if (before) before->nonConst()->m_sibling = sibling;
-    }
-    nonConst()->m_fileOffset += sibling->m_size;
+    BaseQtAtom* self = nonConst();
+    self->m_previous = sibling;
+    self->m_fileOffset += sibling->m_size;
 }
 
 void BaseQtAtom::removeSelf(bool absorbSize) const {
-    if (m_parent) {
-        if (m_parent->m_child == this) {
-            m_parent->nonConst()->m_child = m_sibling;
-        } else {
-            BaseQtAtom const* before = m_parent->m_child;
-            while (before && before->m_sibling != this) before = before->m_sibling;
-            if (before) before->nonConst()->m_sibling = m_sibling;
-        }
-    }
+    if (m_previous)
+        m_previous->nonConst()->m_sibling = m_sibling;
+    else if (m_parent && m_parent->m_child == this)
+        m_parent->nonConst()->m_child = m_sibling;
     if (m_sibling) {
         BaseQtAtom* next = m_sibling->nonConst();
+        next->m_previous = m_previous;
         next->m_fileOffset = m_fileOffset;
         if (absorbSize) next->m_size += m_size;
+    } else if (m_parent && m_parent->m_lastChild == this) {
+        m_parent->nonConst()->m_lastChild = m_previous;
     }
-    nonConst()->m_sibling = nullptr;
+    BaseQtAtom* self = nonConst();
+    self->m_sibling = nullptr;
+    self->m_previous = nullptr;
 }
 
 // ---------------------------------------------------------------- lookups

@@ -49,8 +49,22 @@ void QtAtomReader::readLevel(BasicFileIO& file, BaseQtAtom const* parent, unsign
                          static_cast<long>(end - offset), parent->getAtomPath().get(), static_cast<long>(offset));
             return;
         }
+        // An atom that reaches the end of its level (or, cut short, beyond it) is the last one.
+        if (atom->getSize() >= end - offset) return;
         offset += atom->getSize();
     }
+}
+
+bool QtAtomReader::sizeIsPossible(BaseQtAtom const& prototype, BaseQtAtom const* parent) {
+    char const* problem = nullptr;
+    if (prototype.getHeaderSize() == 16 && prototype.getSize() < 16)
+        problem = "is smaller than its 16-byte header";
+    else if (prototype.getSize() > kMaxAtomSize)
+        problem = "is larger than any file";
+    if (!problem) return true;
+    warningMsg("%s: 64-bit atom size %lu at offset %lu %s; the rest of %s is not read\n", parent->getMoviePath(),
+               prototype.getSize(), prototype.getFileOffset(), problem, parent->getAtomPath().get());
+    return false;
 }
 
 BaseQtAtom* QtAtomReader::readOne(BasicFileIO& file, BaseQtAtom const* parent, unsigned long offset,
@@ -63,6 +77,7 @@ BaseQtAtom* QtAtomReader::readOne(BasicFileIO& file, BaseQtAtom const* parent, u
     BaseQtAtom prototype;
     prototype.m_parent = parent;  // lets the header decode find the root and its file; not linked
     prototype.decode(buffer);
+    if (!sizeIsPossible(prototype, parent)) return nullptr;
     BaseQtAtom* actual = prototype.createActual(parent);
     if (!actual) return nullptr;
 
@@ -81,9 +96,14 @@ BaseQtAtom* QtAtomReader::readOne(BasicFileIO& file, BaseQtAtom const* parent, u
     }
     bool container = actual->hasEncodedChildren();
     unsigned long fixed = actual->getFixedSize();
-    unsigned long needed = actual->needsAllData() ? size : std::min(size, fixed);
+    bool whole = actual->needsAllData();
+    unsigned long needed = whole ? size : std::min(size, fixed);
     bool tooSmall = size < fixed;
-    if (needed > available || tooSmall || (container && depth >= kMaxDepth) || needed > 0xFFFFFFFFul) {
+    if (whole && size > kMaxBuffered) {
+        warningMsg("%s: atom %s of %lu bytes is larger than the %lu bytes read at once; kept as it is, uninterpreted\n",
+                   parent->getMoviePath(), actual->getAtomPath().get(), size, kMaxBuffered);
+    }
+    if (needed > available || tooSmall || (container && depth >= kMaxDepth) || needed > kMaxBuffered) {
         if (tooSmall && quicktimeDbg.on(QtDbgAtomErrors))
             debugMsg("%s: atom %s too small for its fields: %ldb@%ld\n", parent->getMoviePath(),
                      actual->getAtomPath().get(), static_cast<long>(size), static_cast<long>(offset));

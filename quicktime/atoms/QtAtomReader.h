@@ -27,11 +27,19 @@ public:
 
     // Containers nested deeper than this are kept as uninterpreted atoms.
     static constexpr unsigned int kMaxDepth = 64;
+    // The most bytes of one atom that are read into memory at once. An atom that must be decoded
+    // whole and is larger (no real description, edit list or in-memory table comes near) is kept
+    // uninterpreted, with a warning, and copied byte for byte.
+    static constexpr unsigned long kMaxBuffered = 8ul << 20;
+    // No file is larger: a 64-bit size beyond it (or one that would wrap the offset) is garbage,
+    // and ends its level.
+    static constexpr unsigned long kMaxAtomSize = 0x7FFFFFFFFFFFFFFFul;
 
 private:
     static void readLevel(BasicFileIO& file, BaseQtAtom const* parent, unsigned long start, unsigned long end,
                           unsigned int depth);
     static BaseQtAtom* readOne(BasicFileIO& file, BaseQtAtom const* parent, unsigned long offset, unsigned long end,
                                unsigned int depth, QtAtomBuffer& buffer);
+    static bool sizeIsPossible(BaseQtAtom const& prototype, BaseQtAtom const* parent);
     static BaseQtAtom* keepUninterpreted(BaseQtAtom* actual, BaseQtAtom const* parent);
 };

@@ -50,6 +50,7 @@ void Qtx::Atom::appendSiblingLink(Atom* atom) {
     atom->m_parent = m_parent;
     atom->m_sibling = m_sibling;
     m_sibling = atom;
+    if (m_parent && m_parent->m_lastChild == this) m_parent->m_lastChild = atom;
 }
 
 Qtx::Atom const* Qtx::Atom::findChild(QtAtomIdType type) const {
@@ -97,13 +98,11 @@ void Qtx::Atom::appendChild(Atom* atom) {
     if (!atom) return;
     atom->m_parent = this;
     atom->m_sibling = nullptr;
-    if (!m_child) {
+    if (!m_child)
         m_child = atom;
-    } else {
-        Atom* last = m_child;
-        while (last->m_sibling) last = last->m_sibling;
-        last->m_sibling = atom;
-    }
+    else
+        m_lastChild->m_sibling = atom;
+    m_lastChild = atom;
     resetKeptSize();
 }
 
@@ -129,7 +128,9 @@ void Qtx::Atom::removeSelf() {
         Atom* before = m_parent->m_child;
         while (before && before->m_sibling != this) before = before->m_sibling;
         if (before) before->m_sibling = m_sibling;
+        if (before && m_parent->m_lastChild == this) m_parent->m_lastChild = before;
     }
+    if (m_parent->m_child == nullptr) m_parent->m_lastChild = nullptr;
     m_parent = nullptr;
     m_sibling = nullptr;
 }

@@ -110,6 +110,7 @@ private:
     Atom* m_parent = nullptr;   // not owned
     Atom* m_sibling = nullptr;  // owned
     Atom* m_child = nullptr;    // owned
+    Atom* m_lastChild = nullptr;  // the end of the child chain, so that an append costs no walk
     bool m_isRoot = false;
     QtPreserved m_trailing;
 };

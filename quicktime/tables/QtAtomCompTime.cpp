@@ -246,7 +246,8 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long room = getSize() - head;
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
+    unsigned long room = held > head ? held - head : 0;
     if (static_cast<unsigned long>(count) * kEntrySize > room) {
         count = 0;  // a count the atom cannot hold: an empty table
     } else {

@@ -1,5 +1,6 @@
 #include "quicktime/tables/QtAtomSampleChunk.h"
 
+#include <algorithm>
 #include <string>
 
 #include "framework/FormatStr.h"
@@ -26,14 +27,20 @@ bool QtAtomSampleChunk::decode(QtAtomBuffer& buffer) {
     unsigned int start = buffer.bufferOffset();
     bool ok = BaseQtAtom::decode(buffer);
     m_nEntries = 0;
+    m_damagedCount = 0;
     m_slots.assign(1, Entry());
     if (buffer.nOccupied() >= 8) {
         m_versionAndFlags.decode(buffer);
         unsigned int count = decodeUint32(buffer);
         unsigned long consumed = buffer.bufferOffset() - start;
-        unsigned long room = getSize() > consumed ? (getSize() - consumed) / kEntryBytes : 0;
-        // A count larger than the room (or than the bytes present) leaves the table empty.
-        if (count <= room && count <= buffer.nOccupied() / kEntryBytes) {
+        // The reader hands this atom over whole; a shorter buffer bounds the room all the same, so
+        // that slots are never made for entries that are not there.
+        unsigned long body = std::min<unsigned long>(getSize() > consumed ? getSize() - consumed : 0,
+                                                     buffer.nOccupied());
+        unsigned long room = body / kEntryBytes;
+        // A count larger than the room leaves the table empty.
+        if (count > room) m_damagedCount = count;
+        if (count <= room) {
             m_slots.assign(room + 1, Entry());
             m_nEntries = count;
             for (unsigned int i = 0; i < count; ++i) {

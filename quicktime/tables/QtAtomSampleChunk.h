@@ -50,6 +50,9 @@ public:
     QtAtomSampleChunk* write() const { return static_cast<QtAtomSampleChunk*>(BaseQtAtom::write()); }
 
     unsigned int getNumEntries() const { return m_nEntries; }
+    // The entry count the file gave when the atom could not hold that many (the table was then
+    // emptied), else 0: lets a reader say why a track shows no samples.
+    unsigned int getDamagedCount() const { return m_damagedCount; }
     // Entry i; slot n is the implied end entry.
     Entry getEntry(unsigned int index) const { return index < m_slots.size() ? m_slots[index] : Entry(); }
     unsigned int getCapacity() const { return static_cast<unsigned int>(m_slots.size()) - 1; }
@@ -93,4 +96,5 @@ private:
     bool m_lastEntryDiscovered = false;
     QtChunkSize m_chunkSize{1, 1, 0};
     unsigned int m_chunkCounter = 0;
+    unsigned int m_damagedCount = 0;
 };

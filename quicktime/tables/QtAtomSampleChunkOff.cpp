@@ -7,6 +7,7 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtTableBody.h"
 #include "quicktime/tables/QtTableText.h"
 
 namespace {
@@ -89,11 +90,16 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     m_nEntries = decodeUint32(buffer);
+    m_damagedCount = 0;
     unsigned long consumed = buffer.bufferOffset() - start;
-    unsigned long room = getSize() > consumed ? (getSize() - consumed) / entryBytes() : 0;
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
+    unsigned long room = held > consumed ? (held - consumed) / entryBytes() : 0;
     unsigned int slots = static_cast<unsigned int>(std::min(room, kMaxCount));
     // A count larger than the room empties the table; the room stays reserved.
-    if (m_nEntries > slots) m_nEntries = 0;
+    if (m_nEntries > slots) {
+        m_damagedCount = m_nEntries;
+        m_nEntries = 0;
+    }
     VirtualArrayBase& array = is64Bit() ? static_cast<VirtualArrayBase&>(m_offsets64) : m_offsets32;
     array.setVirtualSize(slots);
     bool onDisk = slots > VirtualArrayBase::kResidentLimit &&

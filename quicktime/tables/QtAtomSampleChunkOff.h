@@ -53,6 +53,9 @@ public:
     // Whether the offsets of the current type are disk-backed.
     bool isVirtual() const { return is64Bit() ? m_offsets64.isVirtual() : m_offsets32.isVirtual(); }
     unsigned int getNumChunks() const { return m_nEntries.load(std::memory_order_acquire); }
+    // The entry count the file gave when the atom could not hold that many (the table was then
+    // emptied), else 0: lets a reader say why a track shows no samples.
+    unsigned int getDamagedCount() const { return m_damagedCount; }
     // Slots of the current array.
     unsigned int nArrayEntries() const;
     unsigned int getHeadroom() const { return m_headroom; }
@@ -98,4 +101,5 @@ private:
     unsigned long m_lastOffset = 0;
     unsigned int m_headroom = 0;
     bool m_widenOnPlacement = false;
+    unsigned int m_damagedCount = 0;
 };

@@ -53,7 +53,8 @@ bool QtAtomSampleDepend::decode(QtAtomBuffer& buffer) {
         return false;
     }
     m_versionAndFlags.decode(buffer);
-    unsigned long room = std::min(getSize() - head, kMaxUint32);
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
+    unsigned long room = std::min(held > head ? held - head : 0, kMaxUint32);
     // The sample count comes from the 'stsz' decoded before this atom; a table that cannot hold
     // that many samples is dropped.
     if (getNumEntries() > room) {

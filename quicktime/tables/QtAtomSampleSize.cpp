@@ -5,6 +5,7 @@
 
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtTableBody.h"
 #include "quicktime/tables/QtTableText.h"
 
 namespace {
@@ -43,14 +44,17 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
     m_versionAndFlags.decode(buffer);
     m_decodedSampleSize = m_sampleSize = decodeUint32(buffer);
     m_nEntries = decodeUint32(buffer);
+    m_damagedCount = 0;
     unsigned long consumed = buffer.bufferOffset() - start;
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
     if (isFixed()) {
         m_sizes.setVirtualSize(0);
     } else {
-        unsigned long room = getSize() > consumed ? (getSize() - consumed) / kEntryBytes : 0;
+        unsigned long room = held > consumed ? (held - consumed) / kEntryBytes : 0;
         room = std::min(room, kMaxCount);
         if (m_nEntries > room) {
             // More sizes than the atom holds: a usable empty table of constant size 1.
+            m_damagedCount = m_nEntries;
             m_sizes.setVirtualSize(0);
             m_sampleSize = 1;
             m_nEntries = 0;

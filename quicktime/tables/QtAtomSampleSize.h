@@ -46,6 +46,9 @@ public:
     // The constant size of every sample; 0 for a table that lists each size.
     unsigned int getConstantSampleSize() const { return m_sampleSize; }
     unsigned int getSampleCount() const { return m_nEntries.load(std::memory_order_acquire); }
+    // The entry count the file gave when the atom could not hold that many (the table was then
+    // emptied), else 0: lets a reader say why a track shows no samples.
+    unsigned int getDamagedCount() const { return m_damagedCount; }
     // Slots reserved for sizes (0 for a constant table).
     unsigned int getCapacity() const { return m_sizes.getVirtualSize(); }
 
@@ -78,4 +81,5 @@ private:
     std::atomic<unsigned int> m_nEntries{0};
     VirtualArray<unsigned int> m_sizes{"stsz"};
     unsigned int m_sizeNeeded = 0;
+    unsigned int m_damagedCount = 0;
 };

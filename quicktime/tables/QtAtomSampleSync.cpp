@@ -331,7 +331,8 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long capacity = std::min((getSize() - head) / 4, kMaxUint32);
+    unsigned long held = QtTableBody::heldSize(*this, buffer);
+    unsigned long capacity = std::min((held > head ? held - head : 0) / 4, kMaxUint32);
     if (count > capacity) count = 0;  // a count the atom cannot hold: an empty table
     m_array.setActiveSize(0);
     logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(capacity)), "decode", QT_UTIL_FILE, 7110);

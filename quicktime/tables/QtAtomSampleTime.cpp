@@ -20,6 +20,7 @@ bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
     unsigned int start = buffer.bufferOffset();
     bool ok = BaseQtAtom::decode(buffer);
     m_entries.clear();
+    m_damagedCount = 0;
     if (buffer.nOccupied() >= 8) {
         m_versionAndFlags.decode(buffer);
         unsigned int count = decodeUint32(buffer);
@@ -31,6 +32,8 @@ bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
                 entry.count = decodeUint32(buffer);
                 entry.duration = decodeUint32(buffer);
             }
+        } else {
+            m_damagedCount = count;
         }
     }
     unsigned long used = buffer.bufferOffset() - start;

@@ -40,6 +40,9 @@ public:
     QtAtomSampleTime* write() const { return static_cast<QtAtomSampleTime*>(BaseQtAtom::write()); }
 
     unsigned int getNumEntries() const { return static_cast<unsigned int>(m_entries.size()); }
+    // The entry count the file gave when the atom could not hold that many (the table was then
+    // emptied), else 0: lets a reader say why a track shows no samples.
+    unsigned int getDamagedCount() const { return m_damagedCount; }
     Entry getEntry(unsigned int index) const { return index < m_entries.size() ? m_entries[index] : Entry(); }
 
     // The sample that plays at a media time, to the nearest sample (a half rounds up); past the end
@@ -64,4 +67,5 @@ private:
 
     QtVersionAndFlags m_versionAndFlags;
     std::vector<Entry> m_entries;
+    unsigned int m_damagedCount = 0;
 };

@@ -1,5 +1,7 @@
 #include "quicktime/tables/QtSampleTable.h"
 
+#include <string>
+
 #include "quicktime/atoms/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"
@@ -95,8 +97,9 @@ bool QtSampleTable::validate() {
     auto const* edts = dynamic_cast<QtAtomHeader const*>(firstChild(m_media->getParent(), qtId("edts")));
     auto const* elst = dynamic_cast<QtAtomEditList const*>(firstChild(edts, qtId("elst")));
     m_spare.reset();
-    if (!elst && mdhd && stts) {
-        makeSpareEditList(mdhd, edts);
+    if (!elst && mdhd && stts) makeSpareEditList(mdhd, edts);
+    // Without a track header no edit list is made up, and the table stays incomplete.
+    if (m_spare) {
         elst = dynamic_cast<QtAtomEditList const*>(m_spare->getId() == qtId("elst") ? m_spare.get()
                                                                                    : m_spare->getChild());
         if (!edts) edts = dynamic_cast<QtAtomHeader const*>(m_spare.get());
@@ -168,4 +171,27 @@ bool QtSampleTable::setAtoms(QtAtomSampleChunk const* stsc, QtAtomSampleSize con
 
 bool QtSampleTable::allAtomsDefined() const {
     return m_stsc && m_stsz && m_stsd && m_stco && m_stts && m_edts && m_elst && m_hdlr;
+}
+
+namespace {
+
+std::string damagedCount(char const* type, unsigned int count) {
+    return std::string("'") + type + "' claims " + std::to_string(count) + " entries, more than its atom holds";
+}
+
+}  // namespace
+
+std::string QtSampleTable::whyNoSamples() const {
+    if (!m_stsz) return "no 'stsz'";
+    if (m_stsz->getDamagedCount()) return damagedCount("stsz", m_stsz->getDamagedCount());
+    if (!m_stsc) return "no 'stsc'";
+    if (m_stsc->getDamagedCount()) return damagedCount("stsc", m_stsc->getDamagedCount());
+    if (!m_stco) return "no 'stco' or 'co64'";
+    if (m_stco->getDamagedCount()) return damagedCount(m_stco->idName().render(), m_stco->getDamagedCount());
+    if (!m_stts) return "no 'stts'";
+    if (m_stts->getDamagedCount()) return damagedCount("stts", m_stts->getDamagedCount());
+    if (m_stsz->getSampleCount() == 0) return "'stsz' lists 0 samples";
+    if (m_stco->getNumChunks() == 0) return "'" + std::string(m_stco->idName().render()) + "' lists 0 chunks";
+    if (m_stsc->getNumEntries() == 0) return "'stsc' has no entries";
+    return "";
 }

@@ -4,6 +4,8 @@
 // complete, and makes up a one-edit edit list for a track that has none.
 #pragma once
 
+#include <string>
+
 #include "framework/AutoPtr.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 
@@ -52,6 +54,9 @@ public:
     QtAtomHeader const* getEdts() const { return m_edts; }
     QtAtomEditList const* getElst() const { return m_elst; }
     QtAtomHandler const* getHdlr() const { return m_hdlr; }
+    // Why samples cannot be listed from these tables: the first of them that is missing or was
+    // emptied for a count larger than its atom, or that lists nothing; empty when none is.
+    std::string whyNoSamples() const;
     // The edts header or elst made up because the file had none (owned), or null.
     BaseQtAtom const* getSpareAtom() const { return m_spare.get(); }
 

@@ -22,6 +22,18 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
     return false;
 }
 
+unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
+    unsigned long offset = atom.getFileOffset();
+    unsigned long held = 0;
+    if (AutoRefPtr<BasicFileIO> file = atom.getRootFp()) {
+        unsigned long length = file->length();
+        held = offset < length ? length - offset : 0;
+    }
+    // An atom decoded from bytes that are not (or not yet) in a file is held by the buffer.
+    if (buffer.fileOffset() >= offset) held = std::max(held, buffer.fileOffset() - offset + buffer.nOccupied());
+    return std::min(atom.getSize(), held);
+}
+
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
     unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
     if (consumed < atom.getSize())

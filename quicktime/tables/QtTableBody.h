@@ -15,6 +15,11 @@ namespace QtTableBody {
 bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAtom, unsigned int n,
           unsigned char* out);
 
+// The bytes of the atom that are really there, in its file or in the buffer it is decoded from: its
+// size, or less when the file ends inside it. A table's room for entries is taken from this, so
+// that a count can never send a decode after entries that are not there.
+unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer);
+
 // Consumes what is left of the atom in the buffer, so that a table's entries never pass through it.
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer);
 

@@ -1,5 +1,9 @@
 #include "quicktime/tables/QtTrackSamples.h"
 
+#include <climits>
+
+#include "framework/BasicFileIO.h"
+#include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
@@ -32,6 +36,8 @@ bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoC
 
 QtTrackSamples::Iterator::Iterator(QtTrackSamples const& track, unsigned long first, FileIoClientRec* agent)
     : m_table(track.m_table), m_agent(agent), m_sample(first), m_count(track.getNumSamples()) {
+    AutoRefPtr<BasicFileIO> file = m_table.getMedia() ? m_table.getMedia()->getRootFp() : AutoRefPtr<BasicFileIO>();
+    m_fileLength = file ? file->length() : ~0ul;
     m_ok = track.valid() && first < m_count && seekChunk();
     if (!m_ok) return;
     seekTimes();
@@ -46,8 +52,16 @@ bool QtTrackSamples::Iterator::seekChunk() {
     m_chunkEnd = chunkFirst + m_chunkSet.m_samplesPerChunk;
     m_offset = m_table.getStco()->getChunkOffset(chunk, m_agent);
     QtAtomSampleSize const* stsz = m_table.getStsz();
-    for (unsigned long s = chunkFirst; s < m_sample; ++s)
-        m_offset += stsz->getSampleSize(static_cast<unsigned int>(s), 1, m_agent);
+    if (stsz->isFixed()) {
+        // Every sample before this one in the chunk has the same size: one product, however
+        // many samples the chunk claims.
+        unsigned long before = (m_sample - chunkFirst) * stsz->getConstantSampleSize();
+        if (__builtin_add_overflow(m_offset, before, &m_offset)) m_offset = ~0ul;
+    } else {
+        // Listed sizes are entries in the file, so this walk is bounded by what the file holds.
+        for (unsigned long s = chunkFirst; s < m_sample; ++s)
+            m_offset += stsz->getSampleSize(static_cast<unsigned int>(s), 1, m_agent);
+    }
     return true;
 }
 
@@ -60,17 +74,39 @@ void QtTrackSamples::Iterator::seekTimes() {
         if (m_sample < before + entry.count) {
             m_sttsDuration = entry.duration;
             m_sttsLeft = static_cast<unsigned int>(before + entry.count - m_sample);
-            m_dts += static_cast<unsigned long>(m_sample - before) * entry.duration;
+            addTime(m_sample - before, entry.duration);
             return;
         }
         before += entry.count;
-        m_dts += static_cast<unsigned long>(entry.count) * entry.duration;
+        addTime(entry.count, entry.duration);
     }
     // Past the table: the samples keep the last duration.
     QtAtomSampleTime::Entry last = stts->getEntry(stts->getNumEntries() ? stts->getNumEntries() - 1 : 0);
     m_sttsDuration = last.duration;
     m_sttsLeft = 0;
-    m_dts += (m_sample - before) * static_cast<unsigned long>(last.duration);
+    addTime(m_sample - before, last.duration);
+}
+
+void QtTrackSamples::Iterator::addTime(unsigned long samples, unsigned int duration) {
+    unsigned long span;
+    if (__builtin_mul_overflow(samples, static_cast<unsigned long>(duration), &span) ||
+        __builtin_add_overflow(m_dts, span, &m_dts))
+        m_timeOverflow = true;
+}
+
+bool QtTrackSamples::Iterator::sampleIsSound(QtSampleInfo& info, int compositionOffset) {
+    if (m_timeOverflow || m_dts > static_cast<unsigned long>(LONG_MAX) ||
+        __builtin_add_overflow(static_cast<long>(m_dts), static_cast<long>(compositionOffset), &info.pts)) {
+        warningMsg("%s: the time of sample %lu passes 2^63: its time tables are damaged; no later sample is read\n",
+                   m_table.getMedia()->getAtomPath().get(), m_sample);
+        return false;
+    }
+    if (info.offset > m_fileLength || info.size > m_fileLength - info.offset) {
+        warningMsg("%s: sample %lu (%u bytes at %lu) lies outside the file of %lu bytes; no later sample is read\n",
+                   m_table.getMedia()->getAtomPath().get(), m_sample, info.size, info.offset, m_fileLength);
+        return false;
+    }
+    return true;
 }
 
 void QtTrackSamples::Iterator::seekComposition() {
@@ -104,14 +140,17 @@ bool QtTrackSamples::Iterator::next(QtSampleInfo& info) {
     info.offset = m_offset;
     info.size = m_table.getStsz()->getSampleSize(static_cast<unsigned int>(m_sample), 1, m_agent);
     info.dts = m_dts;
-    info.pts = static_cast<long>(m_dts) + compositionOffset();
     info.key = stss ? stss->isKey(m_sample, m_agent) : true;
     info.descIndex = m_chunkSet.m_descIndex;
+    if (!sampleIsSound(info, compositionOffset())) {
+        m_ok = false;
+        return false;
+    }
 
     ++m_sample;
     m_offset += info.size;
     if (m_sample >= m_chunkEnd && m_sample < m_count && !seekChunk()) m_ok = false;
-    m_dts += m_sttsDuration;
+    addTime(1, m_sttsDuration);
     if (m_sttsLeft > 0 && --m_sttsLeft == 0) {
         QtAtomSampleTime const* stts = m_table.getStts();
         // Runs of zero samples are skipped.

@@ -56,6 +56,12 @@ public:
         bool seekChunk();
         void seekTimes();
         void seekComposition();
+        // Adds samples x duration to the decode time, noting an overflow instead of wrapping.
+        void addTime(unsigned long samples, unsigned int duration);
+        // Sets the sample's display time from its composition offset; false, with a warning, when
+        // its times overflow or its bytes are not in the file (the tables are damaged and the walk
+        // ends there).
+        bool sampleIsSound(QtSampleInfo& info, int compositionOffset);
 
         QtSampleTable const& m_table;
         FileIoClientRec* m_agent;
@@ -78,6 +84,8 @@ public:
         AutoReleasePtr<QtAtomCompTime::FrameSet> m_frames;
         std::optional<QtAtomCompTime::DiskIterator> m_cursor;
         bool m_cursorOn = false;
+        bool m_timeOverflow = false;
+        unsigned long m_fileLength = 0;
     };
 
 private:

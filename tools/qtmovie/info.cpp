@@ -24,6 +24,7 @@ struct TrackInfo {
     QtAtomIdType codec = 0;
     std::optional<double> duration;
     std::optional<unsigned int> sampleCount;
+    std::string noSamples;  // why the track lists no samples, when it does not
     // video
     std::optional<unsigned int> width, height;
     std::optional<std::string> pixelAspect, primaries, transfer, matrix, fieldOrder;
@@ -127,6 +128,13 @@ TrackInfo describeTrack(BaseQtAtom const* trak, unsigned int index) {
         info.handler = hdlr->getComponentSubtype();
     if (auto const* stsz = dynamic_cast<QtAtomSampleSize const*>(trak->findAtom("mdia.minf.stbl.stsz", 0)))
         info.sampleCount = stsz->getSampleCount();
+    if (auto const* media = dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0))) {
+        QtSampleTable tables(media);
+        tables.validate();
+        info.noSamples = tables.whyNoSamples();
+    } else {
+        info.noSamples = "no 'mdia'";
+    }
 
     auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(trak->findAtom("mdia.minf.stbl.stsd", 0));
     QtSampleDesc const* desc = stsd ? stsd->getDesc(1) : nullptr;
@@ -254,6 +262,7 @@ std::string text(std::vector<TrackInfo> const& tracks) {
         out += ": " + idText(track.handler) + " " + idText(track.codec);
         if (track.duration) out += ", " + durationText(*track.duration) + " s";
         if (track.sampleCount) out += ", " + std::to_string(*track.sampleCount) + " samples";
+        if (!track.noSamples.empty()) out += " (no samples: " + track.noSamples + ")";
         out += "\n";
         if (track.width) {
             out += "  video " + std::to_string(*track.width) + "x" + std::to_string(*track.height);
@@ -291,6 +300,7 @@ int runInfo(std::vector<std::string> const& args) {
         if (trak->getId() == qtId("trak"))
             tracks.push_back(describeTrack(trak, static_cast<unsigned int>(tracks.size())));
     std::string output = asJson ? json(*root, path, tracks) : text(tracks);
+    if (tracks.empty() && !asJson) output = path + ": no tracks\n";
     fputs(output.c_str(), stdout);
     fflush(stdout);
     return 0;

@@ -19,7 +19,11 @@ bool parseNumber(std::string const& text, unsigned long& value) {
 
 void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long from, unsigned long count) {
     QtTrackSamples samples(media);
-    if (!samples.valid()) return;
+    std::string why = media ? samples.getSampleTable().whyNoSamples() : "no 'mdia'";
+    if (!why.empty()) {
+        fprintf(stderr, "qtmovie samples: track %u has no samples to list: %s\n", track, why.c_str());
+        return;
+    }
     QtTrackSamples::Iterator it(samples, from);
     QtSampleInfo info;
     for (unsigned long n = 0; n < count && it.next(info); ++n)
