@@ -22,11 +22,13 @@ bool QtAtomFileType::decode(QtAtomBuffer& buffer) {
 bool QtAtomFileType::encode(QtAtomBuffer& buffer) const {
     unsigned int before = buffer.nOccupied();
     BaseQtAtom::encode(buffer);
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "ftyp");
     encode(buffer, m_majorBrand);
     encode(buffer, m_minorVersion);
-    for (QtAtomIdType brand : m_compatibleBrands) encode(buffer, brand);
+    unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_compatibleBrands.size(), 4);
+    for (unsigned long i = 0; i < count; ++i) encode(buffer, m_compatibleBrands[i]);
     QtAtomHelpers::padToSize(*this, buffer, before);
-    return true;
+    return fits;
 }
 
 void QtAtomFileType::setBrands(QtAtomIdType majorBrand, uint32_t minorVersion,
