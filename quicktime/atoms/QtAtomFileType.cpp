@@ -21,8 +21,8 @@ bool QtAtomFileType::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomFileType::encode(QtAtomBuffer& buffer) const {
     unsigned int before = buffer.nOccupied();
-    BaseQtAtom::encode(buffer);
     bool fits = QtAtomHelpers::fitsItsSize(*this, "ftyp");
+    BaseQtAtom::encode(buffer);
     encode(buffer, m_majorBrand);
     encode(buffer, m_minorVersion);
     unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_compatibleBrands.size(), 4);

@@ -30,9 +30,7 @@ bool QtAtomObjectDesc::encode(QtAtomBuffer& buffer) const {
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
     encode(buffer, static_cast<unsigned char>(m_descriptor.tag));
-    if (m_length > 0) {
-        buffer.append(m_bytes, m_length);
-    }
+    buffer.append(m_bytes, m_length);
     return true;
 }
 
