@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "framework/BasicFileIO.h"
+#include "framework/Messages.h"
 
 QtAtomBuffer::QtAtomBuffer(unsigned char* bytes, unsigned int length, DataState state)
     : m_storage(bytes), m_capacity(length), m_occupied(state == Full ? length : 0) {}
@@ -27,21 +28,32 @@ void QtAtomBuffer::prepend(unsigned int n) {
     m_occupied += k;
 }
 
-void QtAtomBuffer::append(unsigned int n, bool fill) {
-    if (fill) memset(ptrEnd(), 0, n);
+bool QtAtomBuffer::append(unsigned int n, bool fill) {
+    if (!reserveRoom(n)) return false;
+    if (fill && n) memset(ptrEnd(), 0, n);
     m_occupied += n;
+    return true;
+}
+
+bool QtAtomBuffer::append(void const* bytes, unsigned int n) {
+    if (!reserveRoom(n)) return false;
+    if (n) memcpy(ptrEnd(), bytes, n);
+    m_occupied += n;
+    return true;
 }
 
 void QtAtomBuffer::reset(DataState state) {
     m_readPos = 0;
     m_occupied = state == Full ? m_capacity : 0;
+    m_overflowed = false;
 }
 
 bool QtAtomBuffer::reserveRoom(unsigned int n) {
+    if (m_overflowed) return false;
     if (room() >= n) return true;
-    if (!m_owned) return false;
+    if (!m_owned) return refuse(n);
     unsigned long needed = static_cast<unsigned long>(m_readPos) + m_occupied + n;
-    if (needed > 0xFFFFFFFFul) return false;
+    if (needed > 0xFFFFFFFFul) return refuse(n);
     unsigned long grown = std::max<unsigned long>(needed, static_cast<unsigned long>(m_capacity) * 2);
     unsigned int capacity = static_cast<unsigned int>(std::min<unsigned long>(grown, 0xFFFFFFFFul));
     unsigned char* storage = new unsigned char[capacity];
@@ -52,6 +64,13 @@ bool QtAtomBuffer::reserveRoom(unsigned int n) {
     return true;
 }
 
+bool QtAtomBuffer::refuse(unsigned int n) {
+    m_overflowed = true;
+    errorMsg("QtAtomBuffer: no room for %u more bytes (%u of %u in use)\n", n, m_readPos + m_occupied,
+             m_capacity);
+    return false;
+}
+
 unsigned int QtAtomBuffer::fillFrom(BasicFileIO& file, unsigned long offset, unsigned int n) {
     if (!m_owned) {
         m_storage = nullptr;
@@ -60,6 +79,7 @@ unsigned int QtAtomBuffer::fillFrom(BasicFileIO& file, unsigned long offset, uns
     }
     m_readPos = 0;
     m_occupied = 0;
+    m_overflowed = false;
     m_fileOffset = offset;
     if (!reserveRoom(n)) return 0;
     long got = file.readAt(offset, m_storage, n);

@@ -388,10 +388,8 @@ AutoPtr<char> BaseQtAtom::getAtomPath() const {
 }
 
 AutoPtr<char> BaseQtAtom::toString() const {
-    // Printouts indent two blanks per level below the root: top-level atoms start in column 0.
-    unsigned int level = numGeneration();
-    if (findRoot() && level > 0) --level;
-    int indent = static_cast<int>(2 * level);
+    // Two blanks per ancestor, the root included: an atom directly under the root is indented by two.
+    int indent = static_cast<int>(2 * numGeneration());
     char const* openEnd = m_openEnded ? "[open-end]" : "";
     if (quicktimeDbg.on(QtDbgNoFileOffsets))
         return FormatStr("%*s%s: %ldb%s", indent, "", QtIdName(m_id).render(), static_cast<long>(m_size), openEnd);
@@ -578,27 +576,20 @@ char* BaseQtAtom::decodeString(QtAtomBuffer& buffer, unsigned int n) {
     return text;
 }
 
-void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned char value) {
-    buffer.ptrEnd()[0] = value;
-    buffer.append(1, false);
-}
+void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned char value) { buffer.append(&value, 1); }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned short value) {
-    unsigned char* p = buffer.ptrEnd();
-    p[0] = static_cast<unsigned char>(value >> 8);
-    p[1] = static_cast<unsigned char>(value);
-    buffer.append(2, false);
+    unsigned char bytes[2] = {static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+    buffer.append(bytes, sizeof bytes);
 }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, short value) { encode(buffer, static_cast<unsigned short>(value)); }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned int value) {
-    unsigned char* p = buffer.ptrEnd();
-    p[0] = static_cast<unsigned char>(value >> 24);
-    p[1] = static_cast<unsigned char>(value >> 16);
-    p[2] = static_cast<unsigned char>(value >> 8);
-    p[3] = static_cast<unsigned char>(value);
-    buffer.append(4, false);
+    unsigned char bytes[4] = {static_cast<unsigned char>(value >> 24),
+                              static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8),
+                              static_cast<unsigned char>(value)};
+    buffer.append(bytes, sizeof bytes);
 }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned long value) {
@@ -613,13 +604,10 @@ void BaseQtAtom::encode(QtAtomBuffer& buffer, double value) {
 }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, char const* text) {
+    // The length byte keeps only the low 8 bits of the length, but every character is written.
     size_t length = text ? strlen(text) : 0;
-    unsigned char n = static_cast<unsigned char>(length);
-    encode(buffer, n);
-    if (n) {
-        memcpy(buffer.ptrEnd(), text, n);
-        buffer.append(n, false);
-    }
+    encode(buffer, static_cast<unsigned char>(length));
+    if (length) buffer.append(text, static_cast<unsigned int>(length));
 }
 
 unsigned int BaseQtAtom::swap(unsigned int value) { return __builtin_bswap32(value); }

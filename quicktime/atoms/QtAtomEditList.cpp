@@ -51,17 +51,20 @@ bool QtAtomEditList::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomEditList::encode(QtAtomBuffer& buffer) const {
     unsigned int before = buffer.nOccupied();
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "elst");
+    unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_edits.size(), kEntrySize);
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
-    encode(buffer, getNumEdits());
-    for (Edit const& edit : m_edits) {
+    encode(buffer, static_cast<unsigned int>(count));
+    for (unsigned long i = 0; i < count; ++i) {
+        Edit const& edit = m_edits[i];
         encode(buffer, edit.trackDuration);
         encode(buffer, edit.empty ? kEmptyMediaTime : edit.mediaTime);
         encode(buffer, edit.mediaRate);
     }
-    if (m_capacity > m_edits.size()) buffer.append((m_capacity - getNumEdits()) * kEntrySize, true);
+    // The spare slots up to the capacity, and any stray bytes after them, are zero.
     QtAtomHelpers::padToSize(*this, buffer, before);
-    return true;
+    return fits;
 }
 
 bool QtAtomEditList::resize(unsigned int edits) const {

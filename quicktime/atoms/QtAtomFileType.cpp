@@ -21,12 +21,14 @@ bool QtAtomFileType::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomFileType::encode(QtAtomBuffer& buffer) const {
     unsigned int before = buffer.nOccupied();
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "ftyp");
     BaseQtAtom::encode(buffer);
     encode(buffer, m_majorBrand);
     encode(buffer, m_minorVersion);
-    for (QtAtomIdType brand : m_compatibleBrands) encode(buffer, brand);
+    unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_compatibleBrands.size(), 4);
+    for (unsigned long i = 0; i < count; ++i) encode(buffer, m_compatibleBrands[i]);
     QtAtomHelpers::padToSize(*this, buffer, before);
-    return true;
+    return fits;
 }
 
 void QtAtomFileType::setBrands(QtAtomIdType majorBrand, uint32_t minorVersion,

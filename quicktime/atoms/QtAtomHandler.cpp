@@ -83,8 +83,7 @@ bool QtAtomHandler::encode(QtAtomBuffer& buffer) const {
     if (room > 0) {
         size_t length = std::min<size_t>({m_name ? strlen(m_name) : 0, room - 1, 255});
         encode(buffer, static_cast<unsigned char>(length));
-        if (length > 0) memcpy(buffer.ptrEnd(), m_name, length);
-        buffer.append(static_cast<unsigned int>(length), false);
+        buffer.append(m_name, static_cast<unsigned int>(length));
     }
     QtAtomHelpers::padToSize(*this, buffer, before);
     return true;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "framework/FormatStr.h"
+#include "framework/Messages.h"
 #include "quicktime/descriptions/QtTimeCode.h"
 
 namespace QtAtomHelpers {
@@ -22,12 +23,19 @@ unsigned long roomAfter(BaseQtAtom const& atom, unsigned long fixedSize) {
     return atom.getSize() > fixedSize ? atom.getSize() - fixedSize : 0;
 }
 
-int continuationIndent(BaseQtAtom const& atom) {
-    // The same depth as the atom's text form (top-level atoms of a rooted tree start in column 0).
-    unsigned int level = atom.numGeneration();
-    if (atom.findRoot() && level > 0) --level;
-    return static_cast<int>(2 * level + 2);
+bool fitsItsSize(BaseQtAtom const& atom, char const* table) {
+    unsigned long needed = atom.getFixedSize() + atom.getVariableSize();
+    if (needed <= atom.getSize()) return true;
+    errorMsg("%s: byte overflow error %s::encode(): %ld bytes needed, atom size is %ld\n",
+             atom.getAtomPath().get(), table, static_cast<long>(needed), static_cast<long>(atom.getSize()));
+    return false;
 }
+
+unsigned long entriesThatFit(BaseQtAtom const& atom, unsigned long count, unsigned int entrySize) {
+    return std::min(count, roomAfter(atom, atom.getFixedSize()) / entrySize);
+}
+
+int continuationIndent(BaseQtAtom const& atom) { return static_cast<int>(2 * atom.numGeneration() + 2); }
 
 AutoPtr<char> fullAtomText(BaseQtAtom const& atom, QtVersionAndFlags const& versionAndFlags) {
     return FormatStr("%s,%s", atom.toString().get(), BaseQtAtom::toString(versionAndFlags).get());

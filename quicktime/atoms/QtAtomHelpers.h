@@ -21,6 +21,14 @@ void padToSize(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned int before
 // Room the atom's size leaves for its body after `fixedSize` bytes (0 when it leaves none).
 unsigned long roomAfter(BaseQtAtom const& atom, unsigned long fixedSize);
 
+// Encoders never write past the atom's size, the room a writer gives them. When the content needs
+// more (getFixedSize() + getVariableSize(): the owner grew it without recomputing the size), the
+// overflow is reported as an error and false returned; the encoder then writes only what fits.
+bool fitsItsSize(BaseQtAtom const& atom, char const* table);
+
+// How many of `count` entries of `entrySize` bytes fit in the atom's size after its fixed part.
+unsigned long entriesThatFit(BaseQtAtom const& atom, unsigned long count, unsigned int entrySize);
+
 // Indentation of a printout's continuation lines: two blanks deeper than the atom's own line.
 int continuationIndent(BaseQtAtom const& atom);
 

@@ -30,10 +30,7 @@ bool QtAtomObjectDesc::encode(QtAtomBuffer& buffer) const {
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
     encode(buffer, static_cast<unsigned char>(m_descriptor.tag));
-    if (m_length > 0) {
-        memcpy(buffer.ptrEnd(), m_bytes, m_length);
-        buffer.append(m_length, false);
-    }
+    buffer.append(m_bytes, m_length);
     return true;
 }
 

@@ -24,8 +24,7 @@ void QtPreserved::decode(QtAtomBuffer& buffer, unsigned int n) {
 
 void QtPreserved::encode(QtAtomBuffer& buffer) const {
     if (m_size == 0) return;
-    memcpy(buffer.ptrEnd(), m_data, m_size);
-    buffer.append(m_size, false);
+    buffer.append(m_data, m_size);
 }
 
 void QtPreserved::zero(unsigned int n) {

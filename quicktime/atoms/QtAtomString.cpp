@@ -21,12 +21,10 @@ bool QtAtomString::decode(QtAtomBuffer& buffer) {
 }
 
 bool QtAtomString::encode(QtAtomBuffer& buffer) const {
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "text");
     BaseQtAtom::encode(buffer);
-    if (m_length > 0) {
-        memcpy(buffer.ptrEnd(), m_text, m_length);
-        buffer.append(m_length, false);
-    }
-    return true;
+    buffer.append(m_text, static_cast<unsigned int>(QtAtomHelpers::entriesThatFit(*this, m_length, 1)));
+    return fits;
 }
 
 void QtAtomString::setText(char const* text) const {

@@ -50,8 +50,7 @@ bool QtAtomTimecodeInf::encode(QtAtomBuffer& buffer) const {
         unsigned int length =
             static_cast<unsigned int>(std::min<unsigned long>(m_fontName.getLength(), room - 1));
         encode(buffer, static_cast<unsigned char>(length));
-        if (length > 0) memcpy(buffer.ptrEnd(), m_fontName.getString(), length);
-        buffer.append(length, false);
+        buffer.append(m_fontName.getString(), length);
     }
     QtAtomHelpers::padToSize(*this, buffer, before);
     return true;

@@ -37,14 +37,19 @@ bool QtAtomTrakRef::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomTrakRef::encode(QtAtomBuffer& buffer) const {
     unsigned int before = buffer.nOccupied();
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "tref");
     BaseQtAtom::encode(buffer);
+    unsigned long room = QtAtomHelpers::roomAfter(*this, getFixedSize());
     for (RefList const& list : m_lists) {
-        encode(buffer, static_cast<unsigned int>((list.trackIds.size() + 2) * 4));
+        unsigned long entrySize = (list.trackIds.size() + 2) * 4;
+        if (entrySize > room) break;  // only whole lists that fit the atom's size
+        room -= entrySize;
+        encode(buffer, static_cast<unsigned int>(entrySize));
         encode(buffer, list.type);
         for (uint32_t trackId : list.trackIds) encode(buffer, trackId);
     }
     QtAtomHelpers::padToSize(*this, buffer, before);
-    return true;
+    return fits;
 }
 
 unsigned long QtAtomTrakRef::getVariableSize() const {

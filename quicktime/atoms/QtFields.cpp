@@ -45,12 +45,10 @@ char const* QtPascalString::getString() const { return m_storage ? m_storage + 1
 
 void QtPascalString::encode(QtAtomBuffer& buffer) const {
     if (!m_storage) {
-        *buffer.ptrEnd() = 0;
-        buffer.append(1, false);
+        buffer.append(1, true);
         return;
     }
-    memcpy(buffer.ptrEnd(), m_storage, encodeSize());
-    buffer.append(encodeSize(), false);
+    buffer.append(m_storage, encodeSize());
 }
 
 void QtPascalString::decode(QtAtomBuffer& buffer) {

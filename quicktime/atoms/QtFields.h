@@ -70,10 +70,7 @@ public:
         memcpy(m_bytes, buffer.ptrData(), n);
         buffer.removeInput(n);
     }
-    void encode(QtAtomBuffer& buffer) const {
-        memcpy(buffer.ptrEnd(), m_bytes, N);
-        buffer.append(N, false);
-    }
+    void encode(QtAtomBuffer& buffer) const { buffer.append(m_bytes, N); }
     unsigned char const* bytes() const { return m_bytes; }
     bool operator==(QtReserved const& other) const { return memcmp(m_bytes, other.m_bytes, N) == 0; }
 

@@ -78,12 +78,10 @@ bool Qtx::AvcDecoderInfo::encode(QtAtomBuffer& buffer) {
     BaseQtAtom::encode(buffer, static_cast<unsigned char>(0xFC | (m_nalUnitLengthSize - 1)));
     BaseQtAtom::encode(buffer, static_cast<unsigned char>(0xE0 | m_spsCount));
     BaseQtAtom::encode(buffer, m_spsLength);
-    memcpy(buffer.ptrEnd(), sps(), m_spsLength);
-    buffer.append(m_spsLength, false);
+    buffer.append(sps(), m_spsLength);
     BaseQtAtom::encode(buffer, m_ppsCount);
     BaseQtAtom::encode(buffer, m_ppsLength);
-    memcpy(buffer.ptrEnd(), pps(), m_ppsLength);
-    buffer.append(m_ppsLength, false);
+    buffer.append(pps(), m_ppsLength);
     encodeTrailing(buffer);
     return true;
 }

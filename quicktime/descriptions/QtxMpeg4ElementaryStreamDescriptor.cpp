@@ -88,8 +88,7 @@ bool Qtx::Mpeg4ElementaryStreamDescriptor::encode(QtAtomBuffer& buffer) {
     }
     encodeHeader(buffer);
     BaseQtAtom::encode(buffer, m_versionAndFlags);
-    memcpy(buffer.ptrEnd(), m_descriptor, m_length);
-    buffer.append(m_length, false);
+    buffer.append(m_descriptor, m_length);
     return true;
 }
 

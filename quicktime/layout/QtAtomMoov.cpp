@@ -18,11 +18,14 @@ bool QtAtomMoov::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomMoov::encode(QtAtomBuffer& buffer) const {
     m_encodedSize = static_cast<unsigned int>(getSize());
-    unsigned char* header = buffer.ptrEnd();
+    unsigned int start = buffer.nOccupied();
     bool ok = QtAtomHeader::encode(buffer);
-    // The type field follows the 32-bit size in both header forms.
-    QtAtomIdType diskId = m_diskId.load();
-    for (int i = 0; i < 4; ++i) header[4 + i] = static_cast<unsigned char>(diskId >> (24 - 8 * i));
+    // The type field follows the 32-bit size in both header forms (unless the header was refused).
+    if (buffer.nOccupied() >= start + 8) {
+        unsigned char* header = buffer.ptrData() + start;
+        QtAtomIdType diskId = m_diskId.load();
+        for (int i = 0; i < 4; ++i) header[4 + i] = static_cast<unsigned char>(diskId >> (24 - 8 * i));
+    }
     return ok;
 }
 

@@ -21,11 +21,14 @@ bool QtAtomSkip::decode(QtAtomBuffer& buffer) {
 }
 
 bool QtAtomSkip::encode(QtAtomBuffer& buffer) const {
-    unsigned char* header = buffer.ptrEnd();
+    unsigned int start = buffer.nOccupied();
     bool whole = QtAtomUnknown::encode(buffer);
-    // The type field follows the 32-bit size in both header forms.
-    QtAtomIdType diskId = m_diskId.load();
-    for (int i = 0; i < 4; ++i) header[4 + i] = static_cast<unsigned char>(diskId >> (24 - 8 * i));
+    // The type field follows the 32-bit size in both header forms (unless the header was refused).
+    if (buffer.nOccupied() >= start + 8) {
+        unsigned char* header = buffer.ptrData() + start;
+        QtAtomIdType diskId = m_diskId.load();
+        for (int i = 0; i < 4; ++i) header[4 + i] = static_cast<unsigned char>(diskId >> (24 - 8 * i));
+    }
     return whole;
 }
 

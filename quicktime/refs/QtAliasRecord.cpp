@@ -162,8 +162,7 @@ bool QtAliasRecord::encode(QtAtomBuffer& buffer) const {
         unsigned short length = end ? 0 : info->length;
         BaseQtAtom::encode(buffer, static_cast<unsigned short>(info->tag));
         BaseQtAtom::encode(buffer, length);
-        if (length) memcpy(buffer.ptrEnd(), info->data.get(), length);
-        buffer.append(length, false);
+        buffer.append(info->data.get(), length);
         if (length & 1u) buffer.append(1, true);
     }
     return true;
@@ -255,9 +254,13 @@ AutoPtr<char> QtAliasRecord::getPath(char const* moviePath) const {
         }
     }
     VarInfo const* drive = find(MarkDrive);
-    if (drive && drive->length >= 5)
-        stored.setRoot(std::string(1, static_cast<char>(drive->data.get()[4])).c_str(), true);
-    return stored.getPath(getOsEnv());
+    if (!drive || drive->length < 5) return stored.getPath(getOsEnv());
+    std::string letter(1, static_cast<char>(drive->data.get()[4]));
+    stored.setRoot(letter.c_str(), true);
+    std::string path = stored.getPath(getOsEnv()).get();
+    // A slash path renders no root of its own: the drive goes in front of it here.
+    if (getOsEnv() == OsEnvUnix || getOsEnv() == OsEnvMacOSX) path = letter + ":" + path;
+    return copyText(path.c_str());
 }
 
 void QtAliasRecord::show(unsigned int indent) const {

@@ -4,6 +4,7 @@
 
 #include "framework/Messages.h"
 #include "framework/PathParser.h"
+#include "quicktime/atoms/QtAtomHelpers.h"
 #include "quicktime/layout/QtAtomRoot.h"
 
 namespace {
@@ -68,6 +69,14 @@ unsigned long QtAtomDataAlias::getVariableSize() const {
 }
 
 bool QtAtomDataAlias::encode(QtAtomBuffer& buffer) const {
+    if (!QtAtomHelpers::fitsItsSize(*this, "alis")) {
+        // A record cannot be cut short: until the owner recomputes the size, only the head goes
+        // out, zero-filled to the atom's size.
+        unsigned int before = buffer.nOccupied();
+        QtAtomRefBase::encode(buffer);
+        QtAtomHelpers::padToSize(*this, buffer, before);
+        return false;
+    }
     if (!buffer.reserveRoom(getFixedSize() + static_cast<unsigned int>(getVariableSize()))) return false;
     QtAtomRefBase::encode(buffer);
     if (!isSelfReference()) {
@@ -119,7 +128,5 @@ void QtAtomDataAlias::show() const {
     infoMsg("%s,%s\n", toString().get(), isSelfReference() ? "self reference" : "");
     if (isSelfReference() || !m_recordRead) return;
     // The record's lines sit one level deeper than the atom's own line.
-    unsigned int level = numGeneration();
-    if (findRoot() && level > 0) --level;
-    m_record.show(2 * level + 2);
+    m_record.show(2 * numGeneration() + 2);
 }

@@ -103,10 +103,8 @@ std::string QtParsedPath::renderStart(OsEnvType env) const {
             if (m_root.compare(0, 2, "//") == 0 || m_root.compare(0, 2, "\\\\") == 0) return m_root;
             return m_root + ":";
         default:
-            if (m_relative) return ".";
-            // A slash path has no place for a drive, but dropping a known drive letter would
-            // point at a file on whichever drive is current; keep it in front.
-            return m_hasDrive ? m_root + ":" : std::string();
+            // A slash path has no root of its own: an absolute one starts with its first separator.
+            return m_relative ? "." : std::string();
     }
 }
 

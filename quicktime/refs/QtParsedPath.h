@@ -41,7 +41,8 @@ class QtParsedPath {
     static char const* getSeparator(OsEnvType env);
 
     char const* getRoot() const { return m_root.c_str(); }
-    // Replaces the root; with `hasDrive` the root is a drive letter and is rendered as "X:".
+    // Replaces the root; with `hasDrive` the root is a drive letter, rendered as "X:" under the
+    // drive-letter convention (slash conventions render no root).
     void setRoot(char const* root, bool hasDrive);
     unsigned int getElemCount() const { return static_cast<unsigned int>(m_elems.size()); }
     char const* getElem(unsigned int i) const { return i < m_elems.size() ? m_elems[i].c_str() : nullptr; }

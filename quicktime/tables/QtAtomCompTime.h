@@ -415,7 +415,7 @@ class QtAtomCompTime : public BaseQtAtom {
     // True while the runs live in the file: writers take them from there.
     bool hasUntouchedData() const override { return hasVirtualTable(); }
     bool needsAllData() const override {
-        return getSize() < getFixedSize() + (kInMemoryEntries + 1) * kEntrySize;
+        return getSize() <= getFixedSize() + kInMemoryEntries * kEntrySize;
     }
     unsigned int getFixedSize() const override { return BaseQtAtom::getFixedSize() + 8; }
     unsigned long getVariableSize() const override;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "framework/FormatStr.h"
+#include "quicktime/atoms/QtAtomHelpers.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
@@ -71,26 +72,22 @@ bool QtAtomSampleChunk::decode(QtAtomBuffer& buffer) {
 }
 
 bool QtAtomSampleChunk::encode(QtAtomBuffer& buffer) const {
-    unsigned int start = buffer.nOccupied();
+    // The entries, then the reserved room as zeros: the capacity, not whatever the atom's size
+    // says, so that the encoding is always getFixedSize() + getVariableSize(). A capacity grown
+    // beyond the size is written only as far as the size goes.
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "stsc");
+    unsigned long slots = QtAtomHelpers::entriesThatFit(*this, getCapacity(), kEntryBytes);
+    unsigned int count = static_cast<unsigned int>(std::min<unsigned long>(m_nEntries, slots));
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
-    BaseQtAtom::encode(buffer, m_nEntries);
-    unsigned long total = getFixedSize() + static_cast<unsigned long>(m_nEntries) * kEntryBytes;
-    if (total > getSize()) {
-        // Checked before writing: the writer's buffer holds only the atom's size.
-        errorMsg("%s: byte overflow error stsc::encode(): %d bytes written, atom size is %d\n", getMoviePath(),
-                 static_cast<int>(total), static_cast<int>(getSize()));
-        return false;
-    }
-    for (unsigned int i = 0; i < m_nEntries; ++i) {
+    BaseQtAtom::encode(buffer, count);
+    for (unsigned int i = 0; i < count; ++i) {
         BaseQtAtom::encode(buffer, m_slots[i].firstChunk);
         BaseQtAtom::encode(buffer, m_slots[i].samplesPerChunk);
         BaseQtAtom::encode(buffer, m_slots[i].descIndex);
     }
-    // The reserved room is written as zero bytes, so that the atom keeps its size.
-    unsigned int written = buffer.nOccupied() - start;
-    if (written < getSize()) buffer.append(static_cast<unsigned int>(getSize()) - written, true);
-    return true;
+    buffer.append(static_cast<unsigned int>(slots - count) * kEntryBytes, true);
+    return fits;
 }
 
 // ---------------------------------------------------------------- the last run

@@ -280,7 +280,7 @@ void QtAtomSampleSync::setKeyBase(unsigned int base) {
 unsigned int QtAtomSampleSync::getFixedSize() const { return BaseQtAtom::getFixedSize() + 8; }
 
 bool QtAtomSampleSync::needsAllData() const {
-    return getSize() < getFixedSize() + (kInMemoryEntries + 1) * 4;
+    return getSize() <= getFixedSize() + kInMemoryEntries * 4;
 }
 
 // The entries' bytes in the file: every allocated slot, used or reserved.

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "framework/FormatStr.h"
+#include "quicktime/atoms/QtAtomHelpers.h"
 #include "quicktime/atoms/QtDebug.h"
 
 namespace {
@@ -42,14 +43,16 @@ bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
 }
 
 bool QtAtomSampleTime::encode(QtAtomBuffer& buffer) const {
+    bool fits = QtAtomHelpers::fitsItsSize(*this, "stts");
+    unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_entries.size(), 8);
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
-    BaseQtAtom::encode(buffer, getNumEntries());
-    for (Entry const& entry : m_entries) {
-        BaseQtAtom::encode(buffer, entry.count);
-        BaseQtAtom::encode(buffer, entry.duration);
+    BaseQtAtom::encode(buffer, static_cast<unsigned int>(count));
+    for (unsigned long i = 0; i < count; ++i) {
+        BaseQtAtom::encode(buffer, m_entries[i].count);
+        BaseQtAtom::encode(buffer, m_entries[i].duration);
     }
-    return true;
+    return fits;
 }
 
 // ---------------------------------------------------------------- lookups

@@ -126,27 +126,27 @@ TEST(MovieStructureRoundTrip, QtMovieCopyReproducesEveryMovie) {
 TEST(MovieStructureRoundTrip, QtMovieDumpShowsEachStructureAtomWithItsOwnPrintout) {
     std::string dump = runQtMovie("dump " + testDataPath("h264_bframes_aac_tc.mov"));
     for (char const* line : {
-             "ftyp: 20b@0,major_brand=qt  ,minor_version=0x200,compatible_brands={qt  }\n",
-             "  mvhd: 108b@499950,v0,f=0,1000hz,len=10000(movie)=00:00:10.000,next trak=4\n",
-             "    tkhd: 92b@500066,v0,f=3,trak1,layer=0,\n      len=00:00:10.000(10000:movie),320x240, "
+             "  ftyp: 20b@0,major_brand=qt  ,minor_version=0x200,compatible_brands={qt  }\n",
+             "    mvhd: 108b@499950,v0,f=0,1000hz,len=10000(movie)=00:00:10.000,next trak=4\n",
+             "      tkhd: 92b@500066,v0,f=3,trak1,layer=0,\n        len=00:00:10.000(10000:movie),320x240, "
              "enabled,movie\n",
-             "      elst: 28b@500166,v0,f=0,cap=1,nedits=1\n",
-             "    tref: 20b@500194,tmcd[1]=3\n",
-             "      mdhd: 32b@500222,v0,f=0,12800hz,len=128000=00:00:10.000,lang=32767,q=0\n",
-             "      hdlr: 45b@500254,v0,f=0,type=mhlr.vide,VideoHandler\n",
-             "        vmhd: 20b@500307,v0,f=1,mode0,rgb=0x0/0/0\n",
-             "        hdlr: 44b@500327,v0,f=0,type=dhlr.url ,DataHandler\n",
-             "        smhd: 16b@504384,v0,f=0,balance=0x0\n",
-             "          gmin: 24b@508684,v0,f=0,mode64,rgb=0x8000/8000/8000,bal=0x0\n",
-             "            tcmi: 46b@508760,v0,f=0,f=0/0x0/12pt,\n              Lucida "
+             "        elst: 28b@500166,v0,f=0,cap=1,nedits=1\n",
+             "      tref: 20b@500194,tmcd[1]=3\n",
+             "        mdhd: 32b@500222,v0,f=0,12800hz,len=128000=00:00:10.000,lang=32767,q=0\n",
+             "        hdlr: 45b@500254,v0,f=0,type=mhlr.vide,VideoHandler\n",
+             "          vmhd: 20b@500307,v0,f=1,mode0,rgb=0x0/0/0\n",
+             "          hdlr: 44b@500327,v0,f=0,type=dhlr.url ,DataHandler\n",
+             "          smhd: 16b@504384,v0,f=0,balance=0x0\n",
+             "            gmin: 24b@508684,v0,f=0,mode64,rgb=0x8000/8000/8000,bal=0x0\n",
+             "              tcmi: 46b@508760,v0,f=0,f=0/0x0/12pt,\n                Lucida "
              "Grande,fg=0x0/0/0,bg=0x0/ffff/ffff\n",
          })
         EXPECT_NE(dump.find(line), std::string::npos) << line;
 
     std::string aperture = runQtMovie("dump " + testDataPath("dnxhd_avid.mov"));
     for (char const* line :
-         {"      clef: 20b@942977,v0,f=0,2560x1080\n", "      prof: 20b@942997,v0,f=0,2560x1080\n",
-          "      enof: 20b@943017,v0,f=0,1920x1080\n"})
+         {"        clef: 20b@942977,v0,f=0,2560x1080\n", "        prof: 20b@942997,v0,f=0,2560x1080\n",
+          "        enof: 20b@943017,v0,f=0,1920x1080\n"})
         EXPECT_NE(aperture.find(line), std::string::npos) << line;
 }
 

@@ -30,12 +30,10 @@ std::vector<std::string> dumpLines(QtAtomRoot const& root) {
     return lines;
 }
 
-// The expectation renders bytes outside the printable set in hexadecimal; a leading copyright sign
-// is shown as '@' by the library.
-std::string normaliseExpected(std::string line) {
-    size_t at = line.find("?nam(6d.61.6e.a9)");
-    if (at != std::string::npos) line.replace(at, 17, "@nam");
-    return line;
+// A line without its leading blanks: the listings indent in their own way.
+std::string unindented(std::string const& line) {
+    size_t start = line.find_first_not_of(' ');
+    return start == std::string::npos ? std::string() : line.substr(start);
 }
 
 // The atom lines of an expectation file, without the entries of sample descriptions (shown by the
@@ -50,7 +48,7 @@ std::vector<std::string> expectedAtomLines(std::string const& movie) {
         if (skipDeeperThan != std::string::npos && indent > skipDeeperThan) continue;
         skipDeeperThan = std::string::npos;
         if (line.find("stsd:") == indent) skipDeeperThan = indent;
-        lines.push_back(normaliseExpected(line));
+        lines.push_back(unindented(line));
     }
     return lines;
 }
@@ -89,7 +87,7 @@ TEST_P(CorpusTree, ListsEveryAtomOfTheFileWithItsSizeAndOffset) {
     std::vector<std::string> dumped = dumpLines(*root);
     for (std::string const& expected : expectedAtomLines(GetParam())) {
         bool found = false;
-        for (std::string const& line : dumped) found = found || line.rfind(expected, 0) == 0;
+        for (std::string const& line : dumped) found = found || unindented(line).rfind(expected, 0) == 0;
         EXPECT_TRUE(found) << GetParam() << ": missing '" << expected << "'";
     }
 }

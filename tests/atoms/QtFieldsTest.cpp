@@ -140,3 +140,13 @@ TEST(FieldCodecs, AreBigEndianAndConsumeExactly) {
     EXPECT_EQ(BaseQtAtom::swap(0x11223344u), 0x44332211u);
     EXPECT_EQ(BaseQtAtom::swap(0x1122334455667788ul), 0x8877665544332211ul);
 }
+
+TEST(FieldCodecs, TextLongerThan255CharactersFollowsItsTruncatedLengthByteWhole) {
+    std::string text;
+    for (int i = 0; i < 300; ++i) text += static_cast<char>('a' + i % 26);
+    QtAtomBuffer buffer(400);
+    BaseQtAtom::encode(buffer, text.c_str());
+    ASSERT_EQ(buffer.nOccupied(), 301u);
+    EXPECT_EQ(buffer.ptrData()[0], 0x2C);
+    EXPECT_EQ(std::string(buffer.ptrData() + 1, buffer.ptrEnd()), text);
+}

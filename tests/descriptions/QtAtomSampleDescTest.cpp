@@ -193,7 +193,7 @@ TEST(QtAtomSampleDesc, ShowsEachEntryBelowTheTableLine) {
     MessageCapture messages;
     ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
     track.stsd->show();
-    EXPECT_EQ(messages.all().substr(0, messages.all().find('\n') + 1), "          stsd: 102b,desc[1]=\n");
+    EXPECT_EQ(messages.all().substr(0, messages.all().find('\n') + 1), "            stsd: 102b,desc[1]=\n");
     EXPECT_NE(messages.all().find("              audio: sz=86,fmt=twos,idx=1,"), std::string::npos)
         << messages.all();
 }

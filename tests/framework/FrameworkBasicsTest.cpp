@@ -37,16 +37,30 @@ TEST(QtAtomBuffer, NeverConsumesOrGivesBackMoreThanItHas) {
     EXPECT_EQ(buffer.bufferOffset(), 0u);
 }
 
-TEST(QtAtomBuffer, AppendWithFillZeroesAndOwnedStorageGrows) {
+TEST(QtAtomBuffer, OwnedStorageGrowsOnAppendAndFillZeroes) {
     QtAtomBuffer buffer(4);
-    ASSERT_TRUE(buffer.reserveRoom(80));
-    memset(buffer.ptrEnd(), 0xFF, 80);
-    buffer.append(80, true);
-    EXPECT_EQ(buffer.nOccupied(), 80u);
-    for (unsigned i = 0; i < 80; ++i) ASSERT_EQ(buffer.ptrData()[i], 0);
-    unsigned char fixed[2];
-    QtAtomBuffer wrapped(fixed, 2, QtAtomBuffer::Empty);
-    EXPECT_FALSE(wrapped.reserveRoom(3));
+    unsigned char const bytes[3] = {1, 2, 3};
+    ASSERT_TRUE(buffer.append(bytes, 3));
+    ASSERT_TRUE(buffer.append(80, true));
+    EXPECT_EQ(buffer.nOccupied(), 83u);
+    EXPECT_EQ(buffer.ptrData()[2], 3);
+    for (unsigned i = 3; i < 83; ++i) ASSERT_EQ(buffer.ptrData()[i], 0);
+}
+
+TEST(QtAtomBuffer, CallerStorageRefusesWhatDoesNotFitReportsOnceAndStaysRefused) {
+    unsigned char storage[6] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+    QtAtomBuffer buffer(storage, 4, QtAtomBuffer::Empty);
+    unsigned char const bytes[3] = {1, 2, 3};
+    MessageCapture capture;
+    EXPECT_TRUE(buffer.append(bytes, 3));
+    EXPECT_FALSE(buffer.append(bytes, 2));
+    EXPECT_FALSE(buffer.append(1, true));  // would fit, but the encoding already lost a field
+    EXPECT_TRUE(buffer.overflowed());
+    EXPECT_EQ(buffer.nOccupied(), 3u);
+    EXPECT_EQ(std::vector<unsigned char>(storage + 3, storage + 6), std::vector<unsigned char>(3, 0xEE));
+    EXPECT_EQ(capture.count(MsgLevel::Error), 1u);
+    buffer.reset(QtAtomBuffer::Empty);
+    EXPECT_TRUE(buffer.append(bytes, 3));
 }
 
 TEST(DebuggerOn, SetsFlagsByTableAndName) {

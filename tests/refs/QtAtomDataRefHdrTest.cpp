@@ -101,7 +101,7 @@ TEST(QtAtomDataRefHdr, ShowsTheReferenceCount) {
     ASSERT_TRUE(root);
     MessageCapture capture;
     root->findAtom("moov.dref", 0)->show();
-    EXPECT_EQ(capture.all(), "  dref: 54b@8,nref=3\n");
+    EXPECT_EQ(capture.all(), "    dref: 54b@8,nref=3\n");
 }
 
 TEST(QtAtomDataRefHdr, ANewListIsSixteenBytesWithoutReferences) {

@@ -94,8 +94,12 @@ TEST(QtParsedPath, RendersAcrossConventions) {
     EXPECT_STREQ(colon.getPath(OsEnvUnix).get(), "/a/c/clip.mov");
     QtParsedPath drive("D:\\x\\y.mov", OsEnvDrive);
     EXPECT_STREQ(drive.getPath(OsEnvColon).get(), "D:x:y.mov");
-    // A known drive letter stays in front of a slash path rather than being dropped.
-    EXPECT_STREQ(drive.getPath(OsEnvUnix).get(), "D:/x/y.mov");
+}
+
+TEST(QtParsedPath, SlashConventionsStartAnAbsolutePathWithNothingBeforeItsFirstSeparator) {
+    QtParsedPath drive("C:\\dir\\file.mov", OsEnvDrive);
+    EXPECT_STREQ(drive.getPath(OsEnvUnix).get(), "/dir/file.mov");
+    EXPECT_STREQ(drive.getPath(OsEnvMacOSX).get(), "/dir/file.mov");
 }
 
 TEST(QtParsedPath, GetPathCanLeaveOutTrailingElements) {

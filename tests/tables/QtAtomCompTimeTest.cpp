@@ -423,3 +423,11 @@ TEST(QtAtomCompTime, RandomDamageNeverBreaksAWalk) {
         table->show();
     }
 }
+
+TEST(QtAtomCompTime, NeedsAllItsDataOnlyBelow145Bytes) {
+    QtAtomCompTime table(nullptr);
+    for (unsigned int size : {144u, 145u}) {
+        table.setSize(size);
+        EXPECT_EQ(table.needsAllData(), size < 145) << size;
+    }
+}

@@ -176,6 +176,20 @@ TEST(QtAtomSampleChunkTest, DamagedInputIsHandledSoftly) {
     EXPECT_EQ(zeroDescription.table<QtAtomSampleChunk>("stsc")->getEntry(0).descIndex, 0u);
 }
 
+TEST(QtAtomSampleChunkTest, AnEmptiedTableEncodesNoRoomBeyondItsCapacity) {
+    std::vector<unsigned char> claimsTooMany = stsc({1, 10, 1});
+    claimsTooMany[15] = 2;
+    MovieOnDisk damaged(movieWithTables({claimsTooMany}));
+    auto const* table = damaged.table<QtAtomSampleChunk>("stsc");
+    std::vector<unsigned char> storage(table->getEncodeSize());
+    QtAtomBuffer buffer(storage.data(), static_cast<unsigned int>(storage.size()), QtAtomBuffer::Empty);
+    ASSERT_TRUE(table->encode(buffer));
+    std::vector<unsigned char> head(claimsTooMany.begin(), claimsTooMany.begin() + 16);
+    head[15] = 0;
+    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), head);
+    EXPECT_EQ(buffer.nOccupied(), table->getFixedSize() + table->getVariableSize());
+}
+
 TEST(QtAtomSampleChunkTest, RoomIsDoubledOnlyWhenNoneIsLeftAndKeptOnDiskAsZeros) {
     std::vector<unsigned char> atom = stsc({1, 10, 1}, 2);
     MovieOnDisk movie(movieWithTables({stts(100), atom}));

@@ -553,3 +553,13 @@ TEST(QtAtomSampleSync, RandomDamageNeverBreaksLookups) {
         table->show();
     }
 }
+
+TEST(QtAtomSampleSync, NeedsAllItsDataOnlyBelow81Bytes) {
+    for (QtAtomIdType type : {qtId("stss"), qtId("stps")}) {
+        QtAtomSampleSync table(nullptr, true, type);
+        for (unsigned int size : {80u, 81u}) {
+            table.setSize(size);
+            EXPECT_EQ(table.needsAllData(), size < 81) << QtIdName(type).render() << " " << size;
+        }
+    }
+}

@@ -1,0 +1,140 @@
+// Encoders stay within the size they report: every atom, read from a real movie or built and grown
+// in memory without its size being recomputed, is encoded into caller storage of exactly the room a
+// writer gives it (getEncodeSize(), or the fixed part of an atom whose body stays on disk).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "quicktime/quicktime.h"
+#include "tests/TestSupport.h"
+
+namespace {
+
+// The room a writer gives an atom's encoding.
+unsigned int writerRoom(BaseQtAtom const& atom) {
+    unsigned int fixed = atom.getFixedSize();
+    return std::max(atom.hasUntouchedData() ? fixed : atom.getEncodeSize(), fixed);
+}
+
+// Encodes into caller storage of exactly the writer's room: the buffer refuses anything beyond it.
+::testing::AssertionResult encodesWithinItsRoom(BaseQtAtom const& atom) {
+    unsigned int room = writerRoom(atom);
+    std::vector<unsigned char> storage(room);
+    QtAtomBuffer buffer(storage.data(), room, QtAtomBuffer::Empty);
+    atom.encode(buffer);
+    if (!buffer.overflowed() && buffer.nOccupied() <= room) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << atom.getAtomPath().get() << " did not fit a room of " << room;
+}
+
+void checkSubtree(BaseQtAtom const* atom) {
+    for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling()) {
+        EXPECT_TRUE(encodesWithinItsRoom(*child));
+        checkSubtree(child);
+    }
+}
+
+}  // namespace
+
+TEST(AtomEncodeSize, EveryAtomOfTheCorpusEncodesWithinItsRoom) {
+    for (std::string const& movie : corpusMovies()) {
+        SCOPED_TRACE(movie);
+        AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(movie).c_str());
+        ASSERT_TRUE(root);
+        checkSubtree(root.get());
+    }
+}
+
+TEST(AtomEncodeSize, AtomsGrownWithoutANewSizeStillEncodeWithinTheirRoom) {
+    struct Case {
+        char const* name;
+        std::function<BaseQtAtom*(BaseQtAtom const* parent)> grow;
+    };
+    Case const cases[] = {
+        {"elst", [](BaseQtAtom const* p) { return new QtAtomEditList(p, 1); }},
+        {"stts",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleTime(p);
+             a->setFixedRate(0x1FFFFFFFFul, 1);
+             return a;
+         }},
+        {"tref",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomTrakRef(p);
+             a->addTrackId(qtId("tmcd"), 2);
+             return a;
+         }},
+        {"ftyp",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomFileType(p);
+             a->setBrands(qtId("qt  "), 0x200, {qtId("qt  "), qtId("isom")});
+             return a;
+         }},
+        {"stsc",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleChunk(p);
+             for (unsigned int samples = 1; samples <= 5; ++samples) {
+                 QtSampleLocation location(1, samples, true);
+                 a->addCapacity();
+                 a->addSamples(location);
+             }
+             return a;
+         }},
+        {"hdlr",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomHandler(p, qtId("mhlr"), qtId("vide"));
+             a->setName("a handler name longer than the room");
+             return a;
+         }},
+        {"tcmi",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomTimecodeInf(p);
+             a->setFontName("Helvetica Neue");
+             return a;
+         }},
+        {"name",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomString(p, qtId("name"));
+             a->setText("a text");
+             return a;
+         }},
+        {"dref",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomDataRefHdr(p);
+             a->setCount(3);
+             return a;
+         }},
+        {"stsz",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleSize(p);
+             a->setCapacity(40);
+             return a;
+         }},
+        {"stco",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleChunkOff(p);
+             a->setCapacity(40);
+             return a;
+         }},
+        {"sdtp",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleDepend(p);
+             a->setCapacity(40);
+             return a;
+         }},
+        {"alis",
+         [](BaseQtAtom const* p) {
+             auto* a = new QtAtomDataAlias(p);
+             a->setPath("/a/b/movie.mov", "/a/c/clip.mov");
+             return a;
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        QtAtomHeader parent(qtId("stbl"), nullptr);
+        BaseQtAtom const* atom = c.grow(&parent);
+        EXPECT_TRUE(encodesWithinItsRoom(*atom));
+    }
+}
