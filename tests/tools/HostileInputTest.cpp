@@ -280,13 +280,25 @@ struct ToolRun {
     std::string output;
 };
 
+// The peak resident size of a running process's present program, 0 once it has ended.
+long peakRssKb(pid_t pid) {
+    std::string status = readFileText("/proc/" + std::to_string(pid) + "/status");
+    size_t at = status.find("VmHWM:");
+    return at == std::string::npos ? 0 : std::strtol(status.c_str() + at + 6, nullptr, 10);
+}
+
 // Runs qtmovie with its output in a file, kills it after `limit` seconds, and reports how it ended,
-// how long it took and its peak memory.
+// how long it took and its peak memory. The peak is sampled from the program itself after exec:
+// the rusage of a forked child also counts the copy of this (possibly large) test process that
+// it was before exec.
 ToolRun runLimited(std::vector<std::string> const& args, std::string const& outputPath, double limit) {
     ToolRun run;
     auto start = std::chrono::steady_clock::now();
+    int execGate[2];
+    if (pipe2(execGate, O_CLOEXEC) != 0) return run;
     pid_t pid = fork();
     if (pid == 0) {
+        close(execGate[0]);
         int fd = ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         dup2(fd, 1);
         dup2(fd, 2);
@@ -298,9 +310,15 @@ ToolRun runLimited(std::vector<std::string> const& args, std::string const& outp
         execv(argv[0], argv.data());
         _exit(127);
     }
+    close(execGate[1]);
+    char ignored;
+    while (read(execGate[0], &ignored, 1) > 0) {
+    }
+    close(execGate[0]);
     int status = 0;
     struct rusage usage {};
     while (wait4(pid, &status, WNOHANG, &usage) == 0) {
+        run.maxRssKb = std::max(run.maxRssKb, peakRssKb(pid));
         if (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() > limit) {
             kill(pid, SIGKILL);
             wait4(pid, &status, 0, &usage);
@@ -311,7 +329,6 @@ ToolRun runLimited(std::vector<std::string> const& args, std::string const& outp
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     run.exited = WIFEXITED(status);
     run.status = run.exited ? WEXITSTATUS(status) : -WTERMSIG(status);
-    run.maxRssKb = usage.ru_maxrss;
     run.output = readFileText(outputPath).substr(0, 4096);
     return run;
 }
