@@ -18,6 +18,8 @@ class DLinkNode {
     explicit DLinkNode(T* client = nullptr) : m_client(client) {}
     DLinkNode(DLinkNode const&) = delete;
     DLinkNode& operator=(DLinkNode const&) = delete;
+    // A node that dies while on a list leaves it, so the list never reaches a dead node.
+    ~DLinkNode();
 
     T* client() const { return m_client; }
     void setClient(T* client) { m_client = client; }
@@ -97,3 +99,8 @@ class DLinkedList {
     DLinkNode<T>* m_tail = nullptr;
     size_t m_size = 0;
 };
+
+template <class T>
+DLinkNode<T>::~DLinkNode() {
+    if (m_list) m_list->isolate(*this);
+}

@@ -11,16 +11,8 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(fuzz_movie fuzz_tables fuzz_descriptions fuzz_alias)
 
-if ! command -v clang++ >/dev/null; then
-  sudo_cmd=""
-  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-  $sudo_cmd apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends clang libclang-rt-dev >/dev/null
-fi
-
 build=build-fuzz
-cmake -S . -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DQT_FUZZ=ON -DQT_SANITIZE=ON -DQT_BUILD_BENCH=OFF >/dev/null
+fuzz/configure.sh
 ninja -C "$build" -j2 make_seeds "${targets[@]}"
 
 seeds="$build/seeds"
