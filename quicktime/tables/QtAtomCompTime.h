@@ -456,6 +456,13 @@ class QtAtomCompTime : public BaseQtAtom {
     DiskIterator const& getDiskIterator() const { return m_diskIterator; }
     // The recorder's bookkeeping: the last sample recorded, from which capacity is planned.
     unsigned int getLastRecordedSample() const { return m_lastRecordedSample; }
+    // The table is being extended by appendSample.
+    bool isRecording() const { return m_recording.load(std::memory_order_acquire); }
+    // While recording, the samples from the first whose offsets are final and stored: in derive
+    // mode those before the latest I or P frame (whose display offset the B frames after it still
+    // move), with the encoder's offsets every sample recorded. Published after the entries, for
+    // readers on other threads.
+    unsigned long getSettledSamples() const { return m_settledSamples.load(std::memory_order_acquire); }
     void setLastRecordedSample(unsigned int sample) const { m_lastRecordedSample = sample; }
     unsigned int getFirstBadEntry() const { return m_firstBadEntry.load(std::memory_order_relaxed); }
 
@@ -587,5 +594,6 @@ class QtAtomCompTime : public BaseQtAtom {
     mutable bool m_deriveMode = false;
     // Set by the first appendSample: the table changes from then on, so units get no signatures.
     mutable std::atomic<bool> m_recording{false};
+    mutable std::atomic<unsigned long> m_settledSamples{0};
     mutable std::once_flag m_seedLoaded;
 };

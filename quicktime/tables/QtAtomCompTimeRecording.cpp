@@ -123,6 +123,7 @@ QtAtomCompTime::Sample QtAtomCompTime::appendSample(unsigned long sample, Sample
     result.anchor = static_cast<uint32_t>(sample - distance);
     updateReaders(sample, result, type);
     m_lastRecordedSample = static_cast<unsigned int>(sample);
+    m_settledSamples.store(derive ? m_lastReferenceSample : sample + 1, std::memory_order_release);
     return result;
 }
 

@@ -1,5 +1,6 @@
 #include "quicktime/tables/QtTrackSamples.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "framework/BasicFileIO.h"
@@ -27,7 +28,17 @@ bool QtTrackSamples::valid() const {
     return m_table.getStsc() && m_table.getStsz() && m_table.getStco() && m_table.getStts();
 }
 
-unsigned long QtTrackSamples::getNumSamples() const { return valid() ? m_table.getStsz()->getSampleCount() : 0; }
+// Each count only grows while a recorder extends the tables, so their least, read in any order, is a
+// prefix of samples whose entries are all stored.
+unsigned long QtTrackSamples::getNumSamples() const {
+    if (!valid()) return 0;
+    unsigned long count = m_table.getStsz()->getSampleCount();
+    QtAtomSampleTime const* stts = m_table.getStts();
+    if (stts->isRecording()) count = std::min(count, stts->getTotalSamples());
+    QtAtomCompTime const* ctts = m_table.getCtts();
+    if (ctts && ctts->isRecording()) count = std::min(count, ctts->getSettledSamples());
+    return count;
+}
 
 bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoClientRec* agent) const {
     Iterator it(*this, sample, agent);

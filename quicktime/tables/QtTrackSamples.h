@@ -5,8 +5,13 @@
 // the nearest anchor of their table); an Iterator then walks on in order at constant cost per
 // sample, keeping its chunk set, its place in every table and the frame set of its unit.
 //
-// Threads: the tables are shared; each reader passes its own FileIoClientRec (agent) so that the
-// pages read for it do not disturb another reader's.
+// Threads: the tables are shared, also with a recorder that extends them on its own thread; each
+// reader passes its own FileIoClientRec (agent) so that the pages read for it do not disturb
+// another reader's, and keeps its own Iterator (its chunk set and places in the tables). A reader
+// sees a prefix of the track's samples: getNumSamples counts those whose size is stored and, while a
+// recorder extends the time-to-sample or composition table, whose time and final composition offset
+// are stored; a sample whose chunk or chunk offset is not yet stored ends a walk (next returns false)
+// and is not found by getSample. The recorder stores a sample's key frame entry before its size.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +44,7 @@ public:
 
     // The tables needed to place and time samples are present.
     bool valid() const;
+    // The samples that can be looked up now (see Threads).
     unsigned long getNumSamples() const;
     QtSampleTable const& getSampleTable() const { return m_table; }
 
