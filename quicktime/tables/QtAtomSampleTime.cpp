@@ -189,16 +189,17 @@ void QtAtomSampleTime::storeEntry(unsigned int index, Entry const& entry) {
 }
 
 void QtAtomSampleTime::addSamples(unsigned int count, unsigned int ticks) {
-    m_recording.store(true, std::memory_order_release);
     unsigned int n = getNumEntries();
     Entry last = n ? m_entries.get(n - 1) : Entry();
     if (n && static_cast<unsigned long>(last.count) + count <= kMaxCount) {
         last.count += count;
         m_entries.set(n - 1, last);
-        return;
+    } else {
+        // The count being added, not the total: a full one-entry table is left unchanged.
+        setFixedRate(count, ticks);
     }
-    // The count being added, not the total: a full one-entry table is left unchanged.
-    setFixedRate(count, ticks);
+    // After the samples: a decoded table's total never drops below what readers saw.
+    m_recording.store(true, std::memory_order_release);
 }
 
 // ---------------------------------------------------------------- printout

@@ -8,8 +8,9 @@
 // Threads: the owner thread decodes and records (addSamples, setFixedRate, fixTicksPerSample);
 // readers on other threads may call the lookups meanwhile. An entry is stored before the entry count
 // that covers it is published, and recording changes only the count of the last entry, so a reader
-// sees every entry whole and a total that only grows. Once addSamples has run, isRecording() is true:
-// readers then take the total as the end of the samples whose time is stored.
+// sees every entry whole and a total that only grows. A table built in memory, or a decoded one that
+// addSamples has extended, isRecording(): readers then take its total as the end of the samples whose
+// time is stored, whatever the order in which the recorder extends the track's tables.
 #pragma once
 
 #include <atomic>
@@ -69,7 +70,7 @@ public:
     void setFixedRate(unsigned long samples, unsigned int ticks);
     // Extends the table while recording (the recorder's rate is fixed, so durations are not compared).
     void addSamples(unsigned int count, unsigned int ticks);
-    // The table is being extended by a recorder (addSamples has run since it was decoded).
+    // The table is being built or extended here (not decoded, or addSamples has run since).
     bool isRecording() const { return m_recording.load(std::memory_order_acquire); }
 
 private:
@@ -87,6 +88,6 @@ private:
     QtVersionAndFlags m_versionAndFlags;
     QtGrowingSlots<Entry> m_entries;
     std::atomic<unsigned int> m_nEntries{0};
-    std::atomic<bool> m_recording{false};
+    std::atomic<bool> m_recording{true};
     unsigned int m_damagedCount = 0;
 };

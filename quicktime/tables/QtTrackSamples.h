@@ -11,7 +11,8 @@
 // sees a prefix of the track's samples: getNumSamples counts those whose size is stored and, while a
 // recorder extends the time-to-sample or composition table, whose time and final composition offset
 // are stored; a sample whose chunk or chunk offset is not yet stored ends a walk (next returns false)
-// and is not found by getSample. The recorder stores a sample's key frame entry before its size.
+// and is not found by getSample. The recorder stores a sample's key frame entry and composition
+// entry before its size.
 #pragma once
 
 #include <cstdint>
