@@ -14,7 +14,10 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 
-QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) { m_table.validate(); }
+QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) {
+    m_table.validate();
+    if (media) m_file = media->getRootFp();
+}
 
 QtAtomHeader const* QtTrackSamples::findTrackMedia(QtAtomRoot const& root, unsigned int track) {
     if (track == 0) return nullptr;
@@ -47,8 +50,7 @@ bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoC
 
 QtTrackSamples::Iterator::Iterator(QtTrackSamples const& track, unsigned long first, FileIoClientRec* agent)
     : m_table(track.m_table), m_agent(agent), m_sample(first), m_count(track.getNumSamples()) {
-    AutoRefPtr<BasicFileIO> file = m_table.getMedia() ? m_table.getMedia()->getRootFp() : AutoRefPtr<BasicFileIO>();
-    m_fileLength = file ? file->length() : ~0ul;
+    m_fileLength = track.m_file ? track.m_file->length() : ~0ul;
     m_ok = track.valid() && first < m_count && seekChunk();
     if (!m_ok) return;
     seekTimes();

@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "framework/AutoRefPtr.h"
+#include "framework/BasicFileIO.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtChunkSet.h"
 #include "quicktime/tables/QtSampleTable.h"
@@ -97,4 +99,7 @@ public:
 
 private:
     mutable QtSampleTable m_table;
+    // The movie's file, taken once: a lookup never walks the tree, which the owner may rearrange
+    // (a relocation moves the movie atom) while readers run.
+    AutoRefPtr<BasicFileIO> m_file;
 };
