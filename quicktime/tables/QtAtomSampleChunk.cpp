@@ -158,7 +158,9 @@ void QtAtomSampleChunk::settleLastEntry() {
 
 bool QtAtomSampleChunk::getChunkSet(unsigned long sample, QtChunkSet& set) const {
     if (set.isUnset()) set.init(m_chunkSize.getSamplesPerChunk());
-    if (getNumEntries() == 0) return false;
+    unsigned int n = getNumEntries();
+    if (n == 0) return false;
+    if (holdsSettled(set, sample, n)) return true;
     ensureLastEntry();
     QtChunkSet seed = set;
     bool found = false;
@@ -174,6 +176,16 @@ bool QtAtomSampleChunk::getChunkSet(unsigned long sample, QtChunkSet& set) const
                      set.toString().get());
     }
     return found;
+}
+
+// The previous answer stands when it holds the sample and came from a run that recording no longer
+// changes: the last run is rewritten and the one before it may take over the last run's chunk, but
+// every run before those two stays as it is. So most lookups in order read no entry at all.
+bool QtAtomSampleChunk::holdsSettled(QtChunkSet const& set, unsigned long sample, unsigned int n) const {
+    if (set.m_entryIndex == QtChunkSet::kNone || set.m_entryIndex + 2ul >= n || sample < set.m_firstSample ||
+        quicktimeLegacyDbg.on(QtLegacyOldStscLookup))
+        return false;
+    return sample - set.m_firstSample < set.m_numSamples;  // as the run's own test, in 32 bits
 }
 
 // Searches from the run of the previous answer: forward for a later sample, backward for an
@@ -199,16 +211,31 @@ bool QtAtomSampleChunk::searchRuns(unsigned long sample, QtChunkSet& set) const 
     return false;
 }
 
+// Each entry is read once: going forward an entry's successor becomes the next entry, going back
+// its predecessor's successor.
 bool QtAtomSampleChunk::searchFrom(long from, long to, long step, unsigned long sample, QtChunkSet& set) const {
     long n = getNumEntries();
-    for (long i = from; i != to && i >= 0 && i < n; i += step)
-        if (fillFromEntry(i, sample, set)) return true;
-    return false;
+    if (from < 0 || from >= n || from == to) return false;
+    QtGrowingSlots<Entry>::View slots = m_slots.view();
+    Entry entry = slots.get(static_cast<unsigned int>(from));
+    Entry next = slots.get(static_cast<unsigned int>(from) + 1);
+    for (long i = from;;) {
+        if (fillFromEntry(i, entry, next, sample, set)) return true;
+        i += step;
+        if (i == to || i < 0 || i >= n) return false;
+        if (step > 0) {
+            entry = next;
+            next = slots.get(static_cast<unsigned int>(i) + 1);
+        } else {
+            next = entry;
+            entry = slots.get(static_cast<unsigned int>(i));
+        }
+    }
 }
 
-bool QtAtomSampleChunk::fillFromEntry(long index, unsigned long sample, QtChunkSet& set) const {
-    Entry entry = slot(static_cast<unsigned int>(index));
-    unsigned int chunks = slot(static_cast<unsigned int>(index) + 1).firstChunk - entry.firstChunk;
+bool QtAtomSampleChunk::fillFromEntry(long index, Entry const& entry, Entry const& next, unsigned long sample,
+                                      QtChunkSet& set) const {
+    unsigned int chunks = next.firstChunk - entry.firstChunk;
     unsigned int samples = entry.samplesPerChunk * chunks;
     if (sample < entry.firstSample || sample >= entry.firstSample + samples) return false;
     set.m_entryIndex = static_cast<unsigned int>(index);

@@ -123,9 +123,11 @@ private:
     }
     void endChange() const { m_changes.fetch_add(1, std::memory_order_release); }
 
+    bool holdsSettled(QtChunkSet const& set, unsigned long sample, unsigned int n) const;
     bool searchRuns(unsigned long sample, QtChunkSet& set) const;
     bool searchFrom(long from, long to, long step, unsigned long sample, QtChunkSet& set) const;
-    bool fillFromEntry(long index, unsigned long sample, QtChunkSet& set) const;
+    // Fills the set from run `index` (its entry and the one after it) when the run holds the sample.
+    bool fillFromEntry(long index, Entry const& entry, Entry const& next, unsigned long sample, QtChunkSet& set) const;
     void fillFromEnd(QtChunkSet& set) const;
     QtChunkSet walkFromStart(unsigned long sample, QtChunkSet const& seed) const;
     QtAtomSampleChunk* self() const { return static_cast<QtAtomSampleChunk*>(nonConst()); }

@@ -36,17 +36,27 @@ public:
 
     unsigned int size() const { return m_current.load(std::memory_order_acquire)->size; }
 
-    // The value of a slot; a zero value past the size.
-    Value get(unsigned int index) const {
-        Block const* block = m_current.load(std::memory_order_acquire);
-        Value value{};
-        if (index >= block->size) return value;
-        uint32_t words[kWords];
-        for (unsigned int k = 0; k < kWords; ++k)
-            words[k] = block->words[index * kWords + k].load(std::memory_order_relaxed);
-        memcpy(&value, words, sizeof(Value));
-        return value;
-    }
+    // The slots as they are now, for a reader that reads several: the block is taken once.
+    class View {
+    public:
+        explicit View(Block const* block) : m_block(block) {}
+        // The value of a slot; a zero value past the size.
+        Value get(unsigned int index) const {
+            Value value{};
+            if (index >= m_block->size) return value;
+            uint32_t words[kWords];
+            for (unsigned int k = 0; k < kWords; ++k)
+                words[k] = m_block->words[index * kWords + k].load(std::memory_order_relaxed);
+            memcpy(&value, words, sizeof(Value));
+            return value;
+        }
+
+    private:
+        Block const* m_block;
+    };
+    View view() const { return View(m_current.load(std::memory_order_acquire)); }
+
+    Value get(unsigned int index) const { return view().get(index); }
 
     // Owner thread: stores a value (ignored past the size).
     void set(unsigned int index, Value const& value) {
