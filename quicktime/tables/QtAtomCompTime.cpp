@@ -464,12 +464,32 @@ T const* cacheFound(std::atomic<T const*>& cache, T const* found) {
 
 }  // namespace
 
+// While recording the track's atoms stay as they are, so a sibling found missing stays missing:
+// readers then never walk the siblings (whose types the recorder may change, a 'stco' widening).
+template <class T>
+T const* QtAtomCompTime::findSiblingOnce(std::atomic<T const*>& cache, unsigned int absentBit,
+                                         QtAtomIdType type) const {
+    if (m_absentSiblings.load(std::memory_order_acquire) & absentBit) return nullptr;
+    T const* found = cacheFound(cache, findSiblingAs<T>(this, type));
+    if (!found && m_recording.load(std::memory_order_acquire))
+        m_absentSiblings.fetch_or(absentBit, std::memory_order_acq_rel);
+    return found;
+}
+
+void QtAtomCompTime::settleSiblings() const {
+    getStss();
+    getStps();
+    getCslg();
+    getSdtp();
+    getTicksPerSample();
+}
+
 QtAtomSampleSync const* QtAtomCompTime::getStss() const {
     QtAtomSampleSync const* stss = m_stss.load(std::memory_order_relaxed);
     return stss ? stss : getStssSlow();
 }
 QtAtomSampleSync const* QtAtomCompTime::getStssSlow() const {
-    return cacheFound(m_stss, findSiblingAs<QtAtomSampleSync>(this, qtId("stss")));
+    return findSiblingOnce(m_stss, kAbsentStss, qtId("stss"));
 }
 
 QtAtomSampleSync const* QtAtomCompTime::getStps() const {
@@ -477,7 +497,7 @@ QtAtomSampleSync const* QtAtomCompTime::getStps() const {
     return stps ? stps : getStpsSlow();
 }
 QtAtomSampleSync const* QtAtomCompTime::getStpsSlow() const {
-    return cacheFound(m_stps, findSiblingAs<QtAtomSampleSync>(this, qtId("stps")));
+    return findSiblingOnce(m_stps, kAbsentStps, qtId("stps"));
 }
 
 QtAtomCompShift const* QtAtomCompTime::getCslg() const {
@@ -485,7 +505,7 @@ QtAtomCompShift const* QtAtomCompTime::getCslg() const {
     return cslg ? cslg : getCslgSlow();
 }
 QtAtomCompShift const* QtAtomCompTime::getCslgSlow() const {
-    return cacheFound(m_cslg, findSiblingAs<QtAtomCompShift>(this, QtAtomCompShift::kCslgId));
+    return findSiblingOnce(m_cslg, kAbsentCslg, QtAtomCompShift::kCslgId);
 }
 
 QtAtomSampleDepend const* QtAtomCompTime::getSdtp() const {
@@ -493,7 +513,7 @@ QtAtomSampleDepend const* QtAtomCompTime::getSdtp() const {
     return sdtp ? sdtp : getSdtpSlow();
 }
 QtAtomSampleDepend const* QtAtomCompTime::getSdtpSlow() const {
-    return cacheFound(m_sdtp, findSiblingAs<QtAtomSampleDepend>(this, qtId("sdtp")));
+    return findSiblingOnce(m_sdtp, kAbsentSdtp, qtId("sdtp"));
 }
 
 unsigned int QtAtomCompTime::getTicksPerSample() const {

@@ -23,7 +23,9 @@
 //   published by their filled flag, and their slots are atomic so that two readers filling the
 //   same new set, or the recorder updating it, never race.
 // - The sibling pointers and the ticks per sample are cached on first use without a lock (every
-//   thread caches the same value); the first bad entry is lowered atomically. The seed kept with the
+//   thread caches the same value); the first bad entry is lowered atomically. The first appendSample
+//   settles them on the owner thread, missing siblings included, so that readers of a recording
+//   never walk the siblings while the recorder changes them. The seed kept with the
 //   file is taken back once, by whichever thread looks up a sample first.
 // - The old path's absolute array is guarded by its own mutex.
 #pragma once
@@ -456,6 +458,13 @@ class QtAtomCompTime : public BaseQtAtom {
     DiskIterator const& getDiskIterator() const { return m_diskIterator; }
     // The recorder's bookkeeping: the last sample recorded, from which capacity is planned.
     unsigned int getLastRecordedSample() const { return m_lastRecordedSample; }
+    // The table is being extended by appendSample.
+    bool isRecording() const { return m_recording.load(std::memory_order_acquire); }
+    // While recording, the samples from the first whose offsets are final and stored: in derive
+    // mode those before the latest I or P frame (whose display offset the B frames after it still
+    // move), with the encoder's offsets every sample recorded. Published after the entries, for
+    // readers on other threads.
+    unsigned long getSettledSamples() const { return m_settledSamples.load(std::memory_order_acquire); }
     void setLastRecordedSample(unsigned int sample) const { m_lastRecordedSample = sample; }
     unsigned int getFirstBadEntry() const { return m_firstBadEntry.load(std::memory_order_relaxed); }
 
@@ -577,6 +586,13 @@ class QtAtomCompTime : public BaseQtAtom {
     mutable std::atomic<QtAtomSampleSync const*> m_stps{nullptr};
     mutable std::atomic<QtAtomCompShift const*> m_cslg{nullptr};
     mutable std::atomic<QtAtomSampleDepend const*> m_sdtp{nullptr};
+    // Siblings found missing while recording (kAbsent... bits), not searched for again.
+    static constexpr unsigned int kAbsentStss = 1, kAbsentStps = 2, kAbsentCslg = 4, kAbsentSdtp = 8;
+    mutable std::atomic<unsigned int> m_absentSiblings{0};
+    template <class T>
+    T const* findSiblingOnce(std::atomic<T const*>& cache, unsigned int absentBit, QtAtomIdType type) const;
+    // Owner thread, at the start of a recording: finds (or finds missing) every sibling readers use.
+    void settleSiblings() const;
     mutable std::atomic<unsigned int> m_ticksPerSample{0};
     mutable std::atomic<unsigned int> m_firstBadEntry{0xFFFFFFFFu};
     mutable AbsoluteAry m_absolute;
@@ -587,5 +603,6 @@ class QtAtomCompTime : public BaseQtAtom {
     mutable bool m_deriveMode = false;
     // Set by the first appendSample: the table changes from then on, so units get no signatures.
     mutable std::atomic<bool> m_recording{false};
+    mutable std::atomic<unsigned long> m_settledSamples{0};
     mutable std::once_flag m_seedLoaded;
 };

@@ -91,7 +91,10 @@ QtAtomCompTime::Sample QtAtomCompTime::appendSample(unsigned long sample, Sample
     SampleCodingType type = info.getEncoding();
     Sample result(static_cast<uint32_t>(sample), 0, type);
     if (sample > kMaxUint32 || ticks == 0) return result;
-    if (!m_recording.exchange(true)) m_shapes.disable();
+    if (!m_recording.exchange(true)) {
+        m_shapes.disable();
+        settleSiblings();
+    }
     write();
     if (static_cast<unsigned long>(m_lastRecordedSample) + 1 < sample) {
         errorMsg("QtAtomCompTime::appendSample: recording sample %ld after sample %d", static_cast<long>(sample),
@@ -123,6 +126,7 @@ QtAtomCompTime::Sample QtAtomCompTime::appendSample(unsigned long sample, Sample
     result.anchor = static_cast<uint32_t>(sample - distance);
     updateReaders(sample, result, type);
     m_lastRecordedSample = static_cast<unsigned int>(sample);
+    m_settledSamples.store(derive ? m_lastReferenceSample : sample + 1, std::memory_order_release);
     return result;
 }
 

@@ -9,11 +9,25 @@
 // beyond are zero. capacity = slots - 1. A table read from a file learns how many chunks its last
 // run has from the track's time-to-sample table (discoverLastEntry) before it is first used.
 //
-// Threads: the table belongs to the thread that owns the tree; even its lookups complete the end
-// entry on first use, so readers on other threads go through their own copy of the tree.
+// Threads and locks:
+// - The owner thread decodes, encodes and records (addSamples, addCapacity). Reader threads call the
+//   lookups (getChunkSet, getNumChunks, getNumChunkSamples, getChunkDesc, getEntry) meanwhile.
+// - Recording rewrites only the last entry and the end entry, appends an entry (storing it before
+//   the count that publishes it) and grows the slots (copy-on-grow, QtGrowingSlots). Every such
+//   change is bracketed by m_changes, a sequence count that is odd while a change is under way; a
+//   lookup runs on the slots without a lock and starts again when the count moved meanwhile, so it
+//   answers from one consistent state of the table. The changes are a few stores per chunk.
+// - The end entry of a decoded table is completed once (discoverLastEntry), by whichever thread
+//   asks first, under m_discoverMutex; m_lastEntryDiscovered publishes it, so later lookups take no
+//   lock. The recorder's first addSamples settles it under the same mutex before it changes the table.
+// - A QtChunkSet belongs to its reader: a stale one (from before the recorder moved a run on) only
+//   costs a search from the first entry.
 #pragma once
 
-#include <vector>
+#include <atomic>
+#include <mutex>
+
+#include "quicktime/tables/QtGrowingSlots.h"
 
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
@@ -49,14 +63,14 @@ public:
 
     QtAtomSampleChunk* write() const { return static_cast<QtAtomSampleChunk*>(BaseQtAtom::write()); }
 
-    unsigned int getNumEntries() const { return m_nEntries; }
+    unsigned int getNumEntries() const { return m_nEntries.load(std::memory_order_acquire); }
     // The entry count the file gave when the atom could not hold that many (the table was then
     // emptied), else 0: lets a reader say why a track shows no samples.
     unsigned int getDamagedCount() const { return m_damagedCount; }
     // Entry i; slot n is the implied end entry.
-    Entry getEntry(unsigned int index) const { return index < m_slots.size() ? m_slots[index] : Entry(); }
-    unsigned int getCapacity() const { return static_cast<unsigned int>(m_slots.size()) - 1; }
-    unsigned int getHeadroom() const { return getCapacity() - m_nEntries; }
+    Entry getEntry(unsigned int index) const;
+    unsigned int getCapacity() const { return m_slots.size() - 1; }
+    unsigned int getHeadroom() const { return getCapacity() - getNumEntries(); }
     QtChunkSize const& getChunkSize() const { return m_chunkSize; }
     unsigned int getChunkCounter() const { return m_chunkCounter; }
 
@@ -81,20 +95,52 @@ public:
 
 private:
     void ensureLastEntry() const {
-        if (!m_lastEntryDiscovered) discoverLastEntry();
+        if (!m_lastEntryDiscovered.load(std::memory_order_acquire)) discoverLastEntry();
     }
+    // The body of discoverLastEntry, under m_discoverMutex.
+    void discoverLocked() const;
+    // Owner thread, before the first change: the end entry is settled from now on.
+    void settleLastEntry();
+
+    // Runs `read` (which reads the slots and the count) until no change of the recorder overlapped it.
+    template <class Read>
+    auto readStable(Read read) const {
+        for (;;) {
+            unsigned int before = m_changes.load(std::memory_order_acquire);
+            if ((before & 1) == 0) {
+                auto result = read();
+                std::atomic_thread_fence(std::memory_order_acquire);
+                if (m_changes.load(std::memory_order_relaxed) == before) return result;
+            }
+            pauseForChange();
+        }
+    }
+    static void pauseForChange();
+    // Owner thread: bracket every change of the slots or the count.
+    void beginChange() const {
+        m_changes.store(m_changes.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_release);
+    }
+    void endChange() const { m_changes.fetch_add(1, std::memory_order_release); }
+
+    bool holdsSettled(QtChunkSet const& set, unsigned long sample, unsigned int n) const;
     bool searchRuns(unsigned long sample, QtChunkSet& set) const;
-    bool fillFromEntry(long index, unsigned long sample, QtChunkSet& set) const;
+    bool searchFrom(long from, long to, long step, unsigned long sample, QtChunkSet& set) const;
+    // Fills the set from run `index` (its entry and the one after it) when the run holds the sample.
+    bool fillFromEntry(long index, Entry const& entry, Entry const& next, unsigned long sample, QtChunkSet& set) const;
     void fillFromEnd(QtChunkSet& set) const;
     QtChunkSet walkFromStart(unsigned long sample, QtChunkSet const& seed) const;
     QtAtomSampleChunk* self() const { return static_cast<QtAtomSampleChunk*>(nonConst()); }
-    unsigned int chunksOf(unsigned int index) const { return m_slots[index + 1].firstChunk - m_slots[index].firstChunk; }
+    Entry slot(unsigned int index) const { return m_slots.get(index); }
+    unsigned int chunksOf(unsigned int index) const { return slot(index + 1).firstChunk - slot(index).firstChunk; }
 
     QtVersionAndFlags m_versionAndFlags;
-    unsigned int m_nEntries = 0;
-    std::vector<Entry> m_slots;
-    bool m_lastEntryDiscovered = false;
+    std::atomic<unsigned int> m_nEntries{0};
+    QtGrowingSlots<Entry> m_slots;
+    mutable std::atomic<bool> m_lastEntryDiscovered{false};
+    mutable std::mutex m_discoverMutex;
+    mutable std::atomic<unsigned int> m_changes{0};
     QtChunkSize m_chunkSize{1, 1, 0};
-    unsigned int m_chunkCounter = 0;
+    mutable unsigned int m_chunkCounter = 0;
     unsigned int m_damagedCount = 0;
 };

@@ -35,6 +35,13 @@ QtAtomSampleChunkOff::QtAtomSampleChunkOff(BaseQtAtom const* parent)
     m_headroom = VirtualArrayBase::kResidentLimit;
     registerVirtualBase(m_offsets32);
     registerVirtualBase(m_offsets64);
+    publishLayout();
+}
+
+void QtAtomSampleChunkOff::publishLayout() const {
+    // Between a widening setCapacity and the placement, the offsets are still the 32-bit ones.
+    bool stillNarrow = m_widenOnPlacement && getNumChunks() > 0 && m_offsets32.getVirtualSize() > 0;
+    m_readerLayout.store(is64Bit() && !stillNarrow ? kWideEntries : 0, std::memory_order_release);
 }
 
 QtAtomSampleChunkOff::~QtAtomSampleChunkOff() = default;
@@ -53,7 +60,18 @@ bool QtAtomSampleChunkOff::assignAt(unsigned int index, unsigned long value) {
 }
 
 unsigned long QtAtomSampleChunkOff::getChunkOffset(unsigned int chunk, FileIoClientRec* agent) const {
-    return chunk < m_nEntries ? elementAt(chunk, agent) : 0;
+    if (chunk >= getNumChunks()) return 0;
+    for (;;) {
+        unsigned int layout = m_readerLayout.load(std::memory_order_acquire);
+        if (layout & kWidening) {
+            std::lock_guard<std::mutex> wait(m_widenMutex);
+            continue;
+        }
+        unsigned long offset =
+            layout & kWideEntries ? m_offsets64.elementAt(chunk, agent) : m_offsets32.elementAt(chunk, agent);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (m_readerLayout.load(std::memory_order_relaxed) == layout) return offset;
+    }
 }
 
 // ---------------------------------------------------------------- decode and encode
@@ -113,6 +131,7 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
         readEntries(m_offsets32, buffer, m_nEntries);
     }
     m_headroom = slots - m_nEntries;
+    publishLayout();
     unsigned long used = buffer.bufferOffset() - start;
     if (getSize() > used) buffer.removeInput(getSize() - used);
     reportTrailingZeros();
@@ -241,6 +260,7 @@ void QtAtomSampleChunkOff::setCapacity(unsigned long request) {
     }
     m_headroom = capacity - m_nEntries;
     m_sizeNeeded = 0;
+    publishLayout();
 }
 
 void QtAtomSampleChunkOff::setSizeAndOffset(QtTreeSize const& size) const {
@@ -259,6 +279,7 @@ void QtAtomSampleChunkOff::setSizeAndOffset(QtTreeSize const& size) const {
         else
             self->m_offsets64.mapIndex(m_nEntries, entries);
     }
+    publishLayout();
     BaseQtAtom::setSizeAndOffset(size);
 }
 
@@ -267,6 +288,8 @@ void QtAtomSampleChunkOff::setSizeAndOffset(QtTreeSize const& size) const {
 // overwritten before it has been read (the new array writes its pages downwards as well).
 void QtAtomSampleChunkOff::widen(unsigned long entries, bool inPlace) const {
     QtAtomSampleChunkOff* self = nonConst();
+    std::lock_guard<std::mutex> readersWait(m_widenMutex);
+    m_readerLayout.store(kWidening, std::memory_order_release);
     self->m_offsets64.mapIndex(0, entries);
     if (inPlace) {
         for (unsigned int i = m_nEntries; i-- > 0;)
@@ -278,6 +301,7 @@ void QtAtomSampleChunkOff::widen(unsigned long entries, bool inPlace) const {
     // Nothing of the 32-bit array is to be written any more. Emptying it releases its cache, which
     // a disk-backed array takes off the root's table bytes itself.
     self->m_offsets32.setClean();
+    m_readerLayout.store(kWideEntries, std::memory_order_release);
     self->m_offsets32.setVirtualSize(0);
 }
 
@@ -292,6 +316,7 @@ bool QtAtomSampleChunkOff::addOffset(long offset) {
         setCapacity(slots);
         resetSize();
         addMovieResizeNeeded(QtResizeReq::Samples);
+        publishLayout();
     }
     unsigned int slots = nArrayEntries();
     bool fits = static_cast<unsigned long>(m_nEntries) + 1 <= slots;
@@ -338,6 +363,7 @@ void QtAtomSampleChunkOff::createOffsets(unsigned long base, [[maybe_unused]] Qt
         sample += samples;
     }
     m_headroom = slots - m_nEntries;
+    publishLayout();
 }
 
 // ---------------------------------------------------------------- printout

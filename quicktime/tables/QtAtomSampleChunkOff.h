@@ -6,11 +6,17 @@
 // that matches the atom's current type holds entries.
 //
 // Threads: the owner decodes, adds offsets, resizes and places the atom; readers on other threads
-// may call getChunkOffset and getNumChunks with their own agent while offsets are added and the
-// atom moves, but not across a change of type (the setCapacity and placement that widen it).
+// call getChunkOffset and getNumChunks with their own agent meanwhile, also while the atom moves and
+// while it widens. The count is published after the offset it covers is stored. The array readers
+// read is published apart from the atom's type (m_readerLayout): a 'stco' that setCapacity turned
+// into a 'co64' keeps its offsets in the 32-bit array until the placement widens them, and readers
+// go on reading them there. While the widening copies, readers wait on m_widenMutex (held only by
+// that copy); a reader that raced the start of it sees the layout changed and reads again.
+// elementAt and the other operations are the owner's.
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "framework/BridgeAnchor.h"
 #include "framework/VirtualArray.h"
@@ -89,6 +95,8 @@ private:
     template <class T>
     void reserve(VirtualArray<T>& array, unsigned int capacity, bool mapNow, int refusedLine, int backingLine);
     void widen(unsigned long entries, bool inPlace) const;
+    // Owner thread: tells readers which array holds the offsets now.
+    void publishLayout() const;
     void reportTrailingZeros() const;
 
     BridgeAnchor m_cacheAnchor;  // declared before the arrays, which report through it
@@ -102,4 +110,10 @@ private:
     unsigned int m_headroom = 0;
     bool m_widenOnPlacement = false;
     unsigned int m_damagedCount = 0;
+    // What readers read: kWideEntries when the 64-bit array holds the offsets, kWidening during the
+    // copy into it.
+    static constexpr unsigned int kWideEntries = 1;
+    static constexpr unsigned int kWidening = 2;
+    mutable std::atomic<unsigned int> m_readerLayout{0};
+    mutable std::mutex m_widenMutex;
 };

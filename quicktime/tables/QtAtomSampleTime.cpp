@@ -1,5 +1,6 @@
 #include "quicktime/tables/QtAtomSampleTime.h"
 
+#include <algorithm>
 #include <string>
 
 #include "framework/FormatStr.h"
@@ -20,7 +21,9 @@ QtAtomSampleTime::~QtAtomSampleTime() = default;
 bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
     unsigned int start = buffer.bufferOffset();
     bool ok = BaseQtAtom::decode(buffer);
-    m_entries.clear();
+    m_nEntries.store(0, std::memory_order_release);
+    m_entries.reset(0);
+    m_recording.store(false, std::memory_order_release);
     m_damagedCount = 0;
     if (buffer.nOccupied() >= 8) {
         m_versionAndFlags.decode(buffer);
@@ -28,11 +31,14 @@ bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
         long left = static_cast<long>(getSize()) - static_cast<long>(buffer.bufferOffset() - start);
         // A count the atom cannot hold empties the table (compared without overflow).
         if (static_cast<long>(count) * 8 <= left && count * 8ul <= buffer.nOccupied()) {
-            m_entries.resize(count);
-            for (Entry& entry : m_entries) {
+            m_entries.reset(count);
+            for (unsigned int i = 0; i < count; ++i) {
+                Entry entry;
                 entry.count = decodeUint32(buffer);
                 entry.duration = decodeUint32(buffer);
+                m_entries.set(i, entry);
             }
+            m_nEntries.store(count, std::memory_order_release);
         } else {
             m_damagedCount = count;
         }
@@ -44,13 +50,14 @@ bool QtAtomSampleTime::decode(QtAtomBuffer& buffer) {
 
 bool QtAtomSampleTime::encode(QtAtomBuffer& buffer) const {
     bool fits = QtAtomHelpers::fitsItsSize(*this, "stts");
-    unsigned long count = QtAtomHelpers::entriesThatFit(*this, m_entries.size(), 8);
+    unsigned long count = QtAtomHelpers::entriesThatFit(*this, getNumEntries(), 8);
     BaseQtAtom::encode(buffer);
     m_versionAndFlags.encode(buffer);
     BaseQtAtom::encode(buffer, static_cast<unsigned int>(count));
-    for (unsigned long i = 0; i < count; ++i) {
-        BaseQtAtom::encode(buffer, m_entries[i].count);
-        BaseQtAtom::encode(buffer, m_entries[i].duration);
+    for (unsigned int i = 0; i < count; ++i) {
+        Entry entry = m_entries.get(i);
+        BaseQtAtom::encode(buffer, entry.count);
+        BaseQtAtom::encode(buffer, entry.duration);
     }
     return fits;
 }
@@ -58,27 +65,32 @@ bool QtAtomSampleTime::encode(QtAtomBuffer& buffer) const {
 // ---------------------------------------------------------------- lookups
 
 unsigned long QtAtomSampleTime::getSample(unsigned long time) const {
-    unsigned long samplesBefore = 0, timeBefore = 0;
-    for (Entry const& entry : m_entries) {
+    unsigned long samplesBefore = 0, timeBefore = 0, found = ~0ul;
+    forEachEntry([&](Entry const& entry) {
         unsigned int span = spanOf(entry);
         if (timeBefore + span > time) {
-            if (entry.duration == 0) return samplesBefore;
-            return samplesBefore + (time - timeBefore + entry.duration / 2) / entry.duration;
+            found = entry.duration == 0 ? samplesBefore
+                                        : samplesBefore + (time - timeBefore + entry.duration / 2) / entry.duration;
+            return false;
         }
         samplesBefore += entry.count;
         timeBefore += span;
-    }
-    return samplesBefore;
+        return true;
+    });
+    return found != ~0ul ? found : samplesBefore;
 }
 
 unsigned long QtAtomSampleTime::getSampleTime(unsigned long sample) const {
     unsigned long samplesBefore = 0, timeBefore = 0;
-    for (Entry const& entry : m_entries) {
-        if (sample < samplesBefore + entry.count)
-            return timeBefore + (sample - samplesBefore) * static_cast<unsigned long>(entry.duration);
+    forEachEntry([&](Entry const& entry) {
+        if (sample < samplesBefore + entry.count) {
+            timeBefore += (sample - samplesBefore) * static_cast<unsigned long>(entry.duration);
+            return false;
+        }
         samplesBefore += entry.count;
         timeBefore += spanOf(entry);
-    }
+        return true;
+    });
     return timeBefore;
 }
 
@@ -87,15 +99,15 @@ QtAtomSampleTime::Span QtAtomSampleTime::getSpan(unsigned long startTime, unsign
     if (startTime > endTime) return span;
     unsigned long samplesBefore = 0, timeBefore = 0;
     bool firstFound = false;
-    for (Entry const& entry : m_entries) {
+    forEachEntry([&](Entry const& entry) {
         unsigned long end = timeBefore + spanOf(entry);
         if (entry.duration == 0) {
             // Nothing to divide by: the samples so far are the answer.
             span.endSample = samplesBefore;
             span.endTime = timeBefore;
-            if (end >= endTime) break;
+            if (end >= endTime) return false;
             samplesBefore += entry.count;
-            continue;
+            return true;
         }
         if (!firstFound && end > startTime) {
             span.firstSample = samplesBefore + (startTime - timeBefore + entry.duration / 2) / entry.duration;
@@ -110,39 +122,45 @@ QtAtomSampleTime::Span QtAtomSampleTime::getSpan(unsigned long startTime, unsign
         }
         span.endSample = samplesBefore + n;
         span.endTime = timeBefore + static_cast<unsigned long>(n) * entry.duration;
-        if (end >= endTime) break;
+        if (end >= endTime) return false;
         samplesBefore += entry.count;
         timeBefore = end;
-    }
+        return true;
+    });
     return span;
 }
 
 unsigned long QtAtomSampleTime::getTotalSamples() const {
     unsigned long total = 0;
-    for (Entry const& entry : m_entries) total += entry.count;
+    forEachEntry([&](Entry const& entry) {
+        total += entry.count;
+        return true;
+    });
     return total;
 }
 
 unsigned int QtAtomSampleTime::getTicksPerSample() const {
     long best = -1;
     unsigned int ticks = 1;
-    for (Entry const& entry : m_entries) {
+    forEachEntry([&](Entry const& entry) {
         if (entry.duration != 0 && static_cast<int>(entry.count) > best) {
             best = static_cast<int>(entry.count);
             ticks = entry.duration;
         }
-    }
+        return true;
+    });
     return ticks;
 }
 
 // ---------------------------------------------------------------- recording
 
 bool QtAtomSampleTime::fixTicksPerSample(unsigned int ticks) {
-    if (m_entries.size() != 1 || ticks == 0) return false;
-    Entry& entry = m_entries[0];
+    if (getNumEntries() != 1 || ticks == 0) return false;
+    Entry entry = m_entries.get(0);
     // Kept as it stands: not the usual rounding of count x duration / ticks.
     entry.count = ((entry.duration + 1) * entry.count - 1) / ticks;
     entry.duration = ticks;
+    m_entries.set(0, entry);
     return true;
 }
 
@@ -154,18 +172,34 @@ void QtAtomSampleTime::setFixedRate(unsigned long samples, unsigned int ticks) {
         needed = kMaxEntries;
     }
     // A table that already has that many entries is left as it is, durations and all.
-    if (m_entries.size() == needed) return;
-    m_entries.assign(needed, Entry{static_cast<unsigned int>(kMaxCount), ticks});
-    m_entries.back().count = static_cast<unsigned int>(samples - (needed - 1) * kMaxCount);
+    if (getNumEntries() == needed) return;
+    // Entries first, then the count that publishes them.
+    for (unsigned int i = 0; i < needed; ++i) {
+        bool last = i + 1 == needed;
+        storeEntry(i, Entry{last ? static_cast<unsigned int>(samples - (needed - 1) * kMaxCount)
+                                 : static_cast<unsigned int>(kMaxCount),
+                            ticks});
+    }
+    m_nEntries.store(static_cast<unsigned int>(needed), std::memory_order_release);
+}
+
+void QtAtomSampleTime::storeEntry(unsigned int index, Entry const& entry) {
+    if (index >= m_entries.size()) m_entries.resize(std::max(index + 1, 2 * m_entries.size()));
+    m_entries.set(index, entry);
 }
 
 void QtAtomSampleTime::addSamples(unsigned int count, unsigned int ticks) {
-    if (!m_entries.empty() && static_cast<unsigned long>(m_entries.back().count) + count <= kMaxCount) {
-        m_entries.back().count += count;
-        return;
+    unsigned int n = getNumEntries();
+    Entry last = n ? m_entries.get(n - 1) : Entry();
+    if (n && static_cast<unsigned long>(last.count) + count <= kMaxCount) {
+        last.count += count;
+        m_entries.set(n - 1, last);
+    } else {
+        // The count being added, not the total: a full one-entry table is left unchanged.
+        setFixedRate(count, ticks);
     }
-    // The count being added, not the total: a full one-entry table is left unchanged.
-    setFixedRate(count, ticks);
+    // After the samples: a decoded table's total never drops below what readers saw.
+    m_recording.store(true, std::memory_order_release);
 }
 
 // ---------------------------------------------------------------- printout
@@ -182,7 +216,8 @@ void QtAtomSampleTime::show() const {
         }
         std::string separator = i % 8 ? "," : "";
         if (everyEntry && i % 8 == 0) separator = FormatStr("\n%*s", indent, "").get();
-        text += FormatStr("%s{%u,%u}", separator.c_str(), m_entries[i].count, m_entries[i].duration).get();
+        Entry entry = m_entries.get(i);
+        text += FormatStr("%s{%u,%u}", separator.c_str(), entry.count, entry.duration).get();
     }
     text += "\n";
     infoMsg("%s", text.c_str());

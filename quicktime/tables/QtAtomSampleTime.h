@@ -4,9 +4,18 @@
 //
 // Arithmetic kept on purpose: the span of an entry (count x duration) is a 32-bit product, added to
 // a 64-bit running time, so tables with a large count and duration wrap there.
+//
+// Threads: the owner thread decodes and records (addSamples, setFixedRate, fixTicksPerSample);
+// readers on other threads may call the lookups meanwhile. An entry is stored before the entry count
+// that covers it is published, and recording changes only the count of the last entry, so a reader
+// sees every entry whole and a total that only grows. A table built in memory, or a decoded one that
+// addSamples has extended, isRecording(): readers then take its total as the end of the samples whose
+// time is stored, whatever the order in which the recorder extends the track's tables.
 #pragma once
 
-#include <vector>
+#include <atomic>
+
+#include "quicktime/tables/QtGrowingSlots.h"
 
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
@@ -34,16 +43,16 @@ public:
     bool encode(QtAtomBuffer& buffer) const override;
     // Header, version and flags, entry count: 16 bytes with the usual header.
     unsigned int getFixedSize() const override { return getHeaderSize() + 8; }
-    unsigned long getVariableSize() const override { return 8ul * m_entries.size(); }
+    unsigned long getVariableSize() const override { return 8ul * getNumEntries(); }
     void show() const override;
 
     QtAtomSampleTime* write() const { return static_cast<QtAtomSampleTime*>(BaseQtAtom::write()); }
 
-    unsigned int getNumEntries() const { return static_cast<unsigned int>(m_entries.size()); }
+    unsigned int getNumEntries() const { return m_nEntries.load(std::memory_order_acquire); }
     // The entry count the file gave when the atom could not hold that many (the table was then
     // emptied), else 0: lets a reader say why a track shows no samples.
     unsigned int getDamagedCount() const { return m_damagedCount; }
-    Entry getEntry(unsigned int index) const { return index < m_entries.size() ? m_entries[index] : Entry(); }
+    Entry getEntry(unsigned int index) const { return index < getNumEntries() ? m_entries.get(index) : Entry(); }
 
     // The sample that plays at a media time, to the nearest sample (a half rounds up); past the end
     // the number of samples.
@@ -61,11 +70,24 @@ public:
     void setFixedRate(unsigned long samples, unsigned int ticks);
     // Extends the table while recording (the recorder's rate is fixed, so durations are not compared).
     void addSamples(unsigned int count, unsigned int ticks);
+    // The table is being built or extended here (not decoded, or addSamples has run since).
+    bool isRecording() const { return m_recording.load(std::memory_order_acquire); }
 
 private:
     static unsigned int spanOf(Entry const& entry) { return entry.count * entry.duration; }
+    // Calls visit(entry) for each published entry in order until it returns false.
+    template <class Visit>
+    void forEachEntry(Visit visit) const {
+        unsigned int n = getNumEntries();
+        for (unsigned int i = 0; i < n; ++i)
+            if (!visit(m_entries.get(i))) return;
+    }
+    // Owner thread: entry i, growing the slots (by doubling) to hold it.
+    void storeEntry(unsigned int index, Entry const& entry);
 
     QtVersionAndFlags m_versionAndFlags;
-    std::vector<Entry> m_entries;
+    QtGrowingSlots<Entry> m_entries;
+    std::atomic<unsigned int> m_nEntries{0};
+    std::atomic<bool> m_recording{true};
     unsigned int m_damagedCount = 0;
 };

@@ -1,5 +1,6 @@
 #include "quicktime/tables/QtTrackSamples.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "framework/BasicFileIO.h"
@@ -13,7 +14,10 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 
-QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) { m_table.validate(); }
+QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) {
+    m_table.validate();
+    if (media) m_file = media->getRootFp();
+}
 
 QtAtomHeader const* QtTrackSamples::findTrackMedia(QtAtomRoot const& root, unsigned int track) {
     if (track == 0) return nullptr;
@@ -27,7 +31,17 @@ bool QtTrackSamples::valid() const {
     return m_table.getStsc() && m_table.getStsz() && m_table.getStco() && m_table.getStts();
 }
 
-unsigned long QtTrackSamples::getNumSamples() const { return valid() ? m_table.getStsz()->getSampleCount() : 0; }
+// Each count only grows while a recorder extends the tables, so their least, read in any order, is a
+// prefix of samples whose entries are all stored.
+unsigned long QtTrackSamples::getNumSamples() const {
+    if (!valid()) return 0;
+    unsigned long count = m_table.getStsz()->getSampleCount();
+    QtAtomSampleTime const* stts = m_table.getStts();
+    if (stts->isRecording()) count = std::min(count, stts->getTotalSamples());
+    QtAtomCompTime const* ctts = m_table.getCtts();
+    if (ctts && ctts->isRecording()) count = std::min(count, ctts->getSettledSamples());
+    return count;
+}
 
 bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoClientRec* agent) const {
     Iterator it(*this, sample, agent);
@@ -36,8 +50,7 @@ bool QtTrackSamples::getSample(unsigned long sample, QtSampleInfo& info, FileIoC
 
 QtTrackSamples::Iterator::Iterator(QtTrackSamples const& track, unsigned long first, FileIoClientRec* agent)
     : m_table(track.m_table), m_agent(agent), m_sample(first), m_count(track.getNumSamples()) {
-    AutoRefPtr<BasicFileIO> file = m_table.getMedia() ? m_table.getMedia()->getRootFp() : AutoRefPtr<BasicFileIO>();
-    m_fileLength = file ? file->length() : ~0ul;
+    m_fileLength = track.m_file ? track.m_file->length() : ~0ul;
     m_ok = track.valid() && first < m_count && seekChunk();
     if (!m_ok) return;
     seekTimes();

@@ -5,13 +5,21 @@
 // the nearest anchor of their table); an Iterator then walks on in order at constant cost per
 // sample, keeping its chunk set, its place in every table and the frame set of its unit.
 //
-// Threads: the tables are shared; each reader passes its own FileIoClientRec (agent) so that the
-// pages read for it do not disturb another reader's.
+// Threads: the tables are shared, also with a recorder that extends them on its own thread; each
+// reader passes its own FileIoClientRec (agent) so that the pages read for it do not disturb
+// another reader's, and keeps its own Iterator (its chunk set and places in the tables). A reader
+// sees a prefix of the track's samples: getNumSamples counts those whose size is stored and, while a
+// recorder extends the time-to-sample or composition table, whose time and final composition offset
+// are stored; a sample whose chunk or chunk offset is not yet stored ends a walk (next returns false)
+// and is not found by getSample. The recorder stores a sample's key frame entry and composition
+// entry before its size.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 
+#include "framework/AutoRefPtr.h"
+#include "framework/BasicFileIO.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtChunkSet.h"
 #include "quicktime/tables/QtSampleTable.h"
@@ -39,6 +47,7 @@ public:
 
     // The tables needed to place and time samples are present.
     bool valid() const;
+    // The samples that can be looked up now (see Threads).
     unsigned long getNumSamples() const;
     QtSampleTable const& getSampleTable() const { return m_table; }
 
@@ -90,4 +99,7 @@ public:
 
 private:
     mutable QtSampleTable m_table;
+    // The movie's file, taken once: a lookup never walks the tree, which the owner may rearrange
+    // (a relocation moves the movie atom) while readers run.
+    AutoRefPtr<BasicFileIO> m_file;
 };

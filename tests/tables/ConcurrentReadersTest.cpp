@@ -1,0 +1,217 @@
+// Readers beside a recording: one thread records a long-GOP track into the tables of a movie over a
+// real file, as a recorder drives them (each table's recording operation; a table out of room asks
+// for a resize, after which the owner gives the tables room, places them, moves the movie when it
+// no longer fits, and flushes now and then; the 'stco' widens to 'co64' on the way), while reader
+// threads, each with its own agent, look samples up at random and in order through one shared
+// QtTrackSamples. Every answer must be what the finished file says; run under ThreadSanitizer it
+// must also be free of races.
+//
+// The recorder stores each sample's key and composition entries, its chunk, then its size, and its
+// time last: the readers' prefix is bounded by the time-to-sample table and by the composition
+// offsets that later B frames may still move.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "framework/FileIoClientRec.h"
+#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomMdat.h"
+#include "quicktime/layout/QtAtomMoov.h"
+#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
+#include "quicktime/tables/QtTrackSamples.h"
+#include "tests/TestSupport.h"
+#include "tests/layout/LayoutTestSupport.h"
+
+namespace {
+
+constexpr unsigned int kSamples = 24000;
+constexpr unsigned int kGop = 15;
+constexpr unsigned int kTicks = 1001;
+constexpr unsigned long kChunkSpacing = 200000;
+constexpr unsigned long kEssenceBytes = 800000000ul;
+constexpr unsigned int kReaders = 3;
+
+unsigned int sizeOf(unsigned int sample) { return 500 + (sample * 7919u) % 20000; }
+// Chunks of 8 samples, every tenth of 3: the sample-to-chunk table both extends runs and opens new ones.
+unsigned int samplesInChunk(unsigned int chunk) { return chunk % 10 == 9 ? 3 : 8; }
+// Decode order I P B B P B B ...: each reference is shown after the B frames behind it.
+SampleCodingType codingOf(unsigned int sample) {
+    unsigned int place = sample % kGop;
+    return place == 0 ? SampleCodingI : place % 3 == 1 ? SampleCodingP : SampleCodingB;
+}
+
+class Recording {
+public:
+    explicit Recording(TempFile const& temp) {
+        file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
+        root.reset(new QtAtomRoot(file, 0));
+        addPreserved(root.get(), "ftyp", 12, 'f');
+        mdat = new QtAtomMdat(root.get(), kEssenceBytes);
+        moov = new QtAtomMoov(root.get(), QtAtomMoov::kMoovId);
+        media = new QtAtomHeader(qtId("mdia"), new QtAtomHeader(qtId("trak"), moov));
+        auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), media));
+        stts = new QtAtomSampleTime(stbl);
+        stsc = new QtAtomSampleChunk(stbl);
+        stsz = new QtAtomSampleSize(stbl);
+        {
+            ScopedDebugFlag useStco("quicktimeLegacyDbg", "use stco");  // so that it widens while read
+            stco = new QtAtomSampleChunkOff(stbl);
+        }
+        stss = new QtAtomSampleSync(stbl, true, QtAtomSampleSync::kStssId);
+        ctts = new QtAtomCompTime(stbl);
+        // Planned like a recorder plans them; the per-sample tables grow by resizes instead.
+        stss->setCapacity(kSamples, kGop);
+        ctts->setCapacity(kSamples);
+        root->recalcOffset(QtTreeSize(true, 0, 0));
+        flush();  // the movie now follows the essence area, so the file covers every chunk
+    }
+
+    void record() {
+        unsigned int sample = 0;
+        for (unsigned int chunk = 0; sample < kSamples; ++chunk) {
+            if (stsc->getHeadroom() == 0) {
+                stsc->write()->addCapacity();
+                resize();
+            }
+            for (unsigned int i = 0; i < samplesInChunk(chunk) && sample < kSamples; ++i, ++sample) {
+                if (codingOf(sample) == SampleCodingI) {
+                    ASSERT_TRUE(stss->appendKey(sample));
+                }
+                ctts->appendSample(sample, SampleInfo(codingOf(sample)), kTicks, nullptr);
+                QtSampleLocation location(1, 1, i == 0);
+                ASSERT_TRUE(stsc->write()->addSamples(location));
+                if (i == 0)
+                    while (!stco->write()->addOffset(static_cast<long>(mdat->getDataOffset() + chunk * kChunkSpacing)))
+                        resize();
+                while (!stsz->write()->addSamples(sample, 1, sizeOf(sample))) resize();
+                stts->write()->addSamples(1, kTicks);
+            }
+            if (chunk % 400 == 399) flush();
+        }
+        flush();
+    }
+
+    void resize() {
+        // Twice the room, for the tables that have none left.
+        if (stsz->getHeadroom() == 0) stsz->write()->setCapacity(2ul * stsz->getCapacity());
+        if (stco->getHeadroom() == 0) stco->write()->setCapacity(2ul * stco->nArrayEntries());
+        moov->clearResizeNeeded();
+        QtTreeSize dry = moov->recalcOffset(QtTreeSize(false, 0, moov->getFileOffset()));
+        if (dry.size > moov->getSize() && moov->relocate()) ++relocations;
+        root->recalcOffset(QtTreeSize(true, 0, 0));
+    }
+
+    void flush() {
+        root->flushVirtualChildren();
+        ASSERT_TRUE(root->writeDirty());
+        root->flush(moov);
+        root->hasFinalForm(true);
+        if (root->isIdUpdateNeeded() && moov->updateDiskId()) {
+            root->setIdUpdateNeeded(false);
+            ASSERT_TRUE(root->writeDirty());
+        }
+        root->coalesceSkip();
+        ASSERT_TRUE(root->writeDirty());
+    }
+
+    AutoRefPtr<BasicFileIO> file;
+    AutoPtr<QtAtomRoot> root;
+    QtAtomMdat const* mdat = nullptr;
+    QtAtomMoov const* moov = nullptr;
+    QtAtomHeader const* media = nullptr;
+    QtAtomSampleTime const* stts = nullptr;
+    QtAtomSampleChunk const* stsc = nullptr;
+    QtAtomSampleSize const* stsz = nullptr;
+    QtAtomSampleChunkOff const* stco = nullptr;
+    QtAtomSampleSync const* stss = nullptr;
+    QtAtomCompTime const* ctts = nullptr;
+    unsigned int relocations = 0;
+};
+
+// What one reader saw: its answers, and how far the track had grown when it last asked.
+struct ReaderLog {
+    std::vector<QtSampleInfo> answers;
+    unsigned long refused = 0;
+    unsigned long lastCount = 0;
+};
+
+// Alternates random lookups with walks of up to 300 samples from a random place, up to the count
+// the track gives at that moment, until the recording stops.
+void readWhileRecording(QtTrackSamples const& track, std::atomic<bool> const& recording, unsigned int seed,
+                        ReaderLog& log) {
+    FileIoClientRec agent;
+    std::mt19937 random(seed);
+    QtSampleInfo info;
+    while (recording.load(std::memory_order_acquire)) {
+        unsigned long count = track.getNumSamples();
+        if (count < log.lastCount) ++log.refused;  // the prefix never shrinks
+        log.lastCount = count;
+        if (count == 0) continue;
+        for (unsigned int i = 0; i < 20; ++i) {
+            unsigned long s = random() % count;
+            if (track.getSample(s, info, &agent))
+                log.answers.push_back(info);
+            else
+                ++log.refused;
+        }
+        QtTrackSamples::Iterator walk(track, random() % count, &agent);
+        for (unsigned int i = 0; i < 300 && walk.next(info); ++i) log.answers.push_back(info);
+    }
+    QtSampleTable const& table = track.getSampleTable();
+    for (BaseQtAtom const* atom : std::initializer_list<BaseQtAtom const*>{
+             table.getStsz(), table.getStco(), table.getStss(), table.getCtts()})
+        atom->closeVirtualTable(&agent);
+}
+
+}  // namespace
+
+TEST(ConcurrentReadersTest, ReadersWithTheirOwnAgentsSeeAPrefixThatTheFinishedFileConfirms) {
+    TempFile temp;
+    Recording recording(temp);
+    QtTrackSamples track(recording.media);
+    ASSERT_TRUE(track.valid());
+
+    std::atomic<bool> running{true};
+    std::vector<ReaderLog> logs(kReaders);
+    std::vector<std::thread> readers;
+    for (unsigned int r = 0; r < kReaders; ++r)
+        readers.emplace_back(readWhileRecording, std::cref(track), std::cref(running), r + 1, std::ref(logs[r]));
+    recording.record();
+    running.store(false, std::memory_order_release);
+    for (std::thread& reader : readers) reader.join();
+    ASSERT_FALSE(testing::Test::HasFatalFailure());
+    EXPECT_TRUE(recording.stco->is64Bit());
+    EXPECT_GT(recording.relocations, 0u);
+    recording.root.reset();
+
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(temp.c_str());
+    ASSERT_TRUE(root);
+    QtTrackSamples finished(QtTrackSamples::findTrackMedia(*root, 1));
+    ASSERT_EQ(finished.getNumSamples(), kSamples);
+    FileIoClientRec agent;
+    unsigned long answers = 0;
+    for (ReaderLog const& log : logs) {
+        EXPECT_EQ(log.refused, 0u);
+        answers += log.answers.size();
+        for (QtSampleInfo const& seen : log.answers) {
+            QtSampleInfo expected;
+            ASSERT_TRUE(finished.getSample(seen.sample, expected, &agent)) << seen.sample;
+            ASSERT_EQ(seen.size, sizeOf(static_cast<unsigned int>(seen.sample))) << seen.sample;
+            ASSERT_EQ(seen.offset, expected.offset) << seen.sample;
+            ASSERT_EQ(seen.size, expected.size) << seen.sample;
+            ASSERT_EQ(seen.dts, expected.dts) << seen.sample;
+            ASSERT_EQ(seen.pts, expected.pts) << seen.sample;
+            ASSERT_EQ(seen.key, expected.key) << seen.sample;
+        }
+    }
+    EXPECT_GT(answers, 1000u);  // the readers really ran beside the recording
+}
