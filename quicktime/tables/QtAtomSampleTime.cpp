@@ -59,6 +59,9 @@ bool QtAtomSampleTime::encode(QtAtomBuffer& buffer) const {
         BaseQtAtom::encode(buffer, entry.count);
         BaseQtAtom::encode(buffer, entry.duration);
     }
+    // Reserved room past the count reads as zeros.
+    unsigned long room = QtAtomHelpers::entriesThatFit(*this, getCapacity(), 8);
+    if (room > count) buffer.append(static_cast<unsigned int>((room - count) * 8), true);
     return fits;
 }
 
@@ -200,6 +203,29 @@ void QtAtomSampleTime::addSamples(unsigned int count, unsigned int ticks) {
     }
     // After the samples: a decoded table's total never drops below what readers saw.
     m_recording.store(true, std::memory_order_release);
+}
+
+void QtAtomSampleTime::appendSamples(unsigned int count, unsigned int ticks) {
+    unsigned int n = getNumEntries();
+    Entry last = n ? m_entries.get(n - 1) : Entry();
+    if (n && last.duration == ticks && static_cast<unsigned long>(last.count) + count <= kMaxCount) {
+        last.count += count;
+        m_entries.set(n - 1, last);
+    } else {
+        // Entry first, then the count that publishes it.
+        storeEntry(n, Entry{count, ticks});
+        m_nEntries.store(n + 1, std::memory_order_release);
+    }
+    m_recording.store(true, std::memory_order_release);
+}
+
+bool QtAtomSampleTime::setLastDuration(unsigned int ticks) {
+    unsigned int n = getNumEntries();
+    if (n == 0) return false;
+    Entry last = m_entries.get(n - 1);
+    last.duration = ticks;
+    m_entries.set(n - 1, last);
+    return true;
 }
 
 // ---------------------------------------------------------------- printout

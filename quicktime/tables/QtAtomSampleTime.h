@@ -13,6 +13,7 @@
 // time is stored, whatever the order in which the recorder extends the track's tables.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 
 #include "quicktime/tables/QtGrowingSlots.h"
@@ -43,7 +44,8 @@ public:
     bool encode(QtAtomBuffer& buffer) const override;
     // Header, version and flags, entry count: 16 bytes with the usual header.
     unsigned int getFixedSize() const override { return getHeaderSize() + 8; }
-    unsigned long getVariableSize() const override { return 8ul * getNumEntries(); }
+    // The entries, or the room reserved for them when that is more (zeros on disk past the count).
+    unsigned long getVariableSize() const override { return 8ul * getCapacity(); }
     void show() const override;
 
     QtAtomSampleTime* write() const { return static_cast<QtAtomSampleTime*>(BaseQtAtom::write()); }
@@ -72,6 +74,16 @@ public:
     void addSamples(unsigned int count, unsigned int ticks);
     // The table is being built or extended here (not decoded, or addSamples has run since).
     bool isRecording() const { return m_recording.load(std::memory_order_acquire); }
+    // Extends the table while recording samples whose durations may change: a new run starts when
+    // `ticks` differs from the last run's duration (or the last run is full).
+    void appendSamples(unsigned int count, unsigned int ticks);
+    // Reserves room for `entries` runs, so that new runs do not change the atom's size; the size
+    // follows at the next placement (recalcOffset).
+    void setCapacity(unsigned int entries) { m_room = entries; }
+    // Gives the last run another duration (a recorded track of one sample that lasts as long as the
+    // movie, such as a timecode counter); false for an empty table.
+    bool setLastDuration(unsigned int ticks);
+    unsigned int getCapacity() const { return std::max(getNumEntries(), m_room); }
 
 private:
     static unsigned int spanOf(Entry const& entry) { return entry.count * entry.duration; }
@@ -90,4 +102,5 @@ private:
     std::atomic<unsigned int> m_nEntries{0};
     std::atomic<bool> m_recording{true};
     unsigned int m_damagedCount = 0;
+    unsigned int m_room = 0;  // entries reserved on disk while recording
 };
