@@ -26,6 +26,9 @@ namespace {
 // Samples per chunk of a track of equal-sized samples; a track of varying sizes puts one sample in
 // each chunk, so that its sample-to-chunk table keeps one run however the flushes fall.
 constexpr unsigned int kConstantChunkSeconds = 2;  // chunk of half a second: rate / 2
+// ...and of at most this many bytes: constant-size video frames are large, and the room a chunk
+// reserves stays in the file when the recording ends before the chunk is full.
+constexpr unsigned int kMaxConstantChunkBytes = 1u << 20;
 // Entries a table must have free before a sample is appended: the most one sample can take (the
 // composition table rewrites up to four pending runs and keeps two slots free).
 constexpr unsigned int kMinRoom = 2;
@@ -52,7 +55,9 @@ QtRecorderTrack::QtRecorderTrack(uint32_t number, Kind kind, BaseQtAtom const* t
     m_stco = tableIn<QtAtomSampleChunkOff>(stbl, "co64");
     if (!m_stco) m_stco = tableIn<QtAtomSampleChunkOff>(stbl, "stco");
     if (m_mdhd) m_timeScale = std::max(m_mdhd->getTimeScale(), 1u);
-    unsigned int perChunk = constantSize ? std::max(m_timeScale / kConstantChunkSeconds, 1u) : 1;
+    unsigned int perChunk =
+        constantSize ? std::max(std::min(m_timeScale / kConstantChunkSeconds, kMaxConstantChunkBytes / constantSize), 1u)
+                     : 1;
     m_allocator = std::make_unique<QtSampleAllocator>(chunks, perChunk);
     if (constantSize && m_stsz) m_stsz->write()->setFixed(constantSize, 0);
 }
