@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #ifndef QT_SAMPLES_DIR
 #define QT_SAMPLES_DIR "samples"
@@ -111,6 +113,14 @@ bool QtMovieCommand::normalize(std::vector<std::string> const& args, std::vector
 int qtMovieUsageError(char const* command, std::string const& message) {
     fprintf(stderr, "qtmovie %s: %s (see qtmovie %s --help)\n", command, message.c_str(), command);
     return kQtMovieUsageError;
+}
+
+bool qtMovieParseNumber(std::string const& text, unsigned long& value) {
+    if (text.empty() || text[0] < '0' || text[0] > '9') return false;
+    char* end = nullptr;
+    errno = 0;
+    value = strtoul(text.c_str(), &end, 10);
+    return end && *end == 0 && errno == 0;
 }
 
 // Beside an installed program the sample lies under the prefix's data directory; a program run

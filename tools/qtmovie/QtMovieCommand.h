@@ -56,5 +56,8 @@ constexpr int kQtMovieUsageError = 2;
 // kQtMovieUsageError.
 int qtMovieUsageError(char const* command, std::string const& message);
 
+// A decimal number without sign; false for anything else.
+bool qtMovieParseNumber(std::string const& text, unsigned long& value);
+
 // The sample movie shipped with the program, used when a command is given no file.
 std::string defaultSamplePath();

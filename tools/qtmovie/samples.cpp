@@ -11,12 +11,6 @@
 
 namespace {
 
-bool parseNumber(std::string const& text, unsigned long& value) {
-    char* end = nullptr;
-    value = strtoul(text.c_str(), &end, 10);
-    return !text.empty() && end && *end == 0 && text[0] != '-';
-}
-
 void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long from, unsigned long count) {
     QtTrackSamples samples(media);
     std::string why = media ? samples.getSampleTable().whyNoSamples() : "no 'mdia'";
@@ -39,7 +33,7 @@ int runSamples(std::vector<std::string> const& args) {
         std::string const& a = args[i];
         if (a == "--track" || a == "--from" || a == "--count") {
             unsigned long& target = a == "--track" ? track : a == "--from" ? from : count;
-            if (i + 1 == args.size() || !parseNumber(args[++i], target))
+            if (i + 1 == args.size() || !qtMovieParseNumber(args[++i], target))
                 return qtMovieUsageError("samples", a + " needs a number");
         } else if (path.empty()) {
             path = a;
