@@ -21,8 +21,7 @@ void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long fro
     QtTrackSamples::Iterator it(samples, from);
     QtSampleInfo info;
     for (unsigned long n = 0; n < count && it.next(info); ++n)
-        printf("%u,%lu,%lu,%u,%lu,%ld,%d\n", track, info.sample, info.offset, info.size, info.dts, info.pts,
-               info.key ? 1 : 0);
+        qtMoviePrintSample(track, info);
 }
 
 int runSamples(std::vector<std::string> const& args) {
@@ -49,7 +48,7 @@ int runSamples(std::vector<std::string> const& args) {
         fprintf(stderr, "qtmovie samples: %s has %u tracks\n", path.c_str(), tracks);
         return 1;
     }
-    printf("track,sample,offset,size,dts,pts,key\n");
+    printf("%s\n", kQtMovieSampleHeader);
     for (unsigned int t = 1; t <= tracks; ++t)
         if (track == 0 || t == track) printTrack(t, QtTrackSamples::findTrackMedia(*root, t), from, count);
     fflush(stdout);
