@@ -1,8 +1,8 @@
-// qtmovie record OUT --from IN [--flush-every N] [--realtime] [--kill-after-bytes B]: records IN
-// again into OUT through QtMovieRecorder, as a live recorder receives it: every track shaped like
-// IN's, every sample in decode order with the tracks interleaved by time, a flush at the chosen
-// cadence, then close. --kill-after-bytes ends the process without closing anything, so that the
-// file left behind shows what a crash at that moment leaves.
+// qtmovie record OUT --from IN [--flush-every N] [--planned-seconds S] [--realtime]
+// [--kill-after-bytes B]: records IN again into OUT through QtMovieRecorder, as a live recorder
+// receives it: every track shaped like IN's, every sample in decode order with the tracks
+// interleaved by time, a flush at the chosen cadence, then close. --kill-after-bytes ends the
+// process without closing anything, so that the file left behind shows what a crash leaves.
 #include <unistd.h>
 
 #include <chrono>
@@ -27,6 +27,7 @@ constexpr int kKilledStatus = 3;
 struct RecordOptions {
     std::string out, in;
     unsigned long flushEvery = 0;  // samples between flushes; 0: one second of media
+    unsigned long plannedSeconds = 0;  // the recorder's first table room; 0: its default
     bool realtime = false;
     bool kill = false;
     unsigned long killAfterBytes = 0;
@@ -141,6 +142,7 @@ class Recording {
         if (!mvhd) return fail(m_options.in + " has no movie header");
         QtMovieRecorder::Options recorderOptions;
         if (mvhd->getTimeScale()) recorderOptions.timeScale = mvhd->getTimeScale();
+        if (m_options.plannedSeconds) recorderOptions.plannedSeconds = static_cast<uint32_t>(m_options.plannedSeconds);
         m_recorder = QtMovieRecorder::create(m_options.out.c_str(), recorderOptions);
         if (!m_recorder) return 1;
         if (!addTracks()) return 1;
@@ -257,10 +259,12 @@ int runRecord(std::vector<std::string> const& args) {
         std::string const& a = args[i];
         if (a == "--from" && i + 1 < args.size()) {
             options.in = args[++i];
-        } else if (a == "--flush-every" || a == "--kill-after-bytes") {
-            unsigned long& target = a == "--flush-every" ? options.flushEvery : options.killAfterBytes;
+        } else if (a == "--flush-every" || a == "--planned-seconds" || a == "--kill-after-bytes") {
+            unsigned long& target = a == "--flush-every"       ? options.flushEvery
+                                    : a == "--planned-seconds" ? options.plannedSeconds
+                                                               : options.killAfterBytes;
             if (i + 1 == args.size() || !qtMovieParseNumber(args[++i], target) ||
-                (a == "--flush-every" && target == 0))
+                (target == 0 && a != "--kill-after-bytes") || target > 0xFFFFFFFFul)
                 return qtMovieUsageError("record", a + " needs a positive number");
             options.kill = options.kill || a == "--kill-after-bytes";
         } else if (a == "--realtime") {
@@ -276,10 +280,11 @@ int runRecord(std::vector<std::string> const& args) {
 }
 
 QtMovieCommand recordCommand(
-    "record", "OUT --from IN [--flush-every N] [--realtime] [--kill-after-bytes B]",
+    "record", "OUT --from IN [--flush-every N] [--planned-seconds S] [--realtime] [--kill-after-bytes B]",
     "record IN again into OUT through the recorder, as a live recorder receives its samples",
     {{"--from", "IN", "the movie whose tracks and samples are recorded"},
      {"--flush-every", "N", "flush after every N samples (default: after each second of media)"},
+     {"--planned-seconds", "S", "give the tables room for S seconds of media at first (default 60)"},
      {"--realtime", nullptr, "append each sample no earlier than its decode time after the start"},
      {"--kill-after-bytes", "B", "end the process abruptly, without closing, after B bytes of samples"}},
     "Every track of IN is added with its header, edit list, descriptions and references; its\n"

@@ -1,0 +1,108 @@
+// qtmovie record as a user relies on it: a recording of a real movie, closed, holds every sample of
+// the source with its size, times, key flag and bytes; one cut short at any moment holds exactly
+// one movie and a prefix of the source's samples.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/tools/QtMovieRun.h"
+
+namespace {
+
+struct Row {
+    unsigned long offset = 0;
+    std::string timing;  // "size,dts,pts,key"
+};
+
+// `qtmovie samples FILE`, one list of rows per track (tracks from 1).
+std::vector<std::vector<Row>> samplesOf(std::string const& path) {
+    CommandRun run = runQtMovie("samples '" + path + "'");
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::vector<std::vector<Row>> tracks;
+    std::istringstream lines(run.out);
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        std::istringstream fields(line);
+        std::string track, sample, offset;
+        std::getline(fields, track, ',');
+        std::getline(fields, sample, ',');
+        std::getline(fields, offset, ',');
+        size_t number = std::stoul(track);
+        if (tracks.size() < number) tracks.resize(number);
+        std::string timing;
+        std::getline(fields, timing);
+        tracks[number - 1].push_back({std::stoul(offset), timing});
+    }
+    return tracks;
+}
+
+// Every track of `recorded` holds the first samples of the same track of `source` (all of them
+// unless `prefix`), equal in everything but their offsets. Returns the samples compared.
+size_t expectSamplesOf(std::string const& source, std::string const& recorded, bool prefix) {
+    std::vector<std::vector<Row>> want = samplesOf(source), got = samplesOf(recorded);
+    std::vector<unsigned char> wantBytes = readFileBytes(source), gotBytes = readFileBytes(recorded);
+    if (prefix)
+        EXPECT_LE(got.size(), want.size());
+    else
+        EXPECT_EQ(got.size(), want.size());
+    size_t compared = 0;
+    for (size_t t = 0; t < got.size() && t < want.size(); ++t) {
+        SCOPED_TRACE("track " + std::to_string(t + 1));
+        if (prefix)
+            EXPECT_LE(got[t].size(), want[t].size());
+        else
+            EXPECT_EQ(got[t].size(), want[t].size());
+        for (size_t s = 0; s < got[t].size() && s < want[t].size(); ++s, ++compared) {
+            ASSERT_EQ(got[t][s].timing, want[t][s].timing) << "sample " << s;
+            size_t size = std::stoul(want[t][s].timing);
+            ASSERT_LE(got[t][s].offset + size, gotBytes.size()) << "sample " << s;
+            ASSERT_TRUE(std::equal(gotBytes.begin() + static_cast<long>(got[t][s].offset),
+                                   gotBytes.begin() + static_cast<long>(got[t][s].offset + size),
+                                   wantBytes.begin() + static_cast<long>(want[t][s].offset)))
+                << "bytes of sample " << s;
+        }
+    }
+    return compared;
+}
+
+void expectOneMovie(std::string const& path) {
+    CommandRun check = runQtMovie("check '" + path + "'");
+    EXPECT_EQ(check.status, 0) << check.out << check.err;
+    EXPECT_NE(check.out.find(": 1 moov,"), std::string::npos) << check.out;
+}
+
+}  // namespace
+
+// Small table room makes every recording outgrow it and move its movie more than once.
+TEST(QtMovieRecord, RecordsEveryRealMovieSampleForSample) {
+    for (std::string const& movie : corpusMovies()) {
+        for (char const* cadence : {"", " --flush-every 3 --planned-seconds 1"}) {
+            SCOPED_TRACE(movie + cadence);
+            TempFile out("recorded.mov");
+            CommandRun run = runQtMovie("record " + out.path() + " --from '" + testDataPath(movie) + "'" + cadence);
+            ASSERT_EQ(run.status, 0) << run.err;
+            expectOneMovie(out.path());
+            expectSamplesOf(testDataPath(movie), out.path(), false);
+        }
+    }
+}
+
+TEST(QtMovieRecord, ARecordingCutShortHoldsOneMovieAndAPrefixOfTheSource) {
+    std::string source = testDataPath("h264_bframes_aac_tc.mov");
+    size_t previous = 0;
+    for (unsigned long bytes : {1ul, 20000ul, 150000ul, 300000ul, 480000ul}) {
+        SCOPED_TRACE("killed after " + std::to_string(bytes) + " bytes");
+        TempFile out("killed.mov");
+        CommandRun run = runQtMovie("record " + out.path() + " --from '" + source +
+                                    "' --flush-every 10 --planned-seconds 1 --kill-after-bytes " +
+                                    std::to_string(bytes));
+        ASSERT_EQ(run.status, 3) << run.err;
+        expectOneMovie(out.path());
+        size_t kept = expectSamplesOf(source, out.path(), true);
+        if (bytes > 1) EXPECT_GT(kept, previous);
+        previous = kept;
+    }
+}
