@@ -68,6 +68,7 @@
 #include "quicktime/layout/QtAtomSkip.h"
 #include "quicktime/layout/QtTreeSize.h"
 #include "quicktime/layout/ReservationDesk.h"
+#include "quicktime/recorder/QtMovieRecorder.h"
 #include "quicktime/refs/EnumMap.h"
 #include "quicktime/refs/QtAliasRecord.h"
 #include "quicktime/refs/QtAliasText.h"

@@ -39,3 +39,9 @@ QtChunkAllocator::Chunk QtChunkAllocator::alloc(unsigned long size, QtAtomRoot c
     available.chunk -= size;
     return chunk;
 }
+
+void QtChunkAllocator::addMdat(QtAtomMdat const* mdat) {
+    Available& added = m_available.emplace_back();
+    added.mdat = mdat;
+    added.chunk.offset = mdat->getSize() - mdat->getHeaderSize();
+}

@@ -43,6 +43,9 @@ class QtChunkAllocator {
     // Makes `available` hold `size` free bytes if it can: a new mdat when it has none, or growth of
     // its mdat when that is the last atom of the file.
     bool bigEnough(Available& available, unsigned long size, QtAtomRoot const* root);
+    // Makes an mdat that its owner placed at the end of the file the place new chunks grow into:
+    // its free room starts where its data ends.
+    void addMdat(QtAtomMdat const* mdat);
 
   private:
     std::list<Available> m_available;  // in order of creation; a list keeps references stable

@@ -52,6 +52,9 @@ bool QtAtomSampleTime::encode(QtAtomBuffer& buffer) const {
         BaseQtAtom::encode(buffer, m_entries[i].count);
         BaseQtAtom::encode(buffer, m_entries[i].duration);
     }
+    // Reserved room past the count reads as zeros.
+    unsigned long room = QtAtomHelpers::entriesThatFit(*this, getCapacity(), 8);
+    if (room > count) buffer.append(static_cast<unsigned int>((room - count) * 8), true);
     return fits;
 }
 
@@ -166,6 +169,15 @@ void QtAtomSampleTime::addSamples(unsigned int count, unsigned int ticks) {
     }
     // The count being added, not the total: a full one-entry table is left unchanged.
     setFixedRate(count, ticks);
+}
+
+void QtAtomSampleTime::appendSamples(unsigned int count, unsigned int ticks) {
+    if (!m_entries.empty() && m_entries.back().duration == ticks &&
+        static_cast<unsigned long>(m_entries.back().count) + count <= kMaxCount) {
+        m_entries.back().count += count;
+        return;
+    }
+    m_entries.push_back(Entry{count, ticks});
 }
 
 // ---------------------------------------------------------------- printout

@@ -6,6 +6,8 @@
 // a 64-bit running time, so tables with a large count and duration wrap there.
 #pragma once
 
+#include <algorithm>
+
 #include <vector>
 
 #include "quicktime/atoms/BaseQtAtom.h"
@@ -34,7 +36,8 @@ public:
     bool encode(QtAtomBuffer& buffer) const override;
     // Header, version and flags, entry count: 16 bytes with the usual header.
     unsigned int getFixedSize() const override { return getHeaderSize() + 8; }
-    unsigned long getVariableSize() const override { return 8ul * m_entries.size(); }
+    // The entries, or the room reserved for them when that is more (zeros on disk past the count).
+    unsigned long getVariableSize() const override { return 8ul * std::max<size_t>(m_entries.size(), m_room); }
     void show() const override;
 
     QtAtomSampleTime* write() const { return static_cast<QtAtomSampleTime*>(BaseQtAtom::write()); }
@@ -61,6 +64,20 @@ public:
     void setFixedRate(unsigned long samples, unsigned int ticks);
     // Extends the table while recording (the recorder's rate is fixed, so durations are not compared).
     void addSamples(unsigned int count, unsigned int ticks);
+    // Extends the table while recording samples whose durations may change: a new run starts when
+    // `ticks` differs from the last run's duration (or the last run is full).
+    void appendSamples(unsigned int count, unsigned int ticks);
+    // Reserves room for `entries` runs, so that new runs do not change the atom's size; the size
+    // follows at the next placement (recalcOffset).
+    void setCapacity(unsigned int entries) { m_room = entries; }
+    // Gives the last run another duration (a recorded track of one sample that lasts as long as the
+    // movie, such as a timecode counter); false for an empty table.
+    bool setLastDuration(unsigned int ticks) {
+        if (m_entries.empty()) return false;
+        m_entries.back().duration = ticks;
+        return true;
+    }
+    unsigned int getCapacity() const { return static_cast<unsigned int>(std::max<size_t>(m_entries.size(), m_room)); }
 
 private:
     static unsigned int spanOf(Entry const& entry) { return entry.count * entry.duration; }
@@ -68,4 +85,5 @@ private:
     QtVersionAndFlags m_versionAndFlags;
     std::vector<Entry> m_entries;
     unsigned int m_damagedCount = 0;
+    unsigned int m_room = 0;  // entries reserved on disk while recording
 };
