@@ -15,6 +15,7 @@
 #include "quicktime/recorder/QtAtomCloner.h"
 #include "quicktime/recorder/QtRecorderTrack.h"
 #include "quicktime/recorder/QtRecordingLayout.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {
@@ -292,13 +293,10 @@ uint32_t QtMovieRecorder::addTrackLike(BaseQtAtom const& sourceTrak) {
     // Equal-sized samples (PCM) keep their constant size; everything else is recorded sample by sample.
     unsigned int constantSize = 0;
     QtRecorderTrack::Kind kind = QtRecorderTrack::Other;
-    if (type == qtId("soun")) {
-        kind = QtRecorderTrack::Sound;
-        if (auto const* stsz = sourceTrak.findAtom("mdia.minf.stbl.stsz", 0))
-            (void)stsz;
-    } else if (type == qtId("vide")) {
-        kind = QtRecorderTrack::Video;
-    }
+    if (type == qtId("soun")) kind = QtRecorderTrack::Sound;
+    if (type == qtId("vide")) kind = QtRecorderTrack::Video;
+    auto const* stsz = dynamic_cast<QtAtomSampleSize const*>(sourceTrak.findAtom("mdia.minf.stbl.stsz", 0));
+    if (stsz && stsz->isFixed()) constantSize = stsz->getConstantSampleSize();
     return impl.addTrak(trak, kind, constantSize, 60);
 }
 

@@ -75,7 +75,8 @@ bool QtRecorderTrack::needsRoom(QtMovieRecorder::Sample const& sample) const {
     bool wantsComposition = sample.info.getEncoding() != SampleCodingUnknown || sample.info.hasDisplayOffset();
     if (m_appended == 0 && wantsComposition && !m_ctts) return true;
     if (!sample.key && !m_stss) return true;
-    if (m_stco->getHeadroom() < kMinRoom || m_stsc->getHeadroom() < kMinRoom) return true;
+    // A sample adds at most one run to the sample-to-chunk table, which grows only when full.
+    if (m_stco->getHeadroom() < kMinRoom || m_stsc->getHeadroom() == 0) return true;
     if (!m_stsz->isFixed() && m_stsz->getHeadroom() < kMinRoom) return true;
     if (m_stts->getCapacity() < m_stts->getNumEntries() + kMinRoom) return true;
     if (m_stss && m_stss->getHeadroom() < kMinRoom) return true;
@@ -83,7 +84,6 @@ bool QtRecorderTrack::needsRoom(QtMovieRecorder::Sample const& sample) const {
 }
 
 void QtRecorderTrack::reserve(QtMovieRecorder::Sample const* next) {
-    BaseQtAtom const* stbl = m_stsz->getParent();
     if (next && m_appended == 0 && !m_ctts &&
         (next->info.getEncoding() != SampleCodingUnknown || next->info.hasDisplayOffset()))
         addCompositionTables();
@@ -94,12 +94,7 @@ void QtRecorderTrack::reserve(QtMovieRecorder::Sample const* next) {
     unsigned long chunks = m_stco->getNumChunks();
     unsigned long chunkTarget = m_constantSize ? chunks * 2 + 64 : target + 16;
     if (m_stco->getHeadroom() < chunkTarget - chunks) m_stco->write()->setCapacity(chunkTarget);
-    while (m_stsc->getHeadroom() < kMinRoom + 2) {
-        if (m_stsc->getHeadroom() == 0)
-            m_stsc->write()->addCapacity();
-        else  // addCapacity acts only on a full table; the runs are few, so claim the slots now
-            break;
-    }
+    if (m_stsc->getHeadroom() == 0) m_stsc->write()->addCapacity();
     if (!m_stsz->isFixed() && m_stsz->getCapacity() < target) m_stsz->write()->setCapacity(target);
     if (m_stts->getCapacity() < m_stts->getNumEntries() * 2 + 8)
         m_stts->write()->setCapacity(m_stts->getNumEntries() * 2 + 8);
@@ -107,9 +102,12 @@ void QtRecorderTrack::reserve(QtMovieRecorder::Sample const* next) {
         unsigned long interval = m_keys ? std::max(1ul, m_appended / m_keys) : 1;
         m_stss->setCapacity(target + 16 * interval, static_cast<unsigned int>(interval));
     }
-    if (m_ctts) m_ctts->setCapacity(target);
+    // The composition table plans its entries from the runs seen so far; ask for more samples until
+    // it keeps enough entries free.
+    for (unsigned long samples = target; m_ctts && m_ctts->getHeadroom() < 4 * kMinCompositionRoom && samples < (1ul << 32);
+         samples *= 2)
+        m_ctts->setCapacity(samples);
     if (m_seed) m_seed->setCapacity(target);
-    (void)stbl;
 }
 
 void QtRecorderTrack::addSyncTable() {
@@ -144,7 +142,7 @@ bool QtRecorderTrack::append(QtMovieRecorder::Sample const& sample, QtAtomRoot c
                              unsigned long& essenceBytes) {
     unsigned int samples = 1;
     unsigned int ticks = sample.duration;
-    if (m_constantSize && m_kind == Sound) {
+    if (m_constantSize && m_kind == Sound && sample.size != m_constantSize) {
         if (sample.size == 0 || sample.size % m_constantSize != 0) {
             errorMsg("%s: track %u: %u bytes are not whole frames of %u bytes\n", root.getMoviePath(), m_number,
                      sample.size, m_constantSize);

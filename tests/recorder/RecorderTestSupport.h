@@ -86,7 +86,7 @@ inline std::string compareTrack(QtAtomRoot const& root, uint32_t track, unsigned
         unsigned long firstOffset = 0;
         unsigned int total = 0;
         for (unsigned long k = 0; k < perUnit; ++k) {
-            if (!it.next(info)) return "walk ended at unit " + std::to_string(n);
+            if (!it.next(info)) return "track " + std::to_string(track) + ": walk ended at unit " + std::to_string(n);
             if (k == 0) firstOffset = info.offset;
             if (info.offset != firstOffset + total) return "unit " + std::to_string(n) + " is not contiguous";
             total += info.size;
