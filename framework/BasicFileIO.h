@@ -72,6 +72,10 @@ class BasicFileIO : public RefCounted {
     // Makes everything written so far durable (fdatasync).
     virtual bool sync();
     virtual bool truncate(unsigned long length);
+    // Writes that failed in a client's background work (a disk-backed array writing its pages), so
+    // that the owner who asked for it can tell that it did not all reach the file.
+    void noteWriteFailure() { m_writeFailures.fetch_add(1, std::memory_order_relaxed); }
+    unsigned long writeFailures() const { return m_writeFailures.load(std::memory_order_relaxed); }
 
     // ---- Background flushes ----
 
@@ -153,6 +157,7 @@ class BasicFileIO : public RefCounted {
     std::string m_path;
     bool m_writable;
     bool m_statusFlag = true;
+    std::atomic<unsigned long> m_writeFailures{0};
     std::atomic<BridgeAnchor const*> m_reservationCallback{nullptr};
     // Shared with the flush thread so that the thread can tell that the file went away under it.
     std::shared_ptr<FlushWorker> m_flushWorker;

@@ -22,6 +22,8 @@ public:
     using IoPrep = unsigned int (*)(T const* source, T* destination, unsigned int count, int direction);
 
     explicit VirtualArray(char const* label) : VirtualArrayBase(label, sizeof(T)) {}
+    // Changes still only in the cache reach the file before the conversion hooks go away.
+    ~VirtualArray() override { writeDirtyPages(); }
 
     // Set once, before the array is used.
     void setIoPrep(IoPrep prep) { m_ioPrep = prep; }

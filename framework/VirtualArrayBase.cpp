@@ -173,6 +173,14 @@ bool VirtualArrayBase::isDirty() const {
     return m_mapped && (m_fileBegin > 0 || m_fileEnd < getVirtualSize());
 }
 
+bool VirtualArrayBase::writeDirtyPages() {
+    if (!isVirtual() || !m_mapped || !m_file || !m_file->writable()) return true;
+    bool ok = true;
+    for (auto& page : m_ownerPages)
+        if (page->dirty) ok = writeOwnerPage(*page) && ok;
+    return ok;
+}
+
 bool VirtualArrayBase::flush() {
     if (!isVirtual() || !m_mapped) return true;  // nothing has a place in the file yet
     std::vector<OwnerPage*> dirty;
@@ -537,6 +545,7 @@ bool VirtualArrayBase::writeFile(unsigned long offset, void const* bytes, unsign
     reservation.release = true;
     announce(reservation);
     if (put < 0 || static_cast<unsigned long>(put) != size) {
+        m_file->noteWriteFailure();
         errorMsg("VirtualArray %s: write of %lu bytes at %lu failed\n", m_label, size, offset);
         return false;
     }

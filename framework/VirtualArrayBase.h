@@ -98,6 +98,9 @@ public:
     bool isDirty() const;
 
     bool flush() override;
+    // Writes the pages changed in the owner's cache to their place (nothing else: no zero filling);
+    // the destructor of the typed array calls it, so that changes are never dropped silently.
+    bool writeDirtyPages();
     // With an agent: drops that reader's pages of this array (call on the agent's thread). With a
     // null agent: flushes and releases the owner's cache.
     void close(FileIoClientRec* agent) override;

@@ -72,6 +72,14 @@ void QtAtomMoov::flushDone(unsigned long offset, QtAtomRoot const& root) const {
 bool QtAtomMoov::updateDiskId() const {
     if (isReserved() || m_diskId.load() == kMoovId) return false;
     QtAtomRoot const* root = findRoot();
+    // A queued flush of this movie still carries the header it had when it was encoded: switching
+    // now would let the old copy lose its 'moov' header before the new one is on disk.
+    if (root && root->isFlushPending(this)) {
+        if (quicktimeDbg.on(QtDbgReservations))
+            debugMsg("%s: update from 'skip' to 'moov' @%ld waits for a queued flush\n", getMoviePath(),
+                     static_cast<long>(getFileOffset()));
+        return false;
+    }
     if (getFileOffset() != m_flushedOffset.load()) {
         if (quicktimeDbg.on(QtDbgReservations))
             debugMsg("%s: update from 'skip' to 'moov' @%ld not ready\n", getMoviePath(),

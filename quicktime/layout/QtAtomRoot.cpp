@@ -255,15 +255,31 @@ bool QtAtomRoot::writeDirty() const {
         if (!writeDirtyBelow(*child)) return false;
     }
     bool losesMoovHeader = false;
-    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
+    bool wroteOther = false;
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
         if (child->isDirty() && dynamic_cast<QtAtomSkip const*>(child)) losesMoovHeader = true;
+        if (child->getDiskId() != kMoov && checkDirtyBelow(*child)) wroteOther = true;
+    }
     if (wroteMoovHeader && losesMoovHeader && !m_file->sync()) {
         errorMsg("%s: cannot sync the new movie header\n", m_file->path());
         return false;
     }
     for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
         if (child->getDiskId() != kMoov && !writeDirtyBelow(*child)) return false;
+    // What was written is durable before anyone is told the file is final (a demoted old 'moov'
+    // included, so that two 'moov' headers do not outlive this call).
+    if ((wroteMoovHeader || wroteOther) && !m_file->sync()) {
+        errorMsg("%s: cannot sync the written atoms\n", m_file->path());
+        return false;
+    }
     return true;
+}
+
+bool QtAtomRoot::checkDirtyBelow(BaseQtAtom const& atom) const {
+    if (atom.isDirty()) return true;
+    for (BaseQtAtom const* child = atom.getChild(); child; child = child->getSibling())
+        if (checkDirtyBelow(*child)) return true;
+    return false;
 }
 
 // ---------------------------------------------------------------- structure

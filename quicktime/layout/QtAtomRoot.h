@@ -88,7 +88,8 @@ class QtAtomRoot : public BaseQtAtom {
     // Writes every dirty atom at its file offset (the header only where the atom's body stays on
     // disk) and marks it clean. A movie with a flush in flight is left to that flush. Headers that
     // become 'moov' are written and synced before headers that stop being 'moov', so that a crash
-    // in between leaves two valid movies rather than none.
+    // in between leaves two valid movies rather than none; everything written is synced before it
+    // returns, so that a later hasFinalForm is true of the disk.
     bool writeDirty() const;
 
     void setIdUpdateNeeded(bool needed) const { m_idUpdateNeeded.store(needed); }
@@ -104,6 +105,7 @@ class QtAtomRoot : public BaseQtAtom {
     void refreshReservationPlaces() const;
     bool encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const;
     bool writeDirtyBelow(BaseQtAtom const& atom) const;
+    bool checkDirtyBelow(BaseQtAtom const& atom) const;
 
     AutoRefPtr<BasicFileIO> m_file;
     unsigned long m_unused = 0;
