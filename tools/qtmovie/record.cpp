@@ -5,6 +5,7 @@
 // process without closing anything, so that the file left behind shows what a crash leaves.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -76,6 +77,19 @@ class SourceTrack {
         return exact;
     }
 
+    // The `size` bytes at `offset` in IN, read through a window over the track's data so that the
+    // small samples of a chunk cost one read together; null when they cannot be read.
+    unsigned char const* bytesAt(BasicFileIO& file, unsigned long offset, uint32_t size) {
+        if (offset < m_windowStart || offset - m_windowStart + size > m_windowLength) {
+            m_window.resize(std::max<unsigned long>(size, kWindowBytes));
+            long got = file.readAt(offset, m_window.data(), m_window.size());
+            m_windowStart = offset;
+            m_windowLength = got > 0 ? static_cast<unsigned long>(got) : 0;
+            if (m_windowLength < size) return nullptr;
+        }
+        return m_window.data() + (offset - m_windowStart);
+    }
+
     unsigned int number;  // in IN, from 1
     uint32_t recorded;    // in OUT
     uint32_t timeScale = 1;
@@ -101,7 +115,12 @@ class SourceTrack {
         return m_next.key ? SampleCodingI : before ? SampleCodingB : SampleCodingP;
     }
 
+    static constexpr unsigned long kWindowBytes = 256ul << 10;
+
     QtTrackSamples m_samples;
+    std::vector<unsigned char> m_window;
+    unsigned long m_windowStart = 0;
+    unsigned long m_windowLength = 0;
     QtTrackSamples::Iterator m_it;
     QtSampleInfo m_next;
     bool m_pending = false;
@@ -187,7 +206,6 @@ class Recording {
         double nextFlush = 1.0;
         unsigned long sinceFlush = 0;
         unsigned long essence = 0;
-        std::vector<unsigned char> bytes;
         while (SourceTrack* track = earliest(m_tracks)) {
             double seconds = secondsOf(*track);
             if (m_options.flushEvery == 0 && seconds >= nextFlush && sinceFlush > 0) {
@@ -207,15 +225,13 @@ class Recording {
                 unfaithful(*track, "composition offsets that are not whole frames are rounded to frames");
                 m_warnedOffsets = true;
             }
-            bytes.resize(sample.size);
-            if (sample.size &&
-                m_source->file()->readAt(offset, bytes.data(), sample.size) != static_cast<long>(sample.size))
+            sample.bytes = track->bytesAt(*m_source->file(), offset, sample.size);
+            if (!sample.bytes)
                 return failed("could not read sample " + std::to_string(track->taken() - 1) + " of track " +
-                            std::to_string(track->number) + " from " + m_options.in);
-            sample.bytes = bytes.data();
+                              std::to_string(track->number) + " from " + m_options.in);
             if (!m_recorder->appendSample(track->recorded, sample))
                 return failed("could not record sample " + std::to_string(track->taken() - 1) + " of track " +
-                            std::to_string(track->number));
+                              std::to_string(track->number));
             ++m_samples;
             essence += sample.size;
             if (m_options.kill && essence >= m_options.killAfterBytes) {
