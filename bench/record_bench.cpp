@@ -24,7 +24,8 @@ constexpr unsigned int kBytesPerSecond = 4u << 20;
 constexpr unsigned int kSoundRate = 48000;
 constexpr unsigned int kSoundFrames = 1024;  // per packet
 constexpr unsigned int kSoundBytes = 372;    // 128 kbit/s
-constexpr unsigned int kFrameBytes = (kBytesPerSecond - kSoundBytes * kSoundRate / kSoundFrames) / kFramesPerSecond;
+constexpr unsigned int kFrameBytes =
+    (kBytesPerSecond - kSoundBytes * kSoundRate / kSoundFrames) / kFramesPerSecond;
 
 unsigned long minutes() {
     char const* text = getenv("QT_RECORD_MINUTES");
@@ -112,7 +113,8 @@ void BM_PlainWrites(benchmark::State& state) {
         bool ok = fd >= 0;
         for (unsigned long second = 0; ok && second < minutes() * 60; ++second) {
             oneSecond(second, [&](bool, unsigned long, unsigned int size) {
-                ok = ok && pwrite(fd, bytes.data(), size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+                ok = ok &&
+                     pwrite(fd, bytes.data(), size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
                 offset += size;
             });
             ok = ok && fdatasync(fd) == 0;

@@ -18,7 +18,8 @@ namespace {
 // Rows by track, as printed (the track number and the header line taken out).
 std::map<std::string, std::vector<std::string>> byTrack(std::vector<std::string> const& lines) {
     std::map<std::string, std::vector<std::string>> tracks;
-    for (size_t i = 1; i < lines.size(); ++i) tracks[lines[i].substr(0, lines[i].find(','))].push_back(lines[i]);
+    for (size_t i = 1; i < lines.size(); ++i)
+        tracks[lines[i].substr(0, lines[i].find(','))].push_back(lines[i]);
     return tracks;
 }
 
@@ -34,7 +35,8 @@ std::vector<std::string> linesOf(std::string const& text) {
 TEST(QtMovieFollow, PrintsEverySampleOnceWhileTheRecordingRuns) {
     TempFile out("live.mov");
     std::string source = testDataPath("mpeg2_twos.mov");  // 4 s of video and PCM sound
-    FILE* follow = popen((std::string(QT_QTMOVIE_PATH) + " follow " + out.path() + " --idle-timeout 20").c_str(), "r");
+    FILE* follow =
+        popen((std::string(QT_QTMOVIE_PATH) + " follow " + out.path() + " --idle-timeout 20").c_str(), "r");
     ASSERT_NE(follow, nullptr);
     std::atomic<bool> recorded{false};
     CommandRun record;

@@ -92,7 +92,8 @@ TEST(QtMovieRecord, RecordsEveryRealMovieSampleForSample) {
         for (std::string const& cadence : {std::string(), often}) {
             SCOPED_TRACE(movie + cadence);
             TempFile out("recorded.mov");
-            CommandRun run = runQtMovie("record " + out.path() + " --from '" + testDataPath(movie) + "'" + cadence);
+            CommandRun run =
+                runQtMovie("record " + out.path() + " --from '" + testDataPath(movie) + "'" + cadence);
             ASSERT_EQ(run.status, 0) << run.err;
             expectOneMovie(out.path());
             expectSamplesOf(testDataPath(movie), out.path(), false);
@@ -111,9 +112,9 @@ TEST(QtMovieRecord, ARecordingCutShortHoldsOneMovieAndAPrefixOfTheSource) {
     for (unsigned long bytes : {1ul, 20000ul, 150000ul, 300000ul, 480000ul}) {
         SCOPED_TRACE("killed after " + std::to_string(bytes) + " bytes");
         TempFile out("killed.mov");
-        CommandRun run = runQtMovie("record " + out.path() + " --from '" + source +
-                                    "' --flush-every 10 --planned-seconds 1 --kill-after-bytes " +
-                                    std::to_string(bytes));
+        CommandRun run =
+            runQtMovie("record " + out.path() + " --from '" + source +
+                       "' --flush-every 10 --planned-seconds 1 --kill-after-bytes " + std::to_string(bytes));
         ASSERT_EQ(run.status, 3) << run.err;
         expectOneMovie(out.path());
         size_t kept = expectSamplesOf(source, out.path(), true);
@@ -131,6 +132,7 @@ TEST(QtMovieRecord, RecordsTracksWhoseTablesAreLarge) {
     if (access(maker.c_str(), R_OK) != 0) GTEST_SKIP() << "no " << maker;
     TempFile source("long.mov"), out("recorded.mov");
     ASSERT_EQ(runCommand("python3 '" + maker + "' 1700000 " + source.path()).status, 0);
-    CommandRun run = runQtMovie("record " + out.path() + " --from " + source.path() + " --kill-after-bytes 1000");
+    CommandRun run =
+        runQtMovie("record " + out.path() + " --from " + source.path() + " --kill-after-bytes 1000");
     EXPECT_EQ(run.status, 3) << run.err;
 }

@@ -175,7 +175,8 @@ class Follower {
         for (unsigned int n = 0; n < m_tracks.size(); ++n) {
             QtTrackSamples samples(media(n));
             QtSampleInfo info;
-            for (QtTrackSamples::Iterator it(samples, m_tracks[n].printed); it.next(info); ++m_tracks[n].printed) {
+            for (QtTrackSamples::Iterator it(samples, m_tracks[n].printed); it.next(info);
+                 ++m_tracks[n].printed) {
                 qtMoviePrintSample(n + 1, info);
                 printed = true;
             }
@@ -214,7 +215,8 @@ int runFollow(std::vector<std::string> const& args) {
     for (bool closed = false; !closed;) {
         if (follower.look(closed)) lastGrowth = std::chrono::steady_clock::now();
         if (closed) break;
-        if (idleSeconds && std::chrono::steady_clock::now() - lastGrowth >= std::chrono::seconds(idleSeconds)) {
+        if (idleSeconds &&
+            std::chrono::steady_clock::now() - lastGrowth >= std::chrono::seconds(idleSeconds)) {
             if (follower.sawMovie()) break;
             fprintf(stderr, "qtmovie follow: %s: no movie appeared in %lu s\n", path.c_str(), idleSeconds);
             return 1;

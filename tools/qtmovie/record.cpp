@@ -27,7 +27,7 @@ constexpr int kKilledStatus = 3;
 
 struct RecordOptions {
     std::string out, in;
-    unsigned long flushEvery = 0;  // samples between flushes; 0: one second of media
+    unsigned long flushEvery = 0;      // samples between flushes; 0: one second of media
     unsigned long plannedSeconds = 0;  // the recorder's first table room; 0: its default
     bool realtime = false;
     bool kill = false;
@@ -161,14 +161,15 @@ class Recording {
         if (!mvhd) return fail(m_options.in + " has no movie header");
         QtMovieRecorder::Options recorderOptions;
         if (mvhd->getTimeScale()) recorderOptions.timeScale = mvhd->getTimeScale();
-        if (m_options.plannedSeconds) recorderOptions.plannedSeconds = static_cast<uint32_t>(m_options.plannedSeconds);
+        if (m_options.plannedSeconds)
+            recorderOptions.plannedSeconds = static_cast<uint32_t>(m_options.plannedSeconds);
         m_recorder = QtMovieRecorder::create(m_options.out.c_str(), recorderOptions);
         if (!m_recorder) return 1;
         if (!addTracks()) return 1;
         if (!recordSamples()) return 1;
         if (!m_recorder->close()) return fail("could not close " + m_options.out);
-        printf("%s: %lu samples of %zu tracks, %lu flushes\n", m_options.out.c_str(), m_samples, m_tracks.size(),
-               m_flushes);
+        printf("%s: %lu samples of %zu tracks, %lu flushes\n", m_options.out.c_str(), m_samples,
+               m_tracks.size(), m_flushes);
         return m_faithful ? 0 : 1;
     }
 
@@ -192,10 +193,11 @@ class Recording {
             BaseQtAtom const* trak = m_source->findAtom("moov.trak", number - 1);
             uint32_t recorded = trak ? m_recorder->addTrackLike(*trak) : 0;
             if (!recorded) return failed("could not add a track like track " + std::to_string(number));
-            auto track = std::make_unique<SourceTrack>(number, QtTrackSamples::findTrackMedia(*m_source, number),
-                                                       recorded);
+            auto track = std::make_unique<SourceTrack>(
+                number, QtTrackSamples::findTrackMedia(*m_source, number), recorded);
             std::string why = track->whyNoSamples();
-            if (!why.empty() && track->expected() > 0) unfaithful(*track, "its samples cannot be read: " + why);
+            if (!why.empty() && track->expected() > 0)
+                unfaithful(*track, "its samples cannot be read: " + why);
             m_tracks.push_back(std::move(track));
         }
         return true;
@@ -291,7 +293,8 @@ int runRecord(std::vector<std::string> const& args) {
             return qtMovieUsageError("record", "unexpected argument " + a);
         }
     }
-    if (options.out.empty() || options.in.empty()) return qtMovieUsageError("record", "expected OUT and --from IN");
+    if (options.out.empty() || options.in.empty())
+        return qtMovieUsageError("record", "expected OUT and --from IN");
     return Recording(options).run();
 }
 
