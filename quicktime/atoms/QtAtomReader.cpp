@@ -82,6 +82,13 @@ BaseQtAtom* QtAtomReader::readOne(BasicFileIO& file, BaseQtAtom const* parent, u
     if (!actual) return nullptr;
 
     unsigned long size = actual->getSize();
+    // An open-ended 'mdat' runs to the end of the file as it is when its header is decoded; in a
+    // file that grew after its root was sized (a recording in progress) it ends where the root ends.
+    bool openEnded = prototype.isOpenEnded();
+    if (openEnded && size > present) {
+        actual->setSize(present);
+        size = present;
+    }
     if (size == 0) {
         // Only possible for an empty open-ended atom; treat it as the end of this level.
         actual->removeSelf(false);
@@ -113,6 +120,7 @@ BaseQtAtom* QtAtomReader::readOne(BasicFileIO& file, BaseQtAtom const* parent, u
     }
     buffer.fillFrom(file, offset, static_cast<unsigned int>(needed));
     actual->decode(buffer);
+    if (openEnded && actual->getSize() > size) actual->setSize(size);
     actual->setClean();
     if (container && actual->hasEncodedChildren()) {
         unsigned long childStart = offset + actual->getFixedSize();

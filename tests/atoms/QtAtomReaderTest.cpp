@@ -207,6 +207,25 @@ TEST(QtAtomReader, KeepsAnAtomCutShortByTheEndOfTheFile) {
     EXPECT_EQ(readFileBytes(copy.path()), bytes);
 }
 
+TEST(QtAtomReader, EndsAnOpenMdatWhereTheFileEndedWhenItsRootWasSized) {
+    TempFile file;
+    std::vector<unsigned char> bytes = smallMovie();
+    size_t movie = bytes.size();
+    putAtomHeader(bytes, 0, "mdat");
+    bytes.resize(bytes.size() + 100, 0xAB);
+    file.write(bytes);
+    AutoRefPtr<BasicFileIO> io = BasicFileIO::open(file.c_str(), BasicFileIO::ReadOnly);
+    QtAtomRoot root(io, bytes.size());
+    bytes.resize(bytes.size() + 64, 0xCD);  // the recorder appends while the tree is read
+    file.write(bytes);
+    MessageCapture capture;
+    ASSERT_TRUE(QtAtomReader::readTree(root));
+    BaseQtAtom const* mdat = root.findAtom("mdat", 1);
+    ASSERT_NE(mdat, nullptr);
+    EXPECT_EQ(mdat->getFileOffset() + mdat->getSize(), movie + 108);
+    EXPECT_EQ(capture.count(MsgLevel::Warning), 0u) << capture.all();
+}
+
 TEST(QtAtomReader, KeepsDeeplyNestedContainersWithoutRecursingForever) {
     TempFile file;
     std::vector<unsigned char> bytes;

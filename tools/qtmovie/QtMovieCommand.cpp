@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+
+#include "quicktime/tables/QtTrackSamples.h"
 
 #ifndef QT_SAMPLES_DIR
 #define QT_SAMPLES_DIR "samples"
@@ -111,6 +115,21 @@ bool QtMovieCommand::normalize(std::vector<std::string> const& args, std::vector
 int qtMovieUsageError(char const* command, std::string const& message) {
     fprintf(stderr, "qtmovie %s: %s (see qtmovie %s --help)\n", command, message.c_str(), command);
     return kQtMovieUsageError;
+}
+
+char const* const kQtMovieSampleHeader = "track,sample,offset,size,dts,pts,key";
+
+void qtMoviePrintSample(unsigned int track, QtSampleInfo const& info) {
+    printf("%u,%lu,%lu,%u,%lu,%ld,%d\n", track, info.sample, info.offset, info.size, info.dts, info.pts,
+           info.key ? 1 : 0);
+}
+
+bool qtMovieParseNumber(std::string const& text, unsigned long& value) {
+    if (text.empty() || text[0] < '0' || text[0] > '9') return false;
+    char* end = nullptr;
+    errno = 0;
+    value = strtoul(text.c_str(), &end, 10);
+    return end && *end == 0 && errno == 0;
 }
 
 // Beside an installed program the sample lies under the prefix's data directory; a program run

@@ -56,5 +56,14 @@ constexpr int kQtMovieUsageError = 2;
 // kQtMovieUsageError.
 int qtMovieUsageError(char const* command, std::string const& message);
 
+struct QtSampleInfo;
+
+// The CSV of `qtmovie samples` and `qtmovie follow`: its header line, and one row per sample.
+extern char const* const kQtMovieSampleHeader;
+void qtMoviePrintSample(unsigned int track, QtSampleInfo const& info);
+
+// A decimal number without sign; false for anything else.
+bool qtMovieParseNumber(std::string const& text, unsigned long& value);
+
 // The sample movie shipped with the program, used when a command is given no file.
 std::string defaultSamplePath();

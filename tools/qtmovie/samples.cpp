@@ -11,12 +11,6 @@
 
 namespace {
 
-bool parseNumber(std::string const& text, unsigned long& value) {
-    char* end = nullptr;
-    value = strtoul(text.c_str(), &end, 10);
-    return !text.empty() && end && *end == 0 && text[0] != '-';
-}
-
 void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long from, unsigned long count) {
     QtTrackSamples samples(media);
     std::string why = media ? samples.getSampleTable().whyNoSamples() : "no 'mdia'";
@@ -27,8 +21,7 @@ void printTrack(unsigned int track, QtAtomHeader const* media, unsigned long fro
     QtTrackSamples::Iterator it(samples, from);
     QtSampleInfo info;
     for (unsigned long n = 0; n < count && it.next(info); ++n)
-        printf("%u,%lu,%lu,%u,%lu,%ld,%d\n", track, info.sample, info.offset, info.size, info.dts, info.pts,
-               info.key ? 1 : 0);
+        qtMoviePrintSample(track, info);
 }
 
 int runSamples(std::vector<std::string> const& args) {
@@ -39,7 +32,7 @@ int runSamples(std::vector<std::string> const& args) {
         std::string const& a = args[i];
         if (a == "--track" || a == "--from" || a == "--count") {
             unsigned long& target = a == "--track" ? track : a == "--from" ? from : count;
-            if (i + 1 == args.size() || !parseNumber(args[++i], target))
+            if (i + 1 == args.size() || !qtMovieParseNumber(args[++i], target))
                 return qtMovieUsageError("samples", a + " needs a number");
         } else if (path.empty()) {
             path = a;
@@ -55,7 +48,7 @@ int runSamples(std::vector<std::string> const& args) {
         fprintf(stderr, "qtmovie samples: %s has %u tracks\n", path.c_str(), tracks);
         return 1;
     }
-    printf("track,sample,offset,size,dts,pts,key\n");
+    printf("%s\n", kQtMovieSampleHeader);
     for (unsigned int t = 1; t <= tracks; ++t)
         if (track == 0 || t == track) printTrack(t, QtTrackSamples::findTrackMedia(*root, t), from, count);
     fflush(stdout);
