@@ -357,7 +357,9 @@ bool QtMovieRecorder::flush() { return m_impl->flush(); }
 bool QtMovieRecorder::close() {
     Impl& impl = *m_impl;
     if (impl.closed) return false;
-    bool ok = impl.flush() && impl.layout->close();
+    unsigned long essenceEnd = 0;
+    for (auto const& track : impl.tracks) essenceEnd = std::max(essenceEnd, track->essenceEnd());
+    bool ok = impl.flush() && impl.layout->close(essenceEnd);
     impl.closed = true;
     return ok;
 }

@@ -28,7 +28,7 @@ namespace {
 constexpr unsigned int kConstantChunkSeconds = 2;  // chunk of half a second: rate / 2
 // ...and of at most this many bytes: constant-size video frames are large, and the room a chunk
 // reserves stays in the file when the recording ends before the chunk is full.
-constexpr unsigned int kMaxConstantChunkBytes = 1u << 20;
+constexpr unsigned int kMaxConstantChunkBytes = 256u << 10;
 // Entries a table must have free before a sample is appended: the most one sample can take (the
 // composition table rewrites up to four pending runs and keeps two slots free).
 constexpr unsigned int kMinRoom = 2;
@@ -134,6 +134,11 @@ bool QtRecorderTrack::placeBytes(unsigned int size, unsigned int samples, QtAtom
                                  unsigned long& offset, bool& newChunk) {
     newChunk = false;
     if (m_chunkOpen && m_allocator->place(size, samples, offset)) return true;
+    // A chunk that a flush closed leaves the rest of its room to the track's next chunk.
+    if (m_constantSize && m_allocator->place(size, samples, offset)) {
+        newChunk = m_chunkOpen = true;
+        return true;
+    }
     QtSampleLocation location(1, samples, true);
     location.numBytes = size;
     QtChunkAllocator::Chunk chunk = m_allocator->allocChunk(location, &root, true);
@@ -168,6 +173,7 @@ bool QtRecorderTrack::append(QtMovieRecorder::Sample const& sample, QtAtomRoot c
         return false;
     }
     essenceBytes += sample.size;
+    m_essenceEnd = std::max(m_essenceEnd, offset + sample.size);
     bool stored = true;
     if (newChunk) stored = m_stco->write()->addOffset(static_cast<long>(offset));
     QtSampleLocation location(1, samples, newChunk);

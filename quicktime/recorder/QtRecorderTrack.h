@@ -77,6 +77,8 @@ class QtRecorderTrack {
     unsigned long durable() const { return m_durable; }
     // Media duration in the track's time scale, and in the movie's.
     unsigned long duration() const { return m_duration; }
+    // The file offset just past the last sample written (0 before the first).
+    unsigned long essenceEnd() const { return m_essenceEnd; }
     unsigned long movieDuration(uint32_t movieTimeScale) const;
     uint32_t timeScale() const { return m_timeScale; }
 
@@ -108,6 +110,7 @@ class QtRecorderTrack {
     unsigned long m_appended = 0;
     unsigned long m_durable = 0;
     unsigned long m_duration = 0;
+    unsigned long m_essenceEnd = 0;
     unsigned long m_keys = 0;
     bool m_chunkOpen = false;
 };

@@ -314,13 +314,20 @@ bool QtRecordingLayout::flush() {
     return m_newSwitch ? flushRelocation() : flushInPlace();
 }
 
-bool QtRecordingLayout::close() {
+bool QtRecordingLayout::close(unsigned long essenceEnd) {
     if (m_closed) return true;
     if (!flush()) return false;
     if (m_newSwitch && !flushRelocation()) return false;
     if (m_newSwitch) return false;
     unsigned long end = m_lastMdat->getFileOffset() + m_lastMdat->getSize();
-    if (m_file.length() < end && !m_file.truncate(end)) return false;
+    // The open mdat runs to the end of the file on disk, so shrinking it changes nothing a reader
+    // sees before its header is written below.
+    unsigned long used = std::max(essenceEnd, m_lastMdat->getDataOffset());
+    if (used < end) {
+        m_lastMdat->setSize(used - m_lastMdat->getFileOffset());
+        end = used;
+    }
+    if (m_file.length() != end && !m_file.truncate(end)) return false;
     if (!writeMdatHeader(*m_lastMdat, false) || !sync()) return false;
     m_closed = true;
     return true;

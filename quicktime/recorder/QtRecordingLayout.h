@@ -67,8 +67,10 @@ class QtRecordingLayout {
     // Makes the tree durable: in place, or the pending relocation. False on a failed write or sync
     // (nothing counts as durable then; a later flush writes everything again).
     bool flush();
-    // Flushes, then gives the last mdat its size. Nothing may change afterwards.
-    bool close();
+    // Flushes, then gives the last mdat its size: up to `essenceEnd`, the end of the last sample
+    // written, when that lies inside it (room reserved for chunks and never used is given back).
+    // Nothing may change afterwards.
+    bool close(unsigned long essenceEnd);
     bool isRelocationPending() const { return m_newSwitch != nullptr; }
     // Links a new top-level atom of the movie (a track) before the movie's closing pad.
     void addToMovie(BaseQtAtom const* atom) const;
