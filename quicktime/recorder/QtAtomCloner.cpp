@@ -36,13 +36,15 @@ bool ownBytes(BaseQtAtom const& atom, BasicFileIO* source, bool container, std::
 
 bool QtAtomCloner::serialize(BaseQtAtom const& atom, BasicFileIO* source, std::vector<unsigned char>& out,
                              std::function<bool(BaseQtAtom const&)> const& keep) {
-    if (atom.getSize() > kMaxAtomBytes) {
-        errorMsg("%s: %s of %lu bytes is too large to copy\n", atom.getMoviePath(), atom.getAtomPath().get(),
-                 atom.getSize());
-        return false;
-    }
     size_t start = out.size();
     bool container = atom.hasEncodedChildren() && atom.getChild();
+    // A container is judged by what is copied of it (the tables a copy leaves out do not count).
+    unsigned long copied = container ? 0 : atom.getSize();
+    if (copied > kMaxAtomBytes || start > kMaxAtomBytes) {
+        errorMsg("%s: %s of %lu bytes is too large to copy\n", atom.getMoviePath(), atom.getAtomPath().get(),
+                 std::max<unsigned long>(copied, start));
+        return false;
+    }
     if (!ownBytes(atom, source, container, out)) return false;
     if (out.size() - start < 8) return false;
     // A 16-byte header is written in its short form: a copied atom is never that large.
