@@ -149,10 +149,11 @@ TEST(RecorderReadersThread, ReadersWithTheirOwnAgentsAgreeWithTheFinishedFile) {
         ASSERT_TRUE(walk.next(info)) << s;
         ASSERT_EQ(info.size, frameSize(s)) << s;
         ASSERT_EQ(info.key, codingOf(s) == SampleCodingI) << s;
-        if (codingOf(s) == SampleCodingB)
-            ASSERT_LT(info.pts, referencePts) << s;
-        else
+        if (codingOf(s) != SampleCodingB) {
             referencePts = info.pts;
+            continue;
+        }
+        ASSERT_LT(info.pts, referencePts) << s;
     }
     unsigned long answers[2] = {0, 0};
     for (ReaderLog const& log : logs) {
