@@ -45,6 +45,7 @@ struct Plan {
     unsigned int readers;
     bool growsALot;  // twice what is needed, so that the movie moves at every resize
 };
+void PrintTo(Plan const& plan, std::ostream* out) { *out << plan.name; }
 
 unsigned int sizeOf(unsigned int sample) { return 500 + (sample * 7919u) % 20000; }
 // Chunks of 8 samples, every tenth of 3: the sample-to-chunk table both extends runs and opens new ones.
