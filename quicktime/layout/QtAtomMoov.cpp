@@ -1,5 +1,7 @@
 #include "quicktime/layout/QtAtomMoov.h"
 
+#include <algorithm>
+
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomRoot.h"
@@ -101,12 +103,12 @@ bool QtAtomMoov::relocate() const {
     QtAtomRoot const* root = findRoot();
     if (!root || getParent() != root) return false;
     BaseQtAtom const* next = getSibling();
-    unsigned int room =
-        next ? static_cast<unsigned int>(next->getFileOffset() - getFileOffset()) : m_encodedSize;
-    if (room == 0) {
-        if (!root->hasVirtualChildren()) return false;
-        room = static_cast<unsigned int>(getSize());
-    }
+    // The last atom of the file leaves behind what it wrote there. Disk-backed tables write at their
+    // place as soon as a placement gives it to them, before the movie is next encoded: then that is
+    // the whole current size, and a skip over less would let the new place overlap the old tables.
+    unsigned int room = next ? static_cast<unsigned int>(next->getFileOffset() - getFileOffset()) : m_encodedSize;
+    if (!next && root->hasVirtualChildren()) room = std::max(room, static_cast<unsigned int>(getSize()));
+    if (room == 0) return false;
     QtAtomIdType leftBehind = m_diskId.load() == QtAtomSkip::kSkipId ? QtAtomSkip::kSkipId : kMoovId;
     QtAtomSkip* skip = nullptr;
     {

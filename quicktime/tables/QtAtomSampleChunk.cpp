@@ -389,6 +389,27 @@ unsigned int QtAtomSampleChunk::getNumChunks() const {
     });
 }
 
+unsigned long QtAtomSampleChunk::getSamplesInChunks(unsigned int chunks) const {
+    return readStable([&] {
+        unsigned int n = getNumEntries();
+        QtGrowingSlots<Entry>::View slots = m_slots.view();
+        if (n == 0 || slots.get(0).firstChunk > chunks) return 0ul;
+        // The last run that starts before chunk `chunks` (0-based): slot `low` starts before it,
+        // no slot from `high` on does.
+        unsigned int low = 0, high = n;
+        while (high - low > 1) {
+            unsigned int mid = low + (high - low) / 2;
+            if (slots.get(mid).firstChunk <= chunks)
+                low = mid;
+            else
+                high = mid;
+        }
+        Entry run = slots.get(low);
+        unsigned long span = (static_cast<unsigned long>(chunks) + 1 - run.firstChunk) * run.samplesPerChunk;
+        return run.firstSample > ~0ul - span ? ~0ul : run.firstSample + span;
+    });
+}
+
 unsigned int QtAtomSampleChunk::getNumChunkSamples(unsigned int chunk) const {
     ensureLastEntry();
     return readStable([&] {

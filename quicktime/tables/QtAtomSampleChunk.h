@@ -86,6 +86,9 @@ public:
     void discoverLastEntry() const;
 
     unsigned int getNumChunks() const;
+    // The samples the first `chunks` chunks hold by the runs, the last run taken as far as needed:
+    // what a chunk offset table of that many chunks lets a reader reach. A search over the runs.
+    unsigned long getSamplesInChunks(unsigned int chunks) const;
     // Samples per chunk of a chunk (0-based); 0 past the last run and for an empty table.
     unsigned int getNumChunkSamples(unsigned int chunk) const;
     // The description of the run that holds a sample (the last run's past the end; 0 when empty).

@@ -32,10 +32,13 @@ bool QtTrackSamples::valid() const {
 }
 
 // Each count only grows while a recorder extends the tables, so their least, read in any order, is a
-// prefix of samples whose entries are all stored.
+// prefix of samples whose entries are all stored. The chunk offsets bound it too: a movie cut short
+// in the middle of a flush stores them last, and its other tables may count samples beyond them.
 unsigned long QtTrackSamples::getNumSamples() const {
     if (!valid()) return 0;
-    unsigned long count = m_table.getStsz()->getSampleCount();
+    QtAtomSampleChunk const* stsc = m_table.getStsc();
+    unsigned int chunks = std::min(m_table.getStco()->getNumChunks(), stsc->getNumChunks());
+    unsigned long count = std::min<unsigned long>(m_table.getStsz()->getSampleCount(), stsc->getSamplesInChunks(chunks));
     QtAtomSampleTime const* stts = m_table.getStts();
     if (stts->isRecording()) count = std::min(count, stts->getTotalSamples());
     QtAtomCompTime const* ctts = m_table.getCtts();

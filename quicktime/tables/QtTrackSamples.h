@@ -8,10 +8,11 @@
 // Threads: the tables are shared, also with a recorder that extends them on its own thread; each
 // reader passes its own FileIoClientRec (agent) so that the pages read for it do not disturb
 // another reader's, and keeps its own Iterator (its chunk set and places in the tables). A reader
-// sees a prefix of the track's samples: getNumSamples counts those whose size is stored and, while a
-// recorder extends the time-to-sample or composition table, whose time and final composition offset
-// are stored; a sample whose chunk or chunk offset is not yet stored ends a walk (next returns false)
-// and is not found by getSample. The recorder stores a sample's key frame entry and composition
+// sees a prefix of the track's samples: getNumSamples counts those whose size and chunk offset are
+// stored and, while a recorder extends the time-to-sample or composition table, whose time and final
+// composition offset are stored; a sample whose chunk or chunk offset is not yet stored ends a walk
+// (next returns false) and is not found by getSample. A file cut short in the middle of a flush
+// (chunk offsets are stored last) counts the same way: only the samples its chunk offsets reach. The recorder stores a sample's key frame entry and composition
 // entry before its size.
 #pragma once
 

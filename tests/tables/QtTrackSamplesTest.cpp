@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -10,6 +12,8 @@
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtAtomSampleChunk.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtTrackSamples.h"
 
 namespace {
@@ -143,4 +147,47 @@ TEST(QtSampleTable, IsInvalidWithoutItsTablesAndLooksAgain) {
     EXPECT_FALSE(table.valid());
     QtSampleTable empty(nullptr);
     EXPECT_FALSE(empty.validate());
+}
+
+// A movie cut short in the middle of a flush: its chunk offset count (written last) still says
+// fewer chunks than the other tables cover. The track counts the samples those chunks hold, and so
+// do `qtmovie info` and `samples`.
+TEST(QtTrackSamples, CountsOnlyTheSamplesThatTheChunkOffsetsReach) {
+    std::vector<unsigned char> source = readFileBytes(testDataPath("h264_faststart.mov"));
+    unsigned long stcoAt = 0;
+    {
+        AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_faststart.mov").c_str());
+        ASSERT_TRUE(root);
+        QtTrackSamples sound(QtTrackSamples::findTrackMedia(*root, 2));
+        ASSERT_EQ(sound.getSampleTable().getStco()->getNumChunks(), 249u);
+        ASSERT_EQ(sound.getNumSamples(), 470u);
+        stcoAt = sound.getSampleTable().getStco()->getFileOffset();
+    }
+    // Chunks of the sound track here hold 1 to 3 samples.
+    for (unsigned int chunks : {1u, 97u, 248u}) {
+        SCOPED_TRACE(chunks);
+        std::vector<unsigned char> cut = source;
+        for (int i = 0; i < 4; ++i) cut[stcoAt + 12 + i] = static_cast<unsigned char>(chunks >> (24 - 8 * i));
+        TempFile temp("cut.mov");
+        std::ofstream(temp.path(), std::ios::binary).write(reinterpret_cast<char const*>(cut.data()), static_cast<long>(cut.size()));
+        AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(temp.c_str());
+        ASSERT_TRUE(root);
+        QtTrackSamples sound(QtTrackSamples::findTrackMedia(*root, 2));
+        unsigned long count = sound.getNumSamples();
+        // The last sample counted lies in the last chunk listed; the next one past it.
+        QtChunkSet set;
+        unsigned long first = 0;
+        ASSERT_TRUE(sound.getSampleTable().getStsc()->getChunkSet(count - 1, set));
+        EXPECT_EQ(set.getChunk(count - 1, first), chunks - 1);
+        ASSERT_TRUE(sound.getSampleTable().getStsc()->getChunkSet(count, set));
+        EXPECT_EQ(set.getChunk(count, first), chunks);
+        QtTrackSamples::Iterator walk(sound, 0);
+        QtSampleInfo info;
+        unsigned long walked = 0;
+        while (walk.next(info)) ++walked;
+        EXPECT_EQ(walked, count);
+        EXPECT_NE(runQtMovie("info " + temp.path()).find(", " + std::to_string(count) + " samples"), std::string::npos);
+        std::string rows = runQtMovie("samples " + temp.path() + " --track 2");
+        EXPECT_EQ(static_cast<unsigned long>(std::count(rows.begin(), rows.end(), '\n')), count + 1);
+    }
 }

@@ -4,6 +4,7 @@
 // of timecode tracks. With --json one JSON document whose field names follow ffprobe -show_streams
 // and -show_format.
 //
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtSampleTable.h"
+#include "quicktime/tables/QtTrackSamples.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
@@ -132,6 +134,9 @@ TrackInfo describeTrack(BaseQtAtom const* trak, unsigned int index) {
         QtSampleTable tables(media);
         tables.validate();
         info.noSamples = tables.whyNoSamples();
+        // The samples a reader reaches: fewer than the sizes claim when the chunk offsets stop first.
+        if (info.noSamples.empty())
+            info.sampleCount = static_cast<unsigned int>(std::min<unsigned long>(QtTrackSamples(media).getNumSamples(), ~0u));
     } else {
         info.noSamples = "no 'mdia'";
     }
