@@ -178,6 +178,7 @@ uint32_t QtMovieRecorder::Impl::addTrak(BaseQtAtom const* trak, QtRecorderTrack:
     uint32_t number = static_cast<uint32_t>(tracks.size() + 1);
     tracks.push_back(std::make_unique<QtRecorderTrack>(number, kind, trak, constantSize, layout->chunks(),
                                                        plannedSamples(samplesPerSecond)));
+    tracks.back()->gatherWrites(options.gatherWrites);
     tracks.back()->reserve(nullptr);
     // The tables have their room; the movie is placed anew before anything is written to them.
     if (!layout->relocate()) return 0;
@@ -330,6 +331,11 @@ bool QtMovieRecorder::Impl::flush() {
     unsigned long longest = 0;
     for (auto const& track : tracks)
         if (track->kind() != QtRecorderTrack::Timecode) longest = std::max(longest, track->movieDuration(movieScale));
+    for (auto const& track : tracks)
+        if (!track->writePending(*file)) {
+            errorMsg("%s: writing samples failed\n", root->getMoviePath());
+            return false;
+        }
     for (auto const& track : tracks) {
         track->closeChunk();
         if (track->kind() == QtRecorderTrack::Timecode && track->appended() == 1) {

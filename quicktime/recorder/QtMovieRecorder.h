@@ -32,6 +32,11 @@ class QtMovieRecorder {
     struct Options {
         uint32_t timeScale = 600;       // the movie's time scale
         uint32_t plannedSeconds = 60;   // first capacity of the tables, in seconds of media
+        // Gather the bytes of small samples that follow each other in a chunk and write them
+        // together (far fewer system calls). Their bytes then reach the file at the latest at the
+        // next flush: readers on other threads that read sample bytes, not only the tables, should
+        // keep it off or read only the samples that durableSamples counts.
+        bool gatherWrites = false;
     };
 
     // One sample as the recorder receives it. `info` carries the encoder's coding type, or a

@@ -148,6 +148,25 @@ bool QtRecorderTrack::placeBytes(unsigned int size, unsigned int samples, QtAtom
     return m_allocator->place(size, samples, offset);
 }
 
+bool QtRecorderTrack::writeEssence(unsigned long offset, QtMovieRecorder::Sample const& sample, BasicFileIO& file) {
+    auto const* bytes = static_cast<unsigned char const*>(sample.bytes);
+    bool follows = offset == m_pendingAt + m_pending.size();
+    if (!m_pending.empty() && (!follows || m_pending.size() + sample.size > kPendingBytes) && !writePending(file))
+        return false;
+    if (!m_gather || sample.size >= kPendingBytes)
+        return file.writeAt(offset, bytes, sample.size) == static_cast<long>(sample.size);
+    if (m_pending.empty()) m_pendingAt = offset;
+    m_pending.insert(m_pending.end(), bytes, bytes + sample.size);
+    return true;
+}
+
+bool QtRecorderTrack::writePending(BasicFileIO& file) {
+    if (m_pending.empty()) return true;
+    bool ok = file.writeAt(m_pendingAt, m_pending.data(), m_pending.size()) == static_cast<long>(m_pending.size());
+    m_pending.clear();
+    return ok;
+}
+
 bool QtRecorderTrack::append(QtMovieRecorder::Sample const& sample, QtAtomRoot const& root, BasicFileIO& file,
                              unsigned long& essenceBytes) {
     unsigned int samples = 1;
@@ -167,7 +186,7 @@ bool QtRecorderTrack::append(QtMovieRecorder::Sample const& sample, QtAtomRoot c
         errorMsg("%s: track %u: no room for a sample of %u bytes\n", root.getMoviePath(), m_number, sample.size);
         return false;
     }
-    if (file.writeAt(offset, sample.bytes, sample.size) != static_cast<long>(sample.size)) {
+    if (!writeEssence(offset, sample, file)) {
         errorMsg("%s: track %u: writing %u bytes at %lu failed\n", root.getMoviePath(), m_number, sample.size, offset);
         m_chunkOpen = false;
         return false;

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "quicktime/atoms/QtAtomIdType.h"
 #include "quicktime/layout/QtSampleAllocator.h"
@@ -66,6 +67,10 @@ class QtRecorderTrack {
     bool append(QtMovieRecorder::Sample const& sample, QtAtomRoot const& root, BasicFileIO& file,
                 unsigned long& essenceBytes);
     void closeChunk() { m_chunkOpen = false; }
+    // Writes the sample bytes gathered since the last call (before a flush makes them durable);
+    // false when the write failed.
+    bool writePending(BasicFileIO& file);
+    void gatherWrites(bool gather) { m_gather = gather; }
     // Before a flush: durations into the headers, the composition seed into its atom (false when
     // the seed needs room first).
     bool prepareFlush(uint32_t movieTimeScale, unsigned long movieDuration);
@@ -111,6 +116,12 @@ class QtRecorderTrack {
     unsigned long m_durable = 0;
     unsigned long m_duration = 0;
     unsigned long m_essenceEnd = 0;
+    // Small samples that follow each other in a chunk go to the file in one write.
+    static constexpr size_t kPendingBytes = 64 * 1024;
+    bool writeEssence(unsigned long offset, QtMovieRecorder::Sample const& sample, BasicFileIO& file);
+    std::vector<unsigned char> m_pending;
+    unsigned long m_pendingAt = 0;
+    bool m_gather = false;
     unsigned long m_keys = 0;
     bool m_chunkOpen = false;
 };

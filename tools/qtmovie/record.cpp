@@ -161,6 +161,7 @@ class Recording {
         if (!mvhd) return fail(m_options.in + " has no movie header");
         QtMovieRecorder::Options recorderOptions;
         if (mvhd->getTimeScale()) recorderOptions.timeScale = mvhd->getTimeScale();
+        recorderOptions.gatherWrites = true;  // nothing here reads the recording's bytes meanwhile
         if (m_options.plannedSeconds)
             recorderOptions.plannedSeconds = static_cast<uint32_t>(m_options.plannedSeconds);
         m_recorder = QtMovieRecorder::create(m_options.out.c_str(), recorderOptions);
