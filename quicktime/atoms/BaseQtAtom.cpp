@@ -208,7 +208,8 @@ void BaseQtAtom::moveBodyOnDisk(unsigned long offset) const {
         unsigned long n = std::min<unsigned long>(block.size(), size - done);
         unsigned long at = fromTheEnd ? size - done - n : done;
         long got = file->readAt(from + at, block.data(), n);
-        if (got >= 0) std::fill(block.begin() + got, block.begin() + static_cast<long>(n), 0);  // past the file's end
+        if (got >= 0)
+            std::fill(block.begin() + got, block.begin() + static_cast<long>(n), 0);  // past the file's end
         if (got < 0 || file->writeAt(to + at, block.data(), n) != static_cast<long>(n)) {
             errorMsg("%s: %s: cannot copy its body from %ld to %ld\n", getMoviePath(), getAtomPath().get(),
                      static_cast<long>(from), static_cast<long>(to));

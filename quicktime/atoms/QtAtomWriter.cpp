@@ -36,7 +36,7 @@ long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
 
 std::vector<unsigned char> QtAtomWriter::encodeOwn(BaseQtAtom const& atom) {
     unsigned int fixed = atom.getFixedSize();
-    bool container = atom.getChild() != nullptr;
+    bool container = atom.hasEncodedChildren() && atom.getChild();
     unsigned int room = container || atom.hasUntouchedData() ? fixed : std::max(atom.getEncodeSize(), fixed);
     QtAtomBuffer buffer(room + 16);  // slack for a header that has to take the wide form
     buffer.setFileOffset(atom.getFileOffset());

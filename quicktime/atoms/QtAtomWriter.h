@@ -27,7 +27,7 @@ public:
     // disk, the whole encoding otherwise; never more than the atom's size.
     static std::vector<unsigned char> encodeOwn(BaseQtAtom const& atom);
 
-private:
+  private:
     static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out);
     static bool copyRange(BasicFileIO& source, BasicFileIO& out, unsigned long from, unsigned long to);
 };

@@ -23,7 +23,8 @@ void markSubtree(BaseQtAtom const& top, bool dirty) {
         top.write();
     else
         top.setClean();
-    for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling()) markSubtree(*child, dirty);
+    for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling())
+        markSubtree(*child, dirty);
 }
 
 }  // namespace
@@ -129,7 +130,8 @@ bool QtAtomRoot::flush(QtAtomMoov const* moov) const {
     unsigned long failures = m_file->writeFailures();
     moov->flushVirtualChildren();
     if (m_file->writeFailures() != failures) {
-        errorMsg("%s: the tables of moov@%ld could not be written\n", getMoviePath(), static_cast<long>(offset));
+        errorMsg("%s: the tables of moov@%ld could not be written\n", getMoviePath(),
+                 static_cast<long>(offset));
         return false;
     }
     BasicIOTypes::FlushReq request;
@@ -215,7 +217,8 @@ bool QtAtomRoot::encodeChanged(BaseQtAtom const& top, BasicIOTypes::FlushReq& re
     unsigned long base = top.getFileOffset();
     unsigned long end = base + top.getSize();
     if (top.getSize() > 0xFFFFFFFFul) {
-        errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(), static_cast<long>(top.getSize()));
+        errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(),
+                 static_cast<long>(top.getSize()));
         return false;
     }
     std::vector<BaseQtAtom const*> stack{&top};
@@ -238,7 +241,8 @@ bool QtAtomRoot::encodeChanged(BaseQtAtom const& top, BasicIOTypes::FlushReq& re
             }
         }
         size_t first = stack.size();
-        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling()) stack.push_back(child);
+        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling())
+            stack.push_back(child);
         std::reverse(stack.begin() + static_cast<long>(first), stack.end());
     }
     return true;

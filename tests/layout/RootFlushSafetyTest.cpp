@@ -17,7 +17,8 @@
 namespace {
 
 unsigned int be32(std::vector<unsigned char> const& bytes, size_t at) {
-    return (static_cast<unsigned int>(bytes[at]) << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) | bytes[at + 3];
+    return (static_cast<unsigned int>(bytes[at]) << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) |
+           bytes[at + 3];
 }
 
 // Holds the file layer's thread inside the notice of a request queued before the movie's flush,
@@ -161,12 +162,12 @@ TEST(ReservationDeskRelink, DeskAnswersForTheAtomsPlaceAfterEveryRelink) {
         bool bHolds;
     };
     Case const cases[] = {
-        {"appendChild", [](QtAtomRoot const& root, QtAtomSkip const*, QtAtomSkip const* b) { root.appendChild(b); },
-         true},
-        {"appendSibling", [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->appendSibling(b); },
-         true},
-        {"insertSibling", [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->insertSibling(b); },
-         false},
+        {"appendChild",
+         [](QtAtomRoot const& root, QtAtomSkip const*, QtAtomSkip const* b) { root.appendChild(b); }, true},
+        {"appendSibling",
+         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->appendSibling(b); }, true},
+        {"insertSibling",
+         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->insertSibling(b); }, false},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
