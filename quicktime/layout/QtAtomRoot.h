@@ -10,9 +10,11 @@
 // not grow with the recording) and hands them to the file layer, whose thread writes them, makes
 // the file durable (which covers the tables' pages too) and reports back through `flushCb`. The
 // movie counts as changed again when the flush fails. A flush already pending for the same movie at
-// the same place is not repeated. `hasFinalForm(true)` waits for one flush to complete when any is
-// pending. The destructor waits for every pending flush, so the file layer never calls back into a
-// destroyed tree.
+// the same place is not repeated. The bytes of a pending flush land where the atoms were when it
+// was asked for: an owner that lays table entries over those places (a movie grown in place) waits
+// for it first; moving the movie elsewhere needs no wait. `hasFinalForm(true)` waits for one flush
+// to complete when any is pending. The destructor waits for every pending flush, so the file layer
+// never calls back into a destroyed tree.
 //
 // Threads and locks:
 // - The tree belongs to the thread that reads or records it (the owner): everything here except

@@ -47,7 +47,7 @@ class RootFlushSafety : public ::testing::Test {
         stsz = new QtAtomSampleSize(moov);
         stsz->write()->setCapacity(1000);
         root->recalcOffset(QtTreeSize(true, 0, 0));
-        new QtAtomMdat(root.get(), 100);
+        mdat = new QtAtomMdat(root.get(), 100);
         for (unsigned int i = 0; i < 600; ++i) ASSERT_TRUE(stsz->write()->addSamples(i, 1, 1000 + i));
         ASSERT_TRUE(root->writeDirty());
         ASSERT_TRUE(root->flush(moov));
@@ -74,6 +74,7 @@ class RootFlushSafety : public ::testing::Test {
     AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
     QtAtomSampleSize const* stsz = nullptr;
+    QtAtomMdat const* mdat = nullptr;
 };
 
 }  // namespace
@@ -87,7 +88,7 @@ TEST_F(RootFlushSafety, FlushLeavesTheTablesEntriesAsTheirArraysHoldThem) {
     FlushGate gate;
     BasicIOTypes::FlushReq earlier;
     earlier.anchor = &gate.anchor;
-    earlier.offset = root->getChild()->getSibling()->getSibling()->getFileOffset() + 16;  // inside the mdat
+    earlier.offset = mdat->getDataOffset();
     earlier.bytes = {'E'};
     ASSERT_TRUE(file->flush(std::move(earlier)));
     ASSERT_TRUE(gate.entered.timedWait(10000));
@@ -115,8 +116,6 @@ TEST_F(RootFlushSafety, FailedFlushLeavesTheMovieToBeWrittenAgain) {
     ASSERT_TRUE(root->writeDirty());
     file->simulateCrash();
     EXPECT_EQ(readRange(temp.path(), grown->getFileOffset(), 308), atomBytes("udta", filled(300, 'u')));
-    EXPECT_EQ(sizesOnDisk(600).size(), 600u);
-    EXPECT_EQ(sizesOnDisk(600)[599], 1599u);
 }
 
 // A movie read from a file with an uninterpreted atom too large to be held in memory: its body
