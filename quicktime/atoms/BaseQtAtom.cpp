@@ -191,10 +191,14 @@ void BaseQtAtom::setOffset(unsigned long offset) const {
 // its new place, and so before any flush can show the movie there. The old place keeps its bytes
 // (the movie that readers may still use). Top-level atoms never carry their bodies: an mdat does not
 // move and a skip's body is dead.
+bool BaseQtAtom::hasBodyOnDisk() const {
+    return m_decoded && !m_child && m_size > getFixedSize() && hasUntouchedData() && !hasVirtualTable() &&
+           enclosingMovie(m_parent);
+}
+
 void BaseQtAtom::moveBodyOnDisk(unsigned long offset) const {
+    if (!hasBodyOnDisk()) return;
     unsigned long fixed = getFixedSize();
-    if (!m_decoded || m_child || m_size <= fixed || !hasUntouchedData() || hasVirtualTable()) return;
-    if (!enclosingMovie(m_parent)) return;
     QtAtomRoot const* root = findRoot();
     BasicFileIO* file = root ? root->file() : nullptr;
     if (!file || !file->writable()) return;
@@ -224,6 +228,11 @@ void BaseQtAtom::moveBodyOnDisk(unsigned long offset) const {
 
 BaseQtAtom const* BaseQtAtom::getLastChild() const { return m_lastChild; }
 
+void BaseQtAtom::relinkedTo(unsigned long offset) const {
+    if (!hasBodyOnDisk()) nonConst()->m_fileOffset = offset;
+    placed();
+}
+
 void BaseQtAtom::addToAncestors(long delta) const {
     for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) {
         BaseQtAtom* w = a->write();
@@ -244,20 +253,19 @@ void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
     c->m_sibling = nullptr;
     c->m_previous = m_lastChild;
     if (BaseQtAtom const* last = m_lastChild) {
-        c->m_fileOffset = last->m_fileOffset + last->m_size;
+        child->relinkedTo(last->m_fileOffset + last->m_size);
         last->nonConst()->m_sibling = child;
     } else {
-        c->m_fileOffset = m_fileOffset + getFixedSize();
+        child->relinkedTo(m_fileOffset + getFixedSize());
         nonConst()->m_child = child;
     }
     nonConst()->m_lastChild = child;
-    child->placed();
 }
 
 void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
     BaseQtAtom* s = sibling->nonConst();
     s->m_parent = m_parent;
-    s->m_fileOffset = m_fileOffset + m_size;
+    sibling->relinkedTo(m_fileOffset + m_size);
     s->m_sibling = m_sibling;
     s->m_previous = this;
     if (m_sibling)
@@ -265,13 +273,12 @@ void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
     else if (m_parent && m_parent->m_lastChild == this)
         m_parent->nonConst()->m_lastChild = sibling;
     nonConst()->m_sibling = sibling;
-    sibling->placed();
 }
 
 void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
     BaseQtAtom* s = sibling->nonConst();
     s->m_parent = m_parent;
-    s->m_fileOffset = m_fileOffset;
+    sibling->relinkedTo(m_fileOffset);
     s->m_sibling = this;
     s->m_previous = m_previous;
     if (m_previous)
@@ -280,9 +287,7 @@ void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
         m_parent->nonConst()->m_child = sibling;
     BaseQtAtom* self = nonConst();
     self->m_previous = sibling;
-    self->m_fileOffset += sibling->m_size;
-    sibling->placed();
-    placed();
+    relinkedTo(m_fileOffset + sibling->m_size);
 }
 
 void BaseQtAtom::removeSelf(bool absorbSize) const {
@@ -293,9 +298,13 @@ void BaseQtAtom::removeSelf(bool absorbSize) const {
     if (m_sibling) {
         BaseQtAtom* next = m_sibling->nonConst();
         next->m_previous = m_previous;
-        next->m_fileOffset = m_fileOffset;
-        if (absorbSize) next->m_size += m_size;
-        next->placed();
+        if (absorbSize) {
+            next->m_fileOffset = m_fileOffset;  // the bytes before it become part of it
+            next->m_size += m_size;
+            next->placed();
+        } else {
+            m_sibling->relinkedTo(m_fileOffset);
+        }
     } else if (m_parent && m_parent->m_lastChild == this) {
         m_parent->nonConst()->m_lastChild = m_previous;
     }

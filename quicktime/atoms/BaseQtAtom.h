@@ -212,8 +212,14 @@ private:
     // Tells the atom's reservation desk (if it has one) its offset and size after any change of
     // either, so that the desk, which the file layer's thread consults, is never behind a relink.
     void placed() const;
-    // Copies a body left on disk inside a movie from the atom's current place to `offset`.
+    // Whether the atom's body lies only in the file at its place, outside any table (an
+    // uninterpreted atom read from a movie).
+    bool hasBodyOnDisk() const;
+    // Copies such a body from the atom's current place to `offset`.
     void moveBodyOnDisk(unsigned long offset) const;
+    // The offset a relink gives the atom; one with its body on disk stays where its bytes are until
+    // it is placed (recalcOffset), which moves them.
+    void relinkedTo(unsigned long offset) const;
 
     unsigned long m_size = 0;
     QtAtomIdType m_id = 0;
