@@ -6,7 +6,6 @@
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
-#include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomSkip.h"
 
