@@ -156,8 +156,8 @@ bool BasicFileIO::flush(BasicIOTypes::FlushReq request) {
                  request.offset);
         return false;
     }
-    if (request.bytes.size() > 0xFFFFFFFFul) {
-        errorMsg("%s: flush of %zu bytes at %lu refused: region too large\n", path(), request.bytes.size(),
+    if (request.regionSize() > 0xFFFFFFFFul) {
+        errorMsg("%s: flush of %lu bytes at %lu refused: region too large\n", path(), request.regionSize(),
                  request.offset);
         return false;
     }
@@ -196,20 +196,32 @@ void BasicFileIO::runFlushThread(std::shared_ptr<FlushWorker> worker, BasicFileI
     worker->idle.notify_all();
     lock.unlock();
     for (BasicIOTypes::FlushReq const& request : orphans) {
-        BasicIOTypes::FlushNotify notice{request.element, request.offset, request.bytes.size(), false};
+        BasicIOTypes::FlushNotify notice{request.element, request.offset, request.regionSize(), false};
         if (request.anchor) request.anchor->call(notice);
     }
 }
 
 void BasicFileIO::performFlush(BasicIOTypes::FlushReq const& request) {
-    unsigned long size = request.bytes.size();
+    unsigned long size = request.regionSize();
     VirtualBase::Reservation region;
     region.offset = request.offset;
     region.size = static_cast<unsigned int>(size);
     region.release = false;
     announce(region);
-    long written = writeAt(request.offset, request.bytes.data(), size);
-    bool ok = written == static_cast<long>(size) && sync();
+    bool ok = true;
+    if (request.spans.empty()) {
+        unsigned long n = request.bytes.size();
+        ok = n == 0 || writeAt(request.offset, request.bytes.data(), n) == static_cast<long>(n);
+    } else {
+        unsigned long at = 0;
+        for (BasicIOTypes::FlushSpan const& span : request.spans) {
+            ok = at + span.size <= request.bytes.size() &&
+                 writeAt(span.offset, request.bytes.data() + at, span.size) == static_cast<long>(span.size);
+            if (!ok) break;
+            at += span.size;
+        }
+    }
+    ok = ok && sync();
     region.release = true;
     announce(region);
     if (!ok) errorMsg("%s: flush of %lu bytes at %lu failed\n", path(), size, request.offset);

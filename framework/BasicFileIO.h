@@ -9,7 +9,7 @@
 // request, joined by the destructor after the queue has drained) takes the requests in order and
 // for each one
 //     1. announces the region as a reservation hold through the reservation anchor,
-//     2. writes the bytes and fdatasync()s the file,
+//     2. writes the bytes (each span at its own offset) and fdatasync()s the file,
 //     3. announces the release of the reservation,
 //     4. calls the request's anchor with a FlushNotify (ok only when 2 fully succeeded).
 // All four steps run on the flush thread. The reservation anchor and every request anchor must stay

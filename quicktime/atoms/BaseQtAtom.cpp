@@ -1,5 +1,6 @@
 #include "quicktime/atoms/BaseQtAtom.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -12,6 +13,17 @@
 #include "quicktime/atoms/QtUserDataSet.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/layout/ReservationDesk.h"
+
+namespace {
+
+QtAtomMoov const* enclosingMovie(BaseQtAtom const* atom) {
+    for (BaseQtAtom const* a = atom; a; a = a->getParent())
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(a)) return moov;
+    return nullptr;
+}
+
+}  // namespace
 
 void BaseQtAtom::MethodCall::call(BaseQtAtom const* atom) const {
     if (kind == 1)
@@ -59,7 +71,13 @@ void BaseQtAtom::setId(QtAtomIdType id) const {
 }
 
 void BaseQtAtom::setSize(unsigned long size) const {
-    if (m_size != size) write()->m_size = size;
+    if (m_size == size) return;
+    write()->m_size = size;
+    placed();
+}
+
+void BaseQtAtom::placed() const {
+    if (m_desk) m_desk->setPlace(m_fileOffset, m_size);
 }
 
 // ---------------------------------------------------------------- user data hooks
@@ -100,6 +118,7 @@ bool BaseQtAtom::decode(QtAtomBuffer& buffer) {
         m_id = 0;
         m_decoded = false;
         buffer.removeInput(buffer.nOccupied());
+        placed();
         return false;
     }
     m_size = decodeUint32(buffer);
@@ -118,6 +137,7 @@ bool BaseQtAtom::decode(QtAtomBuffer& buffer) {
             m_openEnded = true;
         }
         m_decoded = valid;
+        placed();
         return valid;
     }
     // Smaller than its own header (a wide header counts 16 bytes): no atom can be made of it.
@@ -126,6 +146,7 @@ bool BaseQtAtom::decode(QtAtomBuffer& buffer) {
         valid = false;
     }
     m_decoded = valid;
+    placed();
     return valid;
 }
 
@@ -150,24 +171,73 @@ void BaseQtAtom::show() const { infoMsg("%s\n", toString().get()); }
 
 void BaseQtAtom::setSizeAndOffset(QtTreeSize const& size) const {
     if (size.size != m_size || size.offset != m_fileOffset) {
+        if (size.offset != m_fileOffset) moveBodyOnDisk(size.offset);
         BaseQtAtom* self = write();
         self->m_size = size.size;
         self->m_fileOffset = size.offset;
+        placed();
     }
 }
 
 void BaseQtAtom::setOffset(unsigned long offset) const {
-    if (offset != m_fileOffset) write()->m_fileOffset = offset;
+    if (offset == m_fileOffset) return;
+    moveBodyOnDisk(offset);
+    write()->m_fileOffset = offset;
+    placed();
+}
+
+// A body that the tree does not hold (an uninterpreted atom read from a movie) lies only at the
+// atom's place in the file, so it goes along when the atom moves: it is copied before the atom takes
+// its new place, and so before any flush can show the movie there. The old place keeps its bytes
+// (the movie that readers may still use). Top-level atoms never carry their bodies: an mdat does not
+// move and a skip's body is dead.
+bool BaseQtAtom::hasBodyOnDisk() const {
+    return m_decoded && !m_child && m_size > getFixedSize() && hasUntouchedData() && !hasVirtualTable() &&
+           enclosingMovie(m_parent);
+}
+
+void BaseQtAtom::moveBodyOnDisk(unsigned long offset) const {
+    if (!hasBodyOnDisk()) return;
+    unsigned long fixed = getFixedSize();
+    QtAtomRoot const* root = findRoot();
+    BasicFileIO* file = root ? root->file() : nullptr;
+    if (!file || !file->writable()) return;
+    unsigned long from = m_fileOffset + fixed;
+    unsigned long to = offset + fixed;
+    unsigned long size = m_size - fixed;
+    constexpr unsigned long kBlock = 64ul << 10;
+    std::vector<unsigned char> block(std::min(kBlock, size));
+    bool fromTheEnd = to > from;  // overlapping places: no byte is overwritten before it is read
+    for (unsigned long done = 0; done < size;) {
+        unsigned long n = std::min<unsigned long>(block.size(), size - done);
+        unsigned long at = fromTheEnd ? size - done - n : done;
+        long got = file->readAt(from + at, block.data(), n);
+        if (got >= 0)
+            std::fill(block.begin() + got, block.begin() + static_cast<long>(n), 0);  // past the file's end
+        if (got < 0 || file->writeAt(to + at, block.data(), n) != static_cast<long>(n)) {
+            errorMsg("%s: %s: cannot copy its body from %ld to %ld\n", getMoviePath(), getAtomPath().get(),
+                     static_cast<long>(from), static_cast<long>(to));
+            file->noteWriteFailure();
+            return;
+        }
+        done += n;
+    }
 }
 
 // ---------------------------------------------------------------- tree links
 
 BaseQtAtom const* BaseQtAtom::getLastChild() const { return m_lastChild; }
 
+void BaseQtAtom::relinkedTo(unsigned long offset) const {
+    if (!hasBodyOnDisk()) nonConst()->m_fileOffset = offset;
+    placed();
+}
+
 void BaseQtAtom::addToAncestors(long delta) const {
     for (BaseQtAtom const* a = m_parent; a; a = a->m_parent) {
         BaseQtAtom* w = a->write();
         w->m_size = static_cast<unsigned long>(static_cast<long>(w->m_size) + delta);
+        a->placed();
     }
 }
 
@@ -175,6 +245,7 @@ void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
     if (!m_decoded) {
         BaseQtAtom* self = write();
         self->m_size += child->m_size;
+        placed();
         addToAncestors(static_cast<long>(child->m_size));
     }
     BaseQtAtom* c = child->nonConst();
@@ -182,10 +253,10 @@ void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
     c->m_sibling = nullptr;
     c->m_previous = m_lastChild;
     if (BaseQtAtom const* last = m_lastChild) {
-        c->m_fileOffset = last->m_fileOffset + last->m_size;
+        child->relinkedTo(last->m_fileOffset + last->m_size);
         last->nonConst()->m_sibling = child;
     } else {
-        c->m_fileOffset = m_fileOffset + getFixedSize();
+        child->relinkedTo(m_fileOffset + getFixedSize());
         nonConst()->m_child = child;
     }
     nonConst()->m_lastChild = child;
@@ -194,7 +265,7 @@ void BaseQtAtom::appendChild(BaseQtAtom const* child) const {
 void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
     BaseQtAtom* s = sibling->nonConst();
     s->m_parent = m_parent;
-    s->m_fileOffset = m_fileOffset + m_size;
+    sibling->relinkedTo(m_fileOffset + m_size);
     s->m_sibling = m_sibling;
     s->m_previous = this;
     if (m_sibling)
@@ -207,7 +278,7 @@ void BaseQtAtom::appendSibling(BaseQtAtom const* sibling) const {
 void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
     BaseQtAtom* s = sibling->nonConst();
     s->m_parent = m_parent;
-    s->m_fileOffset = m_fileOffset;
+    sibling->relinkedTo(m_fileOffset);
     s->m_sibling = this;
     s->m_previous = m_previous;
     if (m_previous)
@@ -216,7 +287,7 @@ void BaseQtAtom::insertSibling(BaseQtAtom const* sibling) const {
         m_parent->nonConst()->m_child = sibling;
     BaseQtAtom* self = nonConst();
     self->m_previous = sibling;
-    self->m_fileOffset += sibling->m_size;
+    relinkedTo(m_fileOffset + sibling->m_size);
 }
 
 void BaseQtAtom::removeSelf(bool absorbSize) const {
@@ -227,8 +298,13 @@ void BaseQtAtom::removeSelf(bool absorbSize) const {
     if (m_sibling) {
         BaseQtAtom* next = m_sibling->nonConst();
         next->m_previous = m_previous;
-        next->m_fileOffset = m_fileOffset;
-        if (absorbSize) next->m_size += m_size;
+        if (absorbSize) {
+            next->m_fileOffset = m_fileOffset;  // the bytes before it become part of it
+            next->m_size += m_size;
+            next->placed();
+        } else {
+            m_sibling->relinkedTo(m_fileOffset);
+        }
     } else if (m_parent && m_parent->m_lastChild == this) {
         m_parent->nonConst()->m_lastChild = m_previous;
     }
@@ -489,16 +565,6 @@ QtTreeSize BaseQtAtom::recalcOffset(QtTreeSize const& in) const {
     if (in.apply) setSizeAndOffset(out);
     return out;
 }
-
-namespace {
-
-QtAtomMoov const* enclosingMovie(BaseQtAtom const* atom) {
-    for (BaseQtAtom const* a = atom; a; a = a->getParent())
-        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(a)) return moov;
-    return nullptr;
-}
-
-}  // namespace
 
 bool BaseQtAtom::addMovieResizeNeeded(QtResizeReq::Type type) const {
     if (QtAtomMoov const* moov = enclosingMovie(this)) moov->addResizeNeeded(type);

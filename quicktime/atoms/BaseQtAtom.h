@@ -24,6 +24,7 @@ class FileIoClientRec;
 class VirtualArrayBase;
 class QtAtomRoot;
 class QtUserDataSet;
+class ReservationDesk;
 class UserDataValue;
 
 // Implemented by the header atoms that carry a time scale (movie and media headers), so that any
@@ -208,6 +209,17 @@ public:
 
 private:
     void addToAncestors(long delta) const;
+    // Tells the atom's reservation desk (if it has one) its offset and size after any change of
+    // either, so that the desk, which the file layer's thread consults, is never behind a relink.
+    void placed() const;
+    // Whether the atom's body lies only in the file at its place, outside any table (an
+    // uninterpreted atom read from a movie).
+    bool hasBodyOnDisk() const;
+    // Copies such a body from the atom's current place to `offset`.
+    void moveBodyOnDisk(unsigned long offset) const;
+    // The offset a relink gives the atom; one with its body on disk stays where its bytes are until
+    // it is placed (recalcOffset), which moves them.
+    void relinkedTo(unsigned long offset) const;
 
     unsigned long m_size = 0;
     QtAtomIdType m_id = 0;
@@ -223,6 +235,8 @@ private:
     // under a parent of a million children as under one of three.
     BaseQtAtom const* m_previous = nullptr;
     BaseQtAtom const* m_lastChild = nullptr;
+    ReservationDesk* m_desk = nullptr;  // set by the desk of a moov, skip or mdat while it exists
 
     friend class QtAtomReader;
+    friend class ReservationDesk;
 };

@@ -34,6 +34,17 @@ long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {
     return buffer.nOccupied();
 }
 
+std::vector<unsigned char> QtAtomWriter::encodeOwn(BaseQtAtom const& atom) {
+    unsigned int fixed = atom.getFixedSize();
+    bool container = atom.hasEncodedChildren() && atom.getChild();
+    unsigned int room = container || atom.hasUntouchedData() ? fixed : std::max(atom.getEncodeSize(), fixed);
+    QtAtomBuffer buffer(room + 16);  // slack for a header that has to take the wide form
+    buffer.setFileOffset(atom.getFileOffset());
+    atom.encode(buffer);
+    unsigned long take = std::min<unsigned long>(buffer.nOccupied(), container ? fixed : atom.getSize());
+    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + take);
+}
+
 bool QtAtomWriter::writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out) {
     unsigned long begin = atom.getFileOffset();
     unsigned long end = begin + atom.getSize();

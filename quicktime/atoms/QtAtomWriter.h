@@ -6,6 +6,8 @@
 // in place when writing back into the same file. Written atoms are marked clean.
 #pragma once
 
+#include <vector>
+
 #include "framework/BasicFileIO.h"
 
 class BaseQtAtom;
@@ -20,8 +22,12 @@ public:
     // Writes a single atom's encoded bytes (not its children) at its file offset and returns how
     // many bytes that was; -1 when the write failed.
     static long writeAtom(BaseQtAtom const& atom, BasicFileIO& out);
+    // The atom's own bytes at its file offset: the header and fixed part of an atom with children
+    // (they are atoms of their own), only the fixed part (a table's head) where the body stays on
+    // disk, the whole encoding otherwise; never more than the atom's size.
+    static std::vector<unsigned char> encodeOwn(BaseQtAtom const& atom);
 
-private:
+  private:
     static bool writeSubtree(BaseQtAtom const& atom, BasicFileIO* source, BasicFileIO& out);
     static bool copyRange(BasicFileIO& source, BasicFileIO& out, unsigned long from, unsigned long to);
 };

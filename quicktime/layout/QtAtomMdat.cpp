@@ -16,13 +16,6 @@ QtAtomMdat::QtAtomMdat(BaseQtAtom const* parent, unsigned long dataSize)
             parent->appendChild(this);
         }
     }
-    refreshPlace();
-}
-
-bool QtAtomMdat::decode(QtAtomBuffer& buffer) {
-    bool ok = QtAtomUnknown::decode(buffer);
-    refreshPlace();
-    return ok;
 }
 
 bool QtAtomMdat::isReserved() const { return m_reservations.isReserved(); }
@@ -39,19 +32,16 @@ void QtAtomMdat::badMove(unsigned long newOffset) const {
 void QtAtomMdat::setSizeAndOffset(QtTreeSize const& size) const {
     if (getSize() != 0 && size.offset != getFileOffset()) badMove(size.offset);
     QtAtomUnknown::setSizeAndOffset(size);
-    refreshPlace();
 }
 
 void QtAtomMdat::setOffset(unsigned long offset) const {
     if (getSize() != 0 && offset != getFileOffset()) badMove(offset);
     QtAtomUnknown::setOffset(offset);
-    refreshPlace();
 }
 
 bool QtAtomMdat::grow(unsigned long n) const {
     QtAtomRoot const* root = findRoot();
     if (getSibling() || !root || getParent() != root) return false;
     setSize(getSize() + n);
-    refreshPlace();
     return true;
 }

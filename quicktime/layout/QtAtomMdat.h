@@ -15,8 +15,6 @@ class QtAtomMdat : public QtAtomUnknown {
     // past 4 GiB without moving its data.
     QtAtomMdat(BaseQtAtom const* parent, unsigned long dataSize);
 
-    using QtAtomUnknown::decode;
-    bool decode(QtAtomBuffer& buffer) override;
     bool isReserved() const override;
     bool update(VirtualBase::Reservation const& reservation) const override;
     void setSizeAndOffset(QtTreeSize const& size) const override;
@@ -26,7 +24,6 @@ class QtAtomMdat : public QtAtomUnknown {
     unsigned long getDataOffset() const { return getFileOffset() + getHeaderSize(); }
     // Adds n bytes when this is the last top-level atom; false otherwise.
     bool grow(unsigned long n) const;
-    void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
   private:
     void badMove(unsigned long newOffset) const;

@@ -14,7 +14,6 @@ bool QtAtomMoov::decode(QtAtomBuffer& buffer) {
     bool ok = QtAtomHeader::decode(buffer);
     m_flushedOffset.store(getFileOffset());
     m_encodedSize = static_cast<unsigned int>(getSize());
-    refreshPlace();
     return ok;
 }
 
@@ -42,16 +41,6 @@ bool QtAtomMoov::update(VirtualBase::Reservation const& reservation) const {
 void QtAtomMoov::show() const {
     infoMsg("%s,disk id=%s,%d reservations\n", toString().get(), QtIdName(m_diskId.load()).render(),
             static_cast<int>(m_reservations.size()));
-}
-
-void QtAtomMoov::setSizeAndOffset(QtTreeSize const& size) const {
-    QtAtomHeader::setSizeAndOffset(size);
-    refreshPlace();
-}
-
-void QtAtomMoov::setOffset(unsigned long offset) const {
-    QtAtomHeader::setOffset(offset);
-    refreshPlace();
 }
 
 bool QtAtomMoov::hasFinalForm() const {
@@ -124,8 +113,6 @@ bool QtAtomMoov::relocate() const {
         removeSelf(false);  // the skip takes over the movie's offset
         root->appendChild(this);
         static_cast<QtAtomMoov*>(write())->m_diskId.store(QtAtomSkip::kSkipId);
-        skip->refreshPlace();
-        refreshPlace();
     }
     if (quicktimeDbg.on(QtDbgReservations))
         debugMsg("%s: add skip(as %s)@%ld, relocate moov(as skip)@%ld\n", getMoviePath(),

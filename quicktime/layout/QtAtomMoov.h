@@ -46,8 +46,6 @@ class QtAtomMoov : public QtAtomHeader {
     bool update(VirtualBase::Reservation const& reservation) const override;
     QtAtomIdType getDiskId() const override { return m_diskId.load(); }
     void show() const override;
-    void setSizeAndOffset(QtTreeSize const& size) const override;
-    void setOffset(unsigned long offset) const override;
 
     // Written completely at its current place under a 'moov' header, and unchanged since.
     bool hasFinalForm() const;
@@ -57,8 +55,10 @@ class QtAtomMoov : public QtAtomHeader {
     // The same, for the root's flush notice on the file layer's thread: the root is given, so
     // that the tree's links (which the owner may be changing) are not walked there.
     void flushDone(unsigned long offset, QtAtomRoot const& root) const;
-    // A flush of this movie failed: it is not final until flushed again.
+    // A flush of this movie failed (file layer's thread): it is not final until flushed again.
     void flushFailed() const { m_flushFailed.store(true); }
+    // Whether a flush failed since the last call (owner's thread, which then marks the movie changed).
+    bool takeFlushFailure() const { return m_flushFailed.exchange(false); }
     // Switches the disk ids once the copy here is safe; false when it is not (yet).
     bool updateDiskId() const;
     // Moves the movie to the end of the file, leaving a skip (still a 'moov' on disk) in its place.
@@ -71,9 +71,6 @@ class QtAtomMoov : public QtAtomHeader {
     ReservationDesk& getReservations() const { return m_reservations; }
     unsigned long getFlushedOffset() const { return m_flushedOffset.load(); }
     unsigned int getEncodedSize() const { return m_encodedSize; }
-    // A flush of the current contents is about to be queued.
-    void flushQueued() const { m_flushFailed.store(false); }
-    void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
   private:
     mutable QtResizeReq m_resizeNeeded;  // bookkeeping for the owner, not a change of content

@@ -6,7 +6,6 @@
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
-#include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomSkip.h"
 
@@ -18,10 +17,13 @@ constexpr QtAtomIdType kWide = qtId("wide");
 
 bool traceReservations() { return quicktimeDbg.on(QtDbgReservations); }
 
-void markSubtreeClean(BaseQtAtom const& top) {
-    top.setClean();
+void markSubtree(BaseQtAtom const& top, bool dirty) {
+    if (dirty)
+        top.write();
+    else
+        top.setClean();
     for (BaseQtAtom const* child = top.getChild(); child; child = child->getSibling())
-        markSubtreeClean(*child);
+        markSubtree(*child, dirty);
 }
 
 }  // namespace
@@ -106,6 +108,7 @@ bool QtAtomRoot::isFlushPending(QtAtomMoov const* moov) const {
 
 bool QtAtomRoot::flush(QtAtomMoov const* moov) const {
     if (!moov || !m_file) return false;
+    recoverFailedFlushes();
     if (moov->hasFinalForm()) {
         moov->flushDone(moov->getFileOffset());
         return false;
@@ -121,8 +124,18 @@ bool QtAtomRoot::flush(QtAtomMoov const* moov) const {
             }
         }
     }
+    // The tables' entries go by their own arrays, written here and now at their places; the flush's
+    // fdatasync makes them durable with the rest. The request carries only what the tree holds.
+    unsigned long failures = m_file->writeFailures();
+    moov->flushVirtualChildren();
+    if (m_file->writeFailures() != failures) {
+        errorMsg("%s: the tables of moov@%ld could not be written\n", getMoviePath(),
+                 static_cast<long>(offset));
+        return false;
+    }
     BasicIOTypes::FlushReq request;
-    if (!encodeImage(*moov, request.bytes)) return false;
+    if (!encodeChanged(*moov, request)) return false;
+    request.extent = moov->getSize();
     if (traceReservations()) debugMsg("%s: flush moov@%ld\n", getMoviePath(), static_cast<long>(offset));
     FlushElem* elem = nullptr;
     {
@@ -133,16 +146,15 @@ bool QtAtomRoot::flush(QtAtomMoov const* moov) const {
     request.anchor = &m_flushAnchor;
     request.element = elem;
     request.offset = offset;
-    refreshReservationPlaces();
-    moov->flushQueued();
     if (!m_file->flush(std::move(request))) {
         SorvanPosix::ScopeLock lock(m_mutex);
         m_flushes.erase(std::find_if(m_flushes.begin(), m_flushes.end(),
                                      [elem](auto const& pending) { return pending.get() == elem; }));
         return false;
     }
-    // The image is the file layer's to write now; the tree matches what the file will hold.
-    markSubtreeClean(*moov);
+    // What changed is the file layer's to write now; should it fail, recoverFailedFlushes marks the
+    // movie changed again.
+    markSubtree(*moov, false);
     return true;
 }
 
@@ -197,42 +209,48 @@ bool QtAtomRoot::hasFinalForm(bool wait) const {
     return true;
 }
 
-// The whole movie as it is to be on disk: every atom encoded at its place, and the bytes the tree
-// does not hold (bodies left on disk) read from the file at the atom's place.
-bool QtAtomRoot::encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const {
+// The movie's header and the changed atoms' own bytes, each at its place (a table's head without its
+// entries, a container's fixed part without its children), as one scattered request; neighbours are
+// joined into one span.
+bool QtAtomRoot::encodeChanged(BaseQtAtom const& top, BasicIOTypes::FlushReq& request) const {
     unsigned long base = top.getFileOffset();
+    unsigned long end = base + top.getSize();
     if (top.getSize() > 0xFFFFFFFFul) {
         errorMsg("%s: movie of %ld bytes is too large to flush\n", getMoviePath(),
                  static_cast<long>(top.getSize()));
         return false;
     }
-    image.assign(top.getSize(), 0);
     std::vector<BaseQtAtom const*> stack{&top};
     while (!stack.empty()) {
         BaseQtAtom const* atom = stack.back();
         stack.pop_back();
-        unsigned long at = atom->getFileOffset() - base;
-        if (atom->getFileOffset() < base || at + atom->getSize() > image.size()) {
+        if (atom->getFileOffset() < base || atom->getFileOffset() + atom->getSize() > end) {
             errorMsg("%s: %s lies outside its movie\n", getMoviePath(), atom->getAtomPath().get());
             return false;
         }
-        unsigned int fixed = atom->getFixedSize();
-        unsigned int room = std::max(atom->hasUntouchedData() ? fixed : atom->getEncodeSize(), fixed);
-        QtAtomBuffer buffer(room + 16);  // slack for a header that has to take the wide form
-        atom->encode(buffer);
-        std::copy_n(buffer.ptrData(), std::min<unsigned long>(buffer.nOccupied(), image.size() - at),
-                    image.begin() + at);
-        if (atom->hasUntouchedData() && atom->getSize() > fixed) {
-            long got = m_file->readAt(atom->getFileOffset() + fixed, image.data() + at + fixed,
-                                      atom->getSize() - fixed);
-            if (got < 0) return false;
+        if (atom->isDirty() || atom == &top) {  // the movie's header always: it is what the flush is for
+            std::vector<unsigned char> own = QtAtomWriter::encodeOwn(*atom);
+            if (!own.empty()) {
+                auto& spans = request.spans;
+                if (!spans.empty() && spans.back().offset + spans.back().size == atom->getFileOffset())
+                    spans.back().size += own.size();
+                else
+                    spans.push_back({atom->getFileOffset(), own.size()});
+                request.bytes.insert(request.bytes.end(), own.begin(), own.end());
+            }
         }
-        std::vector<BaseQtAtom const*> children;
+        size_t first = stack.size();
         for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling())
-            children.push_back(child);
-        stack.insert(stack.end(), children.rbegin(), children.rend());
+            stack.push_back(child);
+        std::reverse(stack.begin() + static_cast<long>(first), stack.end());
     }
     return true;
+}
+
+void QtAtomRoot::recoverFailedFlushes() const {
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling())
+        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child); moov && moov->takeFlushFailure())
+            markSubtree(*moov, true);
 }
 
 // ---------------------------------------------------------------- writing
@@ -247,7 +265,7 @@ bool QtAtomRoot::writeDirtyBelow(BaseQtAtom const& atom) const {
 
 bool QtAtomRoot::writeDirty() const {
     if (!m_file || !m_file->writable()) return false;
-    refreshReservationPlaces();
+    recoverFailedFlushes();
     bool wroteMoovHeader = false;
     for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
         if (child->getDiskId() != kMoov) continue;
@@ -283,17 +301,6 @@ bool QtAtomRoot::checkDirtyBelow(BaseQtAtom const& atom) const {
 }
 
 // ---------------------------------------------------------------- structure
-
-void QtAtomRoot::refreshReservationPlaces() const {
-    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
-        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child))
-            moov->refreshPlace();
-        else if (auto const* skip = dynamic_cast<QtAtomSkip const*>(child))
-            skip->refreshPlace();
-        else if (auto const* mdat = dynamic_cast<QtAtomMdat const*>(child))
-            mdat->refreshPlace();
-    }
-}
 
 bool QtAtomRoot::reserveCb(VirtualBase::Reservation const& reservation) {
     {
@@ -358,7 +365,6 @@ bool QtAtomRoot::coalesceSkip() const {
                 next->removeSelf(false);  // the merged skip ends at the first one's offset
                 delete child;
                 delete next;
-                merged->refreshPlace();
             }
             child = merged;
             mergedAny = true;
@@ -387,6 +393,5 @@ bool QtAtomRoot::closeOpenEndedAtom() const {
         open->setHeaderSize(16);
         delete before;
     }
-    refreshReservationPlaces();
     return true;
 }

@@ -4,11 +4,17 @@
 // layer reports reservations and finished flushes, the movie flushes in flight, and the accounting
 // of the file cache.
 //
-// Flushes. `flush(moov)` encodes the movie into a complete image and hands it to the file layer,
-// whose thread writes it, makes it durable and reports back through `flushCb`. A flush already
-// pending for the same movie at the same place is not repeated. `hasFinalForm(true)` waits for one
-// flush to complete when any is pending. The destructor waits for every pending flush, so the file
-// layer never calls back into a destroyed tree.
+// Flushes. `flush(moov)` first has the movie's disk-backed tables write their changed pages (on the
+// owner's thread, at their places), then encodes the changed atoms' own bytes (headers, tables'
+// heads, atoms held in memory; never a table's entries or a body left on disk, so the request does
+// not grow with the recording) and hands them to the file layer, whose thread writes them, makes
+// the file durable (which covers the tables' pages too) and reports back through `flushCb`. The
+// movie counts as changed again when the flush fails. A flush already pending for the same movie at
+// the same place is not repeated. The bytes of a pending flush land where the atoms were when it
+// was asked for: an owner that lays table entries over those places (a movie grown in place) waits
+// for it first; moving the movie elsewhere needs no wait. `hasFinalForm(true)` waits for one flush
+// to complete when any is pending. The destructor waits for every pending flush, so the file layer
+// never calls back into a destroyed tree.
 //
 // Threads and locks:
 // - The tree belongs to the thread that reads or records it (the owner): everything here except
@@ -18,9 +24,8 @@
 // - m_structureMutex guards the links of the top level against `reserveCb`, which walks them on the
 //   file layer's thread: the owner holds it while it adds, moves or deletes top-level atoms here
 //   (relocation, coalescing, closing an open-ended atom, a new mdat). The atoms' places are read
-//   there only from their reservation desks, which keep their own copy: the atoms refresh it when
-//   they are placed (decode, setSizeAndOffset, setOffset), and flush and writeDirty refresh every
-//   top-level desk, so an atom linked by hand is seen at its place by the next flush at the latest.
+//   there only from their reservation desks, which keep their own copy: every change of an atom's
+//   offset or size (decode, placement, each relink) updates its desk under the desk's lock.
 // - flushCb calls QtAtomMoov::flushDone, which touches only atomics.
 #pragma once
 
@@ -102,8 +107,10 @@ class QtAtomRoot : public BaseQtAtom {
     bool isFlushPending(QtAtomMoov const* moov) const;
 
   private:
-    void refreshReservationPlaces() const;
-    bool encodeImage(BaseQtAtom const& top, std::vector<unsigned char>& image) const;
+    bool encodeChanged(BaseQtAtom const& top, BasicIOTypes::FlushReq& request) const;
+    // A movie whose flush failed is marked changed throughout, so that the next flush or
+    // writeDirty writes all of it again (owner's thread).
+    void recoverFailedFlushes() const;
     bool writeDirtyBelow(BaseQtAtom const& atom) const;
     bool checkDirtyBelow(BaseQtAtom const& atom) const;
 

@@ -8,17 +8,10 @@ QtAtomSkip::QtAtomSkip(BaseQtAtom const* parent)
 QtAtomSkip::QtAtomSkip(QtAtomIdType diskId, unsigned long size, unsigned long fileOffset)
     : QtAtomUnknown(kSkipId, nullptr, size), m_diskId(diskId), m_reservations(*this) {
     BaseQtAtom::setOffset(fileOffset);
-    refreshPlace();
 }
 
 QtAtomSkip::QtAtomSkip(QtAtomIdType diskId, unsigned long size, ReservationDesk& from)
     : QtAtomUnknown(kSkipId, nullptr, size), m_diskId(diskId), m_reservations(*this, from) {}
-
-bool QtAtomSkip::decode(QtAtomBuffer& buffer) {
-    bool ok = QtAtomUnknown::decode(buffer);
-    refreshPlace();
-    return ok;
-}
 
 bool QtAtomSkip::encode(QtAtomBuffer& buffer) const {
     unsigned int start = buffer.nOccupied();
@@ -54,14 +47,4 @@ void QtAtomSkip::resetDiskId() const {
 void QtAtomSkip::show() const {
     infoMsg("%s,disk id=%s,%d reservations\n", toString().get(), QtIdName(m_diskId.load()).render(),
             static_cast<int>(m_reservations.size()));
-}
-
-void QtAtomSkip::setSizeAndOffset(QtTreeSize const& size) const {
-    QtAtomUnknown::setSizeAndOffset(size);
-    refreshPlace();
-}
-
-void QtAtomSkip::setOffset(unsigned long offset) const {
-    QtAtomUnknown::setOffset(offset);
-    refreshPlace();
 }

@@ -23,8 +23,6 @@ class QtAtomSkip : public QtAtomUnknown {
     // A new skip outside any tree that takes over the reservations of the atom it replaces.
     QtAtomSkip(QtAtomIdType diskId, unsigned long size, ReservationDesk& from);
 
-    using QtAtomUnknown::decode;
-    bool decode(QtAtomBuffer& buffer) override;
     // The header only, with the disk id as its type.
     bool encode(QtAtomBuffer& buffer) const override;
     void closeFinal() const override;
@@ -35,11 +33,9 @@ class QtAtomSkip : public QtAtomUnknown {
     void resetDiskId() const override;
     unsigned int getEncodeSize() const override { return getFixedSize(); }
     void show() const override;
-    void setSizeAndOffset(QtTreeSize const& size) const override;
-    void setOffset(unsigned long offset) const override;
 
     ReservationDesk& getReservations() const { return m_reservations; }
-    // Tells the desk where the atom is now (after the tree was relinked around it).
+    // Tells the desk where the atom is (it is kept in step by every placement and relink anyway).
     void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
   private:

@@ -12,10 +12,13 @@ constexpr QtAtomIdType kSkip = qtId("skip");
 }  // namespace
 
 ReservationDesk::ReservationDesk(BaseQtAtom const& atom)
-    : m_atom(atom), m_offset(atom.getFileOffset()), m_size(atom.getSize()) {}
+    : m_atom(atom), m_offset(atom.getFileOffset()), m_size(atom.getSize()) {
+    atom.nonConst()->m_desk = this;
+}
 
 ReservationDesk::ReservationDesk(BaseQtAtom const& atom, ReservationDesk& from)
     : m_atom(atom), m_offset(atom.getFileOffset()), m_size(atom.getSize()) {
+    atom.nonConst()->m_desk = this;
     SorvanPosix::ScopeLock lock(from.m_mutex);
     if (quicktimeDbg.on(QtDbgReservations))
         debugMsg("atom %s@%p gets %s from atom %s@%p\n", QtIdName(atom.getId()).render(),
@@ -23,6 +26,10 @@ ReservationDesk::ReservationDesk(BaseQtAtom const& atom, ReservationDesk& from)
                  QtIdName(from.m_atom.getId()).render(), static_cast<void const*>(&from.m_atom));
     m_held = from.m_held;
     from.m_held.clear();
+}
+
+ReservationDesk::~ReservationDesk() {
+    if (m_atom.m_desk == this) m_atom.nonConst()->m_desk = nullptr;
 }
 
 void ReservationDesk::setPlace(unsigned long offset, unsigned long size) {

@@ -5,9 +5,10 @@
 //
 // Threads: `update` runs on the file layer's thread (through the root's reservation anchor); the
 // rest runs on the thread that owns the tree. The desk's mutex guards the list and the atom's place
-// (offset and size) as last told by `setPlace`: the owner refreshes that copy whenever it moves or
-// resizes the atom, so that the file thread never reads the atom's own fields while the owner
-// changes them.
+// (offset and size) as last told by `setPlace`: the atom tells its desk on the owner's thread at
+// every change of either (decode, placement, resize and every relink of the tree), so that the file
+// thread never reads the atom's own fields while the owner changes them, and the desk never
+// answers for bytes the atom has left.
 #pragma once
 
 #include <vector>
@@ -25,7 +26,7 @@ class ReservationDesk {
     // A desk that takes over every reservation of another atom's desk, which is left empty (used
     // when an atom replaces another on disk).
     ReservationDesk(BaseQtAtom const& atom, ReservationDesk& from);
-    virtual ~ReservationDesk() = default;
+    virtual ~ReservationDesk();
     ReservationDesk(ReservationDesk const&) = delete;
     ReservationDesk& operator=(ReservationDesk const&) = delete;
 
@@ -40,7 +41,7 @@ class ReservationDesk {
     // "<empty>", or each reservation's text joined by ",".
     AutoPtr<char> toString() const;
 
-    // Records the atom's place as the file thread is to see it.
+    // Records the atom's place as the file thread is to see it (called by the atom).
     void setPlace(unsigned long offset, unsigned long size);
 
   private:
