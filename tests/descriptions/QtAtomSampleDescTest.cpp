@@ -16,25 +16,6 @@ void collectTables(BaseQtAtom const* atom, std::vector<QtAtomSampleDesc const*>&
     }
 }
 
-TEST(QtAtomSampleDesc, EveryTableOfTheRealMoviesIsWrittenBackByteForByte) {
-    for (std::string const& movie : corpusMovies()) {
-        SCOPED_TRACE(movie);
-        AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(movie).c_str());
-        ASSERT_TRUE(root);
-        Bytes file = readFileBytes(testDataPath(movie));
-        std::vector<QtAtomSampleDesc const*> tables;
-        collectTables(root.get(), tables);
-        ASSERT_FALSE(tables.empty());
-        for (QtAtomSampleDesc const* stsd : tables) {
-            ASSERT_EQ(stsd->getCount(), 1u);
-            ASSERT_EQ(stsd->getFixedSize() + stsd->getVariableSize(), stsd->getSize());
-            long offset = static_cast<long>(stsd->getFileOffset());
-            Bytes expected(file.begin() + offset, file.begin() + offset + static_cast<long>(stsd->getSize()));
-            EXPECT_EQ(encodedAtom(*stsd), expected) << stsd->getAtomPath().get();
-        }
-    }
-}
-
 TEST(QtAtomSampleDesc, EntryClassFollowsTheMediaHandlerNotTheFormat) {
     Bytes entry = videoEntry("avc1", 64, 48);
     struct Case {
@@ -49,22 +30,6 @@ TEST(QtAtomSampleDesc, EntryClassFollowsTheMediaHandlerNotTheFormat) {
         EXPECT_EQ(track.stsd->getAudioDesc(1) != nullptr, c.audio) << c.subtype;
         EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry)) << c.subtype;
     }
-}
-
-TEST(QtAtomSampleDesc, AHandlerOfAnotherComponentTypeIsPassedOver) {
-    // The data handler in 'minf' is met first on the way up; the media handler above decides.
-    ReadTrack track(trackMovie(handlerBytes("mhlr", "vide"), stsdBytes(1, videoEntry("jpeg", 160, 120))));
-    ASSERT_NE(track.stsd, nullptr);
-    EXPECT_EQ(track.stsd->findMediaType(), qtId("vide"));
-    ASSERT_NE(track.stsd->getVideoDesc(1), nullptr);
-    EXPECT_EQ(track.stsd->getVideoDesc(1)->getWidth(), 160);
-
-    ReadTrack noMediaHandler(
-        trackMovie(handlerBytes("dhlr", "url "), stsdBytes(1, videoEntry("jpeg", 160, 120))));
-    ASSERT_NE(noMediaHandler.stsd, nullptr);
-    EXPECT_EQ(noMediaHandler.stsd->findMediaType(), 0u);
-    EXPECT_EQ(noMediaHandler.stsd->getVideoDesc(1), nullptr);
-    EXPECT_NE(noMediaHandler.stsd->getDesc(1), nullptr);
 }
 
 // Decodes an 'stsd' on its own (no handler: every entry is kept as an unknown one).
@@ -185,17 +150,6 @@ TEST(QtAtomSampleDesc, ADescriptionBuiltFromNothingKeepsItsSizeWhenTheAvcCIsFill
     EXPECT_EQ(encodedAtom(*again), written);
     again->removeSelf(false);
     delete again;
-}
-
-TEST(QtAtomSampleDesc, ShowsEachEntryBelowTheTableLine) {
-    ReadTrack track(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(1, videoEntry("twos", 0, 0))));
-    ASSERT_NE(track.stsd, nullptr);
-    MessageCapture messages;
-    ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
-    track.stsd->show();
-    EXPECT_EQ(messages.all().substr(0, messages.all().find('\n') + 1), "            stsd: 102b,desc[1]=\n");
-    EXPECT_NE(messages.all().find("              audio: sz=86,fmt=twos,idx=1,"), std::string::npos)
-        << messages.all();
 }
 
 // Damaged tables: every truncation and single-byte change of the real tables is read and written

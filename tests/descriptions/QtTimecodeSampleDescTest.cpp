@@ -103,47 +103,6 @@ TEST(QtTimecodeSampleDesc, NewDescriptionIsNumberedByItsEntryAndCarriesItsRate) 
     EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(2, both));
 }
 
-TEST(QtTimecodeSampleDesc, ReadsTheWholeChunkOfASampleAndReportsTablesThatCannotHoldTimecodes) {
-    // Three samples in the one chunk: the two after the timecode are the next eight bytes of the file.
-    PatchedCopy three("h264_bframes_aac_tc.mov");
-    three.patch(three.stsz + 16, 3);
-    three.patch(three.stsc + 20, 3);
-    {
-        TimecodeTrack track(three.file.path(), BasicFileIO::ReadOnly);
-        Bytes bytes = readFileBytes(three.file.path());
-        unsigned long at = track.table->getStco()->getChunkOffset(0, nullptr);
-        QtTimeCode const* third = track.desc->getTimecode(*track.table, 2);
-        ASSERT_NE(third, nullptr);
-        EXPECT_EQ(third->getDiscrete(), wordAt(bytes, at + 8));
-        EXPECT_EQ(track.start(), "10:00:00:00");
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 4), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode fails: index=4,n=3\n")) << messages.all();
-    }
-
-    PatchedCopy twoBytes("h264_bframes_aac_tc.mov");
-    twoBytes.patch(twoBytes.stsz + 12, 2);
-    {
-        TimecodeTrack track(twoBytes.file.path(), BasicFileIO::ReadWrite);
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
-        track.desc->setTimecode(QtTimeCode());
-        EXPECT_FALSE(track.desc->writeTimecodes());
-        EXPECT_TRUE(messages.contains(": writeTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
-    }
-
-    PatchedCopy pastTheEnd("h264_bframes_aac_tc.mov");
-    pastTheEnd.patch(pastTheEnd.stco + 16,
-                     static_cast<unsigned int>(readFileBytes(pastTheEnd.file.path()).size() - 2));
-    {
-        TimecodeTrack track(pastTheEnd.file.path(), BasicFileIO::ReadOnly);
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode failed while reading chunk=0\n")) << messages.all();
-    }
-}
-
 TEST(QtTimecodeSampleDesc, TimecodeSetIsWrittenWithItsTableAndChangesOnlyTheSample) {
     TempFile copy;
     Bytes before = readFileBytes(testDataPath("mjpeg_pcm24le_dftc.mov"));

@@ -68,14 +68,6 @@ TEST(BridgeAnchor, RefusesCallsOnceDetached) {
     EXPECT_FALSE(empty.call(Event{5}));
 }
 
-TEST(BridgeAnchor, RefusesAndReportsAnArgumentOfTheWrongType) {
-    Listener listener;
-    CapturedMessages messages;
-    EXPECT_FALSE(listener.anchor.call(std::string("not an event")));
-    EXPECT_EQ(listener.last, 0);
-    EXPECT_NE(messages.errors.find("BridgeAnchor::call"), std::string::npos);
-}
-
 TEST(BridgeAnchor, DetachWaitsForACallInFlight) {
     Listener listener;
     listener.blockInside = true;

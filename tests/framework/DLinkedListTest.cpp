@@ -48,25 +48,3 @@ TEST(DLinkedList, IsolateUnlinksFromHeadMiddleAndTail) {
     EXPECT_FALSE(other.isolate(b.node));  // on another list
     EXPECT_TRUE(other.insert(a.node));
 }
-
-TEST(DLinkedList, PopClientEmptiesTheListInOrder) {
-    DLinkedList<Item> list("l");
-    Item a(1), b(2);
-    list.insert(a.node);
-    list.insert(b.node);
-    EXPECT_EQ(list.popClient(), &b);
-    EXPECT_EQ(list.popClient(), &a);
-    EXPECT_EQ(list.popClient(), nullptr);
-    EXPECT_TRUE(list.empty());
-    EXPECT_EQ(list.tail(), nullptr);
-}
-
-TEST(DLinkedList, DestroyingTheListUnlinksItsNodes) {
-    Item a(1);
-    {
-        DLinkedList<Item> list("l");
-        list.insert(a.node);
-    }
-    EXPECT_FALSE(a.node.isLinked());
-    EXPECT_EQ(a.node.next(), nullptr);
-}

@@ -56,49 +56,6 @@ struct StorageLog {
 
 }  // namespace
 
-TEST(VirtualArrayTest, MemoryModeReadsWrittenValuesAndZeroElsewhere) {
-    VirtualArray<unsigned int> array("test");
-    ASSERT_TRUE(array.setVirtualSize(16));
-    EXPECT_TRUE(array.setElementAt(3, 33, nullptr));
-    EXPECT_TRUE(array.setElementAt(15, 1515, nullptr));
-    EXPECT_FALSE(array.setElementAt(16, 1, nullptr));  // past the size
-
-    FileIoClientRec agent;
-    EXPECT_EQ(array[3], 33u);
-    EXPECT_EQ(array.elementAt(15, &agent), 1515u);
-    EXPECT_EQ(array.elementAt(4, &agent), 0u);
-    EXPECT_EQ(array.elementAt(100, &agent), 0u);
-    EXPECT_FALSE(array.isVirtual());
-    EXPECT_TRUE(array.isDirty());
-    array.setClean();
-    EXPECT_FALSE(array.isDirty());
-}
-
-TEST(VirtualArrayTest, ShrinkingForgetsTheSlotsCutOffInEitherMode) {
-    TempMovieFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    VirtualArray<unsigned int> memory("memory");
-    BackedArray backed(file, 1000, 40000);
-    memory.setVirtualSize(16);
-    for (unsigned int i = 0; i < 16; ++i) memory.setElementAt(i, i + 1, nullptr);
-    for (unsigned int i = 0; i < 40000; ++i) backed.array.setElementAt(i, i + 1, nullptr);
-    ASSERT_TRUE(backed.array.flush());
-
-    FileIoClientRec agent;
-    EXPECT_EQ(backed.array.elementAt(30000, &agent), 30001u);  // cached by the agent
-    memory.setVirtualSize(5);
-    backed.array.setVirtualSize(5000);
-    memory.setVirtualSize(16);
-    backed.array.setVirtualSize(40000);
-    EXPECT_EQ(memory[4], 5u);
-    EXPECT_EQ(memory[5], 0u);
-    EXPECT_EQ(backed.array[4999], 5000u);
-    EXPECT_EQ(backed.array[5000], 0u);
-    EXPECT_EQ(backed.array.elementAt(30000, &agent), 0u);
-    ASSERT_TRUE(backed.array.flush());
-    EXPECT_EQ(bigEndianAt(temp.bytes(1000 + 30000 * 4, 4), 0), 0u);  // regrown slots are zero on disk
-}
-
 TEST(VirtualArrayTest, ElementsHeldInMemoryMoveToTheMappedPlaceWhenBacked) {
     TempMovieFile temp;
     AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
@@ -123,46 +80,6 @@ TEST(VirtualArrayTest, ElementsHeldInMemoryMoveToTheMappedPlaceWhenBacked) {
     for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(bigEndianAt(disk, i * 4), 0x01020300u + i);
     for (unsigned int i = 16; i < 3000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i);
     for (unsigned int i = 3000; i < 5000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), 0u) << i;
-}
-
-TEST(VirtualArrayTest, AdoptsTheElementsAFileAlreadyHolds) {
-    TempMovieFile temp;
-    {
-        AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-        std::vector<unsigned int> disk(70000);
-        for (unsigned int i = 0; i < disk.size(); ++i) disk[i] = __builtin_bswap32(i * 7);
-        file->writeAt(12, disk.data(), disk.size() * 4);
-    }
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadOnly);
-    VirtualArray<unsigned int> array("stco");
-    array.setIoPrep(&bigEndian32);
-    array.setVirtualSize(70000);
-    ASSERT_TRUE(array.setBackingStore(file));
-    array.setMap(12);
-    FileIoClientRec agent;
-    for (unsigned int i = 0; i < 70000; i += 997) EXPECT_EQ(array.elementAt(i, &agent), i * 7);
-    EXPECT_EQ(array[69999], 69999u * 7);
-    EXPECT_FALSE(array.isDirty());
-}
-
-TEST(VirtualArrayTest, SlotsNeverWrittenReadAsZeroAndAreZeroedOnDisk) {
-    TempMovieFile temp;
-    fillWithGarbage(temp.path(), 200000);
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    BackedArray backed(file, 64, 40000);
-    backed.array.setElementAt(0, 5, nullptr);
-    backed.array.setElementAt(20000, 6, nullptr);  // leaves a gap of pages never loaded
-    FileIoClientRec agent;
-    EXPECT_EQ(backed.array.elementAt(10000, &agent), 0u);
-    ASSERT_TRUE(backed.array.flush());
-    EXPECT_EQ(backed.array.elementAt(10000, &agent), 0u);
-    std::vector<unsigned char> disk = temp.bytes(64, 40000 * 4);
-    for (unsigned int i = 1; i < 40000; ++i) {
-        if (i == 20000) continue;
-        ASSERT_EQ(bigEndianAt(disk, i * 4), 0u) << i;
-    }
-    EXPECT_EQ(temp.bytes(63, 1)[0], 0xEE);  // bytes before the place are not touched
-    EXPECT_EQ(temp.bytes(64 + 40000 * 4, 1)[0], 0xEE);  // nor after it
 }
 
 TEST(VirtualArrayTest, MapIndexKeepsEveryValueAndCompletesTheNewPlace) {
@@ -221,36 +138,6 @@ TEST(VirtualArrayTest, PagesWrittenFromTheTopDownNeverTouchTheBytesBelowThem) {
     for (unsigned int i = 0; i < 10 * perPage; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 1) << i;
 }
 
-TEST(VirtualArrayTest, EveryWriteIsAnnouncedAsAHoldAndThenAReleaseOfItsRegion) {
-    TempMovieFile temp;
-    AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
-    ReservationLog log;
-    BridgeAnchor anchor(&log, &ReservationLog::record);
-    BackedArray backed(asFile(file), 5000, 20000);
-    backed.array.setReservationCallback(&anchor);
-    for (unsigned int i = 0; i < 20000; ++i) backed.array.setElementAt(i, i, nullptr);
-    ASSERT_TRUE(backed.array.flush());
-    ASSERT_TRUE(backed.array.mapIndex(20000, 200000));
-
-    ASSERT_FALSE(log.events.empty());
-    ASSERT_EQ(log.events.size() % 2, 0u);
-    EXPECT_EQ(log.events.size() / 2, file->writes());
-    unsigned long covered = 0;
-    for (size_t i = 0; i < log.events.size(); i += 2) {
-        VirtualBase::Reservation const& hold = log.events[i];
-        VirtualBase::Reservation const& release = log.events[i + 1];
-        EXPECT_FALSE(hold.release);
-        EXPECT_TRUE(release.release);
-        EXPECT_EQ(hold.offset, release.offset);
-        EXPECT_EQ(hold.size, release.size);
-        bool inOld = hold.offset >= 5000 && hold.offset + hold.size <= 5000 + 80000;
-        bool inNew = hold.offset >= 200000 && hold.offset + hold.size <= 200000 + 80000;
-        EXPECT_TRUE(inOld || inNew) << hold.offset;
-        if (inOld) covered += hold.size;
-    }
-    EXPECT_EQ(covered, 80000u);
-}
-
 TEST(VirtualArrayTest, AFailedWriteKeepsTheChangesForALaterFlush) {
     TempMovieFile temp;
     AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
@@ -292,54 +179,6 @@ TEST(VirtualArrayTest, OwnerCacheIsBoundedWhateverTheLengthAndReportsEveryChange
     backed.array.close(nullptr);
     EXPECT_EQ(backed.array.getStorageByteCount(), 0u);
     EXPECT_EQ(storage.total, 0);
-}
-
-TEST(VirtualArrayTest, IoPreparationRunsInBothDirectionsAndIsSkippedWithoutOne) {
-    // A converter in the manner of the 1-based tables: stores n + 1, reads back n.
-    auto plusOne = [](unsigned int const* source, unsigned int* destination, unsigned int count, int direction) {
-        for (unsigned int i = 0; i < count; ++i) {
-            unsigned int v = direction == VirtualArrayBase::kToDisk ? source[i] + 1 : source[i];
-            destination[i] = direction == VirtualArrayBase::kToDisk ? v : (v ? v - 1 : 0);
-        }
-        return count;
-    };
-    TempMovieFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    VirtualArray<unsigned int> converted("base1");
-    converted.setIoPrep(plusOne);
-    VirtualArray<unsigned int> raw("raw");
-    for (auto* array : {&converted, &raw}) {
-        array->setVirtualSize(8192);
-        array->setMap(array == &converted ? 0 : 65536);
-        array->setBackingStore(file);
-        array->setElementAt(0, 0, nullptr);
-        array->setElementAt(1, 41, nullptr);
-        ASSERT_TRUE(array->flush());
-        array->close(nullptr);
-    }
-    unsigned int disk[3];
-    file->readAt(0, disk, sizeof disk);
-    EXPECT_EQ(disk[0], 1u);
-    EXPECT_EQ(disk[1], 42u);
-    EXPECT_EQ(disk[2], 1u);  // a slot of a page that was written holds the converted zero
-    EXPECT_EQ(converted[1], 41u);
-    EXPECT_EQ(converted[0], 0u);
-    EXPECT_EQ(converted[8191], 0u);  // zero bytes of reserved room read back as zero
-    file->readAt(65536, disk, sizeof disk);
-    EXPECT_EQ(disk[1], 41u);
-    EXPECT_EQ(raw[1], 41u);
-}
-
-TEST(VirtualArrayTest, SetCleanWritesNothingForTheChangesMadeSoFar) {
-    TempMovieFile temp;
-    AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());
-    BackedArray backed(asFile(file), 0, 100);
-    backed.array.setElementAt(5, 5, nullptr);
-    backed.array.setClean();
-    EXPECT_FALSE(backed.array.isDirty());
-    ASSERT_TRUE(backed.array.flush());
-    EXPECT_EQ(file->writes(), 0u);
-    EXPECT_EQ(backed.array[5], 5u);  // still held by the cache
 }
 
 // Random appends, overwrites, reads, resizes, moves and flushes against a std::vector, over a file

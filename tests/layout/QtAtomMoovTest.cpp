@@ -149,14 +149,6 @@ TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
     EXPECT_FALSE(moov->updateDiskId());  // already a moov
 }
 
-TEST(QtAtomMoov, FlushDoneOfAMovieShowingMoovAsksForNoSwitch) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    moov->flushDone(0);
-    EXPECT_FALSE(root.isIdUpdateNeeded());
-    EXPECT_EQ(moov->getFlushedOffset(), 0u);
-}
-
 TEST(QtAtomMoov, StillReservedOldCopyIsSwitchedWithAWarning) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
     auto* left = new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul);

@@ -96,33 +96,6 @@ TEST_F(RootWithMovie, FlushOfAFinalMovieOnlyReportsItDone) {
     EXPECT_EQ(file->writeCount(), writes);
 }
 
-TEST_F(RootWithMovie, UnknownFlushNoticeIsReportedAndStillWakesEveryWaiter) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages("hasFinalForm() blocked on flush");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    std::atomic<int> woken{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i)
-        waiters.emplace_back([&] {
-            root->hasFinalForm(true);
-            ++woken;
-        });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    EXPECT_EQ(woken.load(), 0);
-    int bogus = 0;
-    BasicIOTypes::FlushNotify notice;
-    notice.element = &bogus;
-    EXPECT_FALSE(root->flushCb(notice));
-    for (auto& waiter : waiters) waiter.join();  // woken although their flush is still pending
-    EXPECT_EQ(woken.load(), 2);
-    EXPECT_TRUE(messages.contains("QtAtomRoot::flushCb: can't find entry for"));
-    EXPECT_EQ(root->pendingFlushes(), 1u);
-    file->releaseWrites();
-    file->waitForFlushes();
-}
-
 TEST_F(RootWithMovie, HasFinalFormWaitBlocksUntilThePendingFlushCompletes) {
     ScopedDebugFlag flag("quicktimeDbg", "reservations");
     ThreadedMessages messages("hasFinalForm() blocked on flush");
@@ -133,32 +106,6 @@ TEST_F(RootWithMovie, HasFinalFormWaitBlocksUntilThePendingFlushCompletes) {
     EXPECT_EQ(result.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
     file->releaseWrites();
     EXPECT_TRUE(result.get());  // the movie is final once its flush is done
-}
-
-TEST_F(RootWithMovie, HasFinalFormWaitDoesNotBlockWithNothingPending) {
-    auto result = std::async(std::launch::async, [&] { return root->hasFinalForm(true); });
-    ASSERT_EQ(result.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    EXPECT_FALSE(result.get());  // nothing flushed yet: not final
-}
-
-TEST_F(RootWithMovie, DestructorWaitsForAFlushInFlight) {
-    ThreadedMessages messages("waiting for 1 flushes to complete");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    ASSERT_TRUE(file->waitForHeldWrite(10000));
-    std::atomic<bool> destroyed{false};
-    std::thread closer([&] {
-        root.reset();
-        destroyed = true;
-    });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    waitMsec(20);
-    EXPECT_FALSE(destroyed.load());
-    file->releaseWrites();
-    closer.join();
-    EXPECT_TRUE(destroyed.load());
-    EXPECT_TRUE(messages.contains(": flushes done\n"));
-    EXPECT_EQ(file->reservationCallback(), nullptr);  // the file no longer reports to the dead root
 }
 
 TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
@@ -217,17 +164,6 @@ TEST(QtAtomRoot, StructureWithoutExactlyOneMoovIsReportedOnceUnlessAtomErrorsIsO
     ScopedDebugFlag atomErrors("quicktimeDbg", "atom errors");
     root.checkStructure("flagged");
     EXPECT_TRUE(messages.contains("flagged: 1 skip, 0 moov:"));
-}
-
-TEST(QtAtomRoot, TwoMoovOnDiskAreReportedAndTheMovieObjectIsFound) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* oldPlace = new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul);  // still a moov on disk
-    root.appendChild(oldPlace);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    MessageCapture messages;
-    EXPECT_EQ(root.checkStructure("two"), moov);
-    EXPECT_TRUE(messages.contains("two: 0 skip, 2 moov: skip@0={skip@"));
-    EXPECT_TRUE(messages.contains(" moov@100={moov@"));
 }
 
 TEST(QtAtomRoot, AdjacentSkipsMergeIntoOneWithTheSummedSize) {
@@ -329,42 +265,6 @@ TEST(QtAtomRoot, CacheAccountingGivesEachKindOneBlockMoreThanItNeedsPlusTheExtra
     EXPECT_EQ(root.getSizeAdvice(), 6);
     EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, -4097));
     EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);
-}
-
-TEST(QtAtomRoot, CacheAccountingRefusesANegativeTotalAndAZeroBlockSize) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    QtAtomRoot root(file, 0);
-    MessageCapture messages;
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::TableBytes, -1));
-    EXPECT_TRUE(messages.contains("adjustCache: check failed at quicktimeutil.cpp:9254"));
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::EssenceBytes, -1));
-    EXPECT_TRUE(messages.contains("quicktimeutil.cpp:9260"));
-    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), 0u);
-    file->setCacheBlockSize(0);
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::TableBytes, 10));
-    EXPECT_TRUE(messages.contains("quicktimeutil.cpp:9270"));
-}
-
-TEST(QtAtomRoot, CacheOverTheFileLimitFallsBackToALimitedGrant) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    file->setCacheLimit(8 * 4096);
-    QtAtomRoot root(file, 0);
-    MessageCapture messages;
-    ScopedDebugFlag mediaCache("mediaObjDbg", "media cache");
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 40 * 4096));
-    EXPECT_TRUE(file->cacheLimited());
-    EXPECT_EQ(file->cacheBlocks(), 8u);
-    EXPECT_TRUE(messages.contains("b essence + 163840b table: 0==>44 cache blocks\n"));
-}
-
-TEST(QtAtomRoot, SizeAdviceIsTwoWithoutAFile) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    EXPECT_EQ(root.getSizeAdvice(), 2);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    EXPECT_EQ(moov->getSizeAdvice(), 2);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 10));  // no file: nothing to account
 }
 
 TEST_F(RootWithMovie, OwnerReshapesTheTopLevelWhileTheFileThreadReportsFlushes) {

@@ -107,26 +107,6 @@ TEST_F(Propagation, ResizeReasonsAreCollectedOnTheEnclosingMovie) {
     EXPECT_FALSE(moov->isDirty());
 }
 
-TEST_F(Propagation, ResizeReasonOutsideAnyMovieIsDropped) {
-    BaseQtAtom const* ftyp = root.getChild();
-    EXPECT_FALSE(ftyp->addMovieResizeNeeded(QtResizeReq::Track));
-    EXPECT_EQ(ftyp->movieResizeNeeded(), 0u);
-    EXPECT_EQ(moov->getResizeNeeded().value(), 0u);
-}
-
-TEST(QtResizeReq, PrintsEachReasonAfterABlankInsideBraces) {
-    QtResizeReq req;
-    EXPECT_STREQ(req.toString().get(), "req=0x0{}");
-    req.add(QtResizeReq::Samples);
-    req.add(QtResizeReq::ResizeNoFlush);
-    EXPECT_STREQ(req.toString().get(), "req=0x21{ smpl reszNoFlush}");
-    req.add(QtResizeReq::Stsc);
-    req.add(QtResizeReq::Edts);
-    req.add(QtResizeReq::Track);
-    req.add(QtResizeReq::UserData);
-    EXPECT_STREQ(req.toString().get(), "req=0x3f{ smpl stsc edts trk ud reszNoFlush}");
-}
-
 TEST(QtResizeAction, CombiningEscalatesAndNeverLowers) {
     QtResizeAction action(2);
     action += QtResizeAction(1);

@@ -41,16 +41,6 @@ TEST_F(DeskAtoms, HoldThenReleaseOfTheSameOffsetLeavesTheDeskEmpty) {
     EXPECT_STREQ(desk.toString().get(), "<empty>");
 }
 
-TEST_F(DeskAtoms, SecondHoldOfTheSameOffsetIsADuplicate) {
-    MessageCapture messages;
-    ReservationDesk& desk = skip->getReservations();
-    desk.update(hold(10, 20));
-    EXPECT_TRUE(desk.update(hold(10, 20)));
-    EXPECT_EQ(desk.size(), 1u);
-    EXPECT_TRUE(messages.contains("ReservationDesk::update: {10,20,hold} duplicate\n"));
-    EXPECT_EQ(messages.count(MsgLevel::Warning), 1u);
-}
-
 TEST_F(DeskAtoms, ReleaseOfAnOffsetNeverHeldIsOnlyReportedAndStillClaimed) {
     MessageCapture messages;
     EXPECT_TRUE(skip->update(release(10, 20)));
@@ -88,12 +78,6 @@ TEST_F(DeskAtoms, RootOffersAnEventToTheTopLevelInOrderUntilOneClaimsIt) {
     EXPECT_FALSE(moov->isReserved());
     root.reserveCb(hold(300, 10));  // past everything: the moov takes it
     EXPECT_TRUE(moov->isReserved());
-}
-
-TEST_F(DeskAtoms, DeskFollowsItsAtomWhenItMoves) {
-    EXPECT_FALSE(skip->update(hold(1000, 10)));
-    skip->setOffset(995);
-    EXPECT_TRUE(skip->update(hold(1000, 10)));
 }
 
 TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {

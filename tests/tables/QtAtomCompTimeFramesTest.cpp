@@ -9,7 +9,7 @@
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtGopPattern.h"
 
-using namespace SyncTest;
+
 using namespace CompTest;
 
 namespace {
@@ -114,7 +114,7 @@ TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
 
 TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
     TempFile file;
-    Bytes sdtp = atom("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
+    Bytes sdtp = atomBytes("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
     // I P P P P, the last four marked: not depended on; depends, depended on; not depended on;
     // independent but not a key frame.
     AutoPtr<QtAtomRoot> root =
@@ -168,30 +168,6 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
     EXPECT_EQ(anchors.get(5), good) << "rebuilt by the walk from unit 4";
 }
 
-TEST(QtAtomCompTimeFrames, SeveralReadersWithTheirOwnAgentsGetTheReferenceAnswers) {
-    TempFile file;
-    std::string types = repeat("IPBBBPBBBPBBB", 800);
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(types, 100));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    ASSERT_TRUE(ctts->hasVirtualTable());
-    std::vector<Sample> expected = referenceDecode(*ctts, types.size());
-    std::vector<std::string> failures(4);
-    std::vector<std::thread> readers;
-    for (unsigned int t = 0; t < failures.size(); ++t) {
-        readers.emplace_back([&, t] {
-            FileIoClientRec agent;
-            std::mt19937 random(t);
-            for (int i = 0; i < 3000 && failures[t].empty(); ++i) {
-                unsigned long s = random() % types.size();
-                if (!(ctts->getSample(s, &agent) == expected[s])) failures[t] = "sample " + std::to_string(s);
-            }
-            ctts->closeVirtualTable(&agent);
-        });
-    }
-    for (std::thread& reader : readers) reader.join();
-    for (std::string const& failure : failures) EXPECT_EQ(failure, "");
-}
-
 // Units of equal runs are answered from one kept set; units whose runs are equal but whose key
 // frames differ must not be.
 TEST(QtAtomCompTimeFrames, UnitsOfEqualRunsButOtherKeyFramesAreNotConfused) {
@@ -226,33 +202,3 @@ TEST(QtAtomCompTimeFrames, CursorIsPlacedThroughTheAnchorsOfATableWithoutSyncTab
 }
 
 // --- the older path and the printouts ---
-
-TEST(QtAtomCompTimeFrames, OldPathAgreesWithFrameSets) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 60), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    MessageCapture capture;
-    ScopedDebugFlag old("quicktimeLegacyDbg", "old ctts lookup");
-    for (unsigned long s = 0; s < 720; s += 7) ctts->getSample(s, nullptr);
-    EXPECT_EQ(capture.all().find("old={"), std::string::npos) << capture.all();
-    EXPECT_TRUE(ctts->rebuildAbs(600, nullptr));
-    EXPECT_FALSE(ctts->rebuildAbs(2000, nullptr));  // past the table
-}
-
-TEST(QtAtomCompTimeFrames, DumpCondensesAUnitIntoRepeatedGops) {
-    QtGopPattern pattern(0);
-    for (char c : std::string("IBBP")) pattern += c == 'I' ? SampleCodingI : c == 'P' ? SampleCodingP : SampleCodingB;
-    pattern.markRepeat();
-    int n = 0;
-    EXPECT_STREQ(pattern.toString(n).get(), "0{IBBP}*2");
-    EXPECT_STREQ(pattern.toString(n).get(), ",0{IBBP}*2");
-
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 60), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    MessageCapture capture;
-    ctts->getFrameSet(256, nullptr)->dumpSet();
-    // Unit 1 starts 4 frames into a GOP (256 = 21 * 12 + 4).
-    EXPECT_NE(capture.all().find("[256]={256{BBPBBPBB},264{IBBPBBPBBPBB}*20,504{IBBPBBPB}}"), std::string::npos)
-        << capture.all();
-}

@@ -3,7 +3,7 @@
 #include "CompTimeTestSupport.h"
 #include "framework/FileIoClientRec.h"
 
-using namespace SyncTest;
+
 using namespace CompTest;
 using DiskEntry = QtAtomCompTime::DiskEntry;
 

@@ -134,13 +134,3 @@ TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
     }
     delete edts;
 }
-
-TEST(QtSampleTable, IsInvalidWithoutItsTablesAndLooksAgain) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* mdia = new QtAtomHeader(qtId("mdia"), &root);
-    QtSampleTable table(mdia);
-    EXPECT_FALSE(table.valid());
-    EXPECT_FALSE(table.valid());
-    QtSampleTable empty(nullptr);
-    EXPECT_FALSE(empty.validate());
-}
