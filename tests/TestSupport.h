@@ -132,7 +132,9 @@ inline void put64(Bytes& out, uint64_t v) {
     put32(out, static_cast<uint32_t>(v >> 32));
     put32(out, static_cast<uint32_t>(v));
 }
-inline void putType(Bytes& out, char const* type) { out.insert(out.end(), type, type + 4); }
+inline void putType(Bytes& out, char const* type) {
+    for (int i = 0; i < 4; ++i) put8(out, static_cast<unsigned char>(type[i]));
+}
 inline void putBytes(Bytes& out, Bytes const& more) { out.insert(out.end(), more.begin(), more.end()); }
 inline void putText(Bytes& out, std::string const& text) { out.insert(out.end(), text.begin(), text.end()); }
 inline void putAtomHeader(Bytes& out, uint32_t size, char const* type) {

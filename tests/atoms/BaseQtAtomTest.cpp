@@ -148,17 +148,6 @@ public:
 };
 }  // namespace
 
-TEST(AtomTree, DestroyingAFirstChildAlsoDestroysItsLaterSiblings) {
-    g_destroyed = 0;
-    auto* first = new Counted(nullptr);
-    new Counted(first);  // a child of the first
-    auto* second = new Counted(nullptr);
-    first->appendSibling(second);
-    second->appendSibling(new Counted(nullptr));
-    delete first;
-    EXPECT_EQ(g_destroyed, 4);
-}
-
 TEST(AtomTree, WalksDepthFirstAndFindsDirtyAtoms) {
     BaseQtAtom root(qtId("Root"), nullptr, 0);
     auto* moov = new Leaf(qtId("moov"), &root, 8);
@@ -203,35 +192,4 @@ TEST(AtomTree, SettersMarkDirtyOnlyOnChange) {
     EXPECT_FALSE(atom.isDirty());
     atom.setSize(16);
     EXPECT_TRUE(atom.isDirty());
-}
-
-TEST(AtomText, IndentsTwoBlanksPerAncestorTheRootIncluded) {
-    TempFile file;
-    file.write(Bytes(108, 0));
-    QtAtomRoot root(BasicFileIO::open(file.c_str(), BasicFileIO::ReadOnly), 108);
-    auto* moov = new QtAtomHeader(qtId("moov"), &root);
-    auto* free = new Leaf(qtId("free"), moov, 8);
-    auto* tkhd = new QtAtomTrakHdr(new QtAtomHeader(qtId("trak"), moov));
-    unsigned char bytes[] = {0, 0, 0, 0, 'm', 'd', 'a', 't'};
-    QtAtomBuffer buffer(bytes, sizeof bytes, QtAtomBuffer::Full);
-    auto* mdat = new Leaf(0, &root, 0);
-    mdat->decode(buffer);
-
-    EXPECT_STREQ(moov->toString().get(), "  moov: 116b@0");
-    EXPECT_STREQ(free->toString().get(), "    free: 8b@8");
-    EXPECT_STREQ(mdat->toString().get(), "  mdat: 108b[open-end]@0");
-    {
-        ScopedDebugFlag noOffsets("quicktimeDbg", "no file offsets");
-        EXPECT_STREQ(free->toString().get(), "    free: 8b");
-        EXPECT_STREQ(mdat->toString().get(), "  mdat: 108b[open-end]");
-    }
-    MessageCapture capture;
-    free->show();
-    tkhd->show();
-    std::istringstream lines(capture.all());
-    std::vector<std::string> starts;
-    for (std::string line; std::getline(lines, line);)
-        starts.push_back(line.substr(0, line.find_first_not_of(' ') + 4));
-    // The show() line, then the track header's first line and its continuation two blanks deeper.
-    EXPECT_EQ(starts, (std::vector<std::string>{"    free", "      tkhd", "        len=", "        cre="}));
 }

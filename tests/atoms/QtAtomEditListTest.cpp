@@ -60,18 +60,6 @@ TEST(QtAtomEditList, CountLargerThanTheAtomIsCutToTheEntriesThatFit) {
     EXPECT_EQ(written, editListBytes(28, 1, {{10000, 1024, 0x10000}}));
 }
 
-TEST(QtAtomEditList, EmptyEditReadsAsEmptyAndWritesBackItsMarker) {
-    Bytes bytes = editListBytes(40, 2, {{600, 0xFFFFFFFF, 0x10000}, {1200, 48, 0x8000}});
-    QtAtomEditList list(nullptr, 0);
-    ASSERT_TRUE(decodeFrom(list, bytes));
-    ASSERT_EQ(list.getNumEdits(), 2u);
-    EXPECT_TRUE(list[0].empty);
-    EXPECT_EQ(list[0].mediaTime, 0u);
-    EXPECT_FALSE(list[1].empty);
-    EXPECT_EQ(list[1].mediaRate, 0x8000u);
-    EXPECT_EQ(encodeToBytes(list), bytes);
-}
-
 TEST(QtAtomEditList, ResizeBeyondTheCapacityAsksTheMovieForRoom) {
     QtAtomMoov moov(nullptr, qtId("moov"));
     auto* trak = new QtAtomHeader(qtId("trak"), &moov);
@@ -181,21 +169,4 @@ TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_FALSE(beyond.empty);
     EXPECT_EQ(beyond.first, 56u);
     EXPECT_EQ(beyond.end, 60u);
-}
-
-TEST(QtAtomEditList, ShowListsEachEditWithItsStartAndLength) {
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 0, true);
-    setEdit(list, 1, 1200, 48, false);
-    list->calcMedia(true);
-    list->resetSize();
-    MessageCapture capture;
-    list->show();
-    auto const& lines = capture.messages();
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0].text, std::string(list->toString().get()) + ",v0,f=0,cap=4,nedits=2\n");
-    EXPECT_EQ(lines[1].text, "         # start         (media)  length        (movie) samples  rate\n");
-    EXPECT_EQ(lines[2].text, "         0 00:00:00.000  empty    00:00:01.000      600      24  0x10000\n");
-    EXPECT_EQ(lines[3].text, "         1 00:00:01.000       48  00:00:02.000     1200      49  0x10000\n");
 }

@@ -83,18 +83,6 @@ TEST(QtAtomFactory, PadsTheEndOfUserData) {
     EXPECT_NE(dynamic_cast<QtAtomPreserved*>(item), nullptr);
 }
 
-TEST(QtAtomFactory, ZerosAreSilentUnlessAtomErrorsIsOn) {
-    FileRoot f;
-    MessageCapture capture;
-    EXPECT_EQ(make(Bytes(8, 0), f.root, 32), nullptr);
-    EXPECT_TRUE(capture.messages().empty());
-    ScopedDebugFlag errors("quicktimeDbg", "atom errors");
-    EXPECT_EQ(make(Bytes(8, 0), f.root, 32), nullptr);
-    ASSERT_EQ(capture.messages().size(), 1u);
-    EXPECT_EQ(capture.messages()[0].level, MsgLevel::Debug);
-    EXPECT_EQ(capture.messages()[0].text, f.file.path() + ": zeros in atom Root at offset 32\n");
-}
-
 TEST(QtAtomFactory, ReportsInvalidAtomsAfterAMoovButNotAfterAnMdat) {
     FileRoot f;
     Bytes garbage = {0, 0, 0, 3, 1, 2, 3, 4};
@@ -120,17 +108,6 @@ TEST(QtAtomFactory, ReportsInvalidAtomsAfterAMoovButNotAfterAnMdat) {
         EXPECT_EQ(make(garbage, f.root, 32), nullptr);
         EXPECT_TRUE(capture.messages().empty());
     }
-}
-
-TEST(QtAtomFactory, RefusesDvFrameData) {
-    FileRoot f;
-    MessageCapture capture;
-    EXPECT_EQ(make(header(120000, "hxxx"), f.root), nullptr);
-    EXPECT_TRUE(capture.messages().empty());
-    ScopedDebugFlag errors("quicktimeDbg", "atom errors");
-    EXPECT_EQ(make(header(120000, "iyyy"), f.root), nullptr);
-    EXPECT_TRUE(capture.contains("(is this a DV frame?)"));
-    EXPECT_EQ(capture.count(MsgLevel::Error), 1u);
 }
 
 TEST(QtAtomFactory, MakesEachStructureTypeAsItsOwnClass) {

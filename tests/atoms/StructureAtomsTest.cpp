@@ -325,26 +325,6 @@ TEST(StructureAtoms, HandlersAreNamedAfterTheirSubtypeAndRenamedWithinTheirSize)
     EXPECT_EQ(encodeToBytes(padded), withText(handlerFields(40, "mhlr", "vide"), std::string("\1x\0\0\0\0\0\0", 8)));
 }
 
-TEST(StructureAtoms, FileTypeLeavesStrayBytesAfterTheLastBrandUnread) {
-    Bytes bytes = atomBytes("ftyp", withText(Bytes{'q', 't', ' ', ' ', 0, 0, 2, 0}, "qt  ZZZ"));
-    putAtomHeader(bytes, 8, "free");
-    QtAtomFileType fileType(nullptr);
-    unsigned int consumed = 0;
-    ASSERT_TRUE(decodeFrom(fileType, bytes, &consumed));
-    EXPECT_EQ(consumed, 23u);
-    EXPECT_EQ(fileType.getCompatibleBrands().size(), 1u);
-    EXPECT_EQ(encodeToBytes(fileType).size(), 23u);
-}
-
-TEST(StructureAtoms, TheMarkerIsASkipThatIsNoUserData) {
-    QtAtomHeader udta(qtId("udta"), nullptr);
-    auto* marker = new QtAtomSorvanMarker(&udta);
-    EXPECT_EQ(udta.getSize(), 8u + 48u);
-    MessageCapture capture;
-    marker->updateUserData(nullptr);
-    EXPECT_EQ(capture.all(), "udta.skip: this should not be a user data atom\n");
-}
-
 TEST(StructureAtoms, QtMovieDumpShowsEachWithItsOwnPrintout) {
     std::string dump = runQtMovie("dump " + testDataPath("h264_bframes_aac_tc.mov")).out;
     for (char const* line : {

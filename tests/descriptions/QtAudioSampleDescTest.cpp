@@ -88,13 +88,6 @@ TEST(QtAudioSampleDesc, Version2RatesAreDoublesAndTheirFractionWrapsAt32Bits) {
     EXPECT_EQ(nonsense.audio()->getSampleRateFrac(), 0u);
 }
 
-TEST(QtAudioSampleDesc, ByteOrderDefaultsByFormatAndEndaOverrides) {
-    EXPECT_TRUE(SoundTrack(soundEntry("sowt", 0, 2, 0, {})).audio()->isLittleEndian());
-    EXPECT_FALSE(SoundTrack(soundEntry("in24", 0, 2, 0, {})).audio()->isLittleEndian());
-    Bytes wave = atomBytes("wave", atomBytes("enda", Bytes{0, 1}));
-    EXPECT_TRUE(SoundTrack(soundEntry("in24", 1, 2, 0, version1(6), wave)).audio()->isLittleEndian());
-}
-
 TEST(QtAudioSampleDesc, SetBitsPerSampleChoosesTheFormat) {
     SoundTrack track(soundEntry("raw ", 1, 2, 0, version1(4)));
     QtAudioSampleDesc* audio = track.stsd->write()->getAudioDesc(1);

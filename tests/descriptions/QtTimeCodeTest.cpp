@@ -7,13 +7,6 @@
 
 namespace {
 
-std::string hmsf(QtTimeCode const& tc) {
-    char text[32];
-    snprintf(text, sizeof text, "%02u:%02u:%02u:%02u", tc.getHours(), tc.getMinutes(), tc.getSeconds(),
-             tc.getFraction());
-    return text;
-}
-
 }  // namespace
 
 TEST(QtTimeCode, FramesPerSecondRoundsTheFrameRateToWholeFrames) {
@@ -148,15 +141,4 @@ TEST(QtTimeCode, ScaledTimePrintsMillisecondsWithThreeDigits) {
     // The milliseconds round to nearest: 1/3 s and 2/3 s.
     EXPECT_STREQ(QtTimeCode(1, 3).toString().get(), "00:00:00.333");
     EXPECT_STREQ(QtTimeCode(2, 3).toString().get(), "00:00:00.667");
-}
-
-TEST(QtTimeCode, DiscreteRecordUnpacksFromTheLastByteToTheFirst) {
-    QtTimeCode tc;
-    tc.setDiscrete(0x05040302);
-    EXPECT_EQ(hmsf(tc), "02:03:04:05");
-    EXPECT_EQ(tc.getDiscrete(), 0x05040302u);
-    EXPECT_STREQ(tc.toString().get(), "02:03:04.05(0x05040302)");
-    // Bit 15 is the sign, not part of the minutes.
-    tc.setDiscrete(0x00008A01);
-    EXPECT_EQ(tc.getMinutes(), 0x0Au);
 }

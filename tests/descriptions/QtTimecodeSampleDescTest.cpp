@@ -91,18 +91,6 @@ TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
     EXPECT_EQ(encodedAtom(*shortTrack.stsd), stsdBytes(1, cut));
 }
 
-TEST(QtTimecodeSampleDesc, NewDescriptionIsNumberedByItsEntryAndCarriesItsRate) {
-    Bytes first = timecodeEntry(0, 25, 1, 25);
-    ReadTrack track(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, first)));
-    QtTimecodeSampleDesc* added = track.stsd->addTimecodeDesc();
-    added->setRate(60000, 1001, true);
-    EXPECT_TRUE(track.stsd->isDirty());
-    EXPECT_EQ(track.stsd->getTimecodeDesc(2), added);
-    Bytes both = first;
-    putBytes(both, timecodeEntry(0x1, 60000, 1001, 60, {}, 2));
-    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(2, both));
-}
-
 TEST(QtTimecodeSampleDesc, TimecodeSetIsWrittenWithItsTableAndChangesOnlyTheSample) {
     TempFile copy;
     Bytes before = readFileBytes(testDataPath("mjpeg_pcm24le_dftc.mov"));

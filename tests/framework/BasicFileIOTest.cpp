@@ -99,24 +99,6 @@ TEST(BasicFileIO, FlushHoldsWritesSyncsReleasesThenNotifiesFromItsOwnThread) {
     EXPECT_NE(listener.threads[0], std::this_thread::get_id());
 }
 
-TEST(BasicFileIO, CarriesOutRequestsInTheOrderTheyWereQueued) {
-    TempFile scratch;
-    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);
-    FlushListener listener;
-    file->holdWrites();  // everything is queued before the first write is done
-    for (uintptr_t i = 1; i <= 20; ++i) {
-        std::string text = "v" + std::to_string(i);
-        ASSERT_TRUE(file->flush(request(&listener.flushAnchor, element(i), 0, text.c_str())));
-    }
-    EXPECT_EQ(file->pendingFlushes(), 20u);
-    file->releaseWrites();
-    file->waitForFlushes();
-    EXPECT_EQ(file->pendingFlushes(), 0u);
-    ASSERT_EQ(listener.notices.size(), 20u);
-    for (uintptr_t i = 0; i < 20; ++i) EXPECT_EQ(listener.notices[i].element, element(i + 1));
-    EXPECT_EQ(readFileBytes(scratch.path()), bytes("v20"));
-}
-
 TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
     TempFile scratch;
     auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);

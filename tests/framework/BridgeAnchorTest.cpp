@@ -48,26 +48,6 @@ struct CapturedMessages {
 
 }  // namespace
 
-TEST(BridgeAnchor, RoutesTheCallToTheOwnersMemberAndReturnsItsAnswer) {
-    Listener listener;
-    EXPECT_TRUE(listener.anchor.call(Event{7}));
-    EXPECT_EQ(listener.last, 7);
-    EXPECT_FALSE(listener.anchor.call(Event{-1}));
-    EXPECT_EQ(listener.last, -1);
-    EXPECT_TRUE(listener.constAnchor.call(Event{-1}));
-    EXPECT_FALSE(listener.constAnchor.call(Event{3}));
-}
-
-TEST(BridgeAnchor, RefusesCallsOnceDetached) {
-    Listener listener;
-    listener.anchor.detach();
-    EXPECT_FALSE(listener.anchor.attached());
-    EXPECT_FALSE(listener.anchor.call(Event{5}));
-    EXPECT_EQ(listener.last, 0);
-    BridgeAnchor empty;
-    EXPECT_FALSE(empty.call(Event{5}));
-}
-
 TEST(BridgeAnchor, DetachWaitsForACallInFlight) {
     Listener listener;
     listener.blockInside = true;

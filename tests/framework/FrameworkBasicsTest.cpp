@@ -26,16 +26,6 @@ TEST(QtAtomBuffer, TracksOccupiedBytesAndReadPosition) {
     EXPECT_EQ(buffer.fileOffset(), 1008u);
 }
 
-TEST(QtAtomBuffer, OwnedStorageGrowsOnAppendAndFillZeroes) {
-    QtAtomBuffer buffer(4);
-    unsigned char const bytes[3] = {1, 2, 3};
-    ASSERT_TRUE(buffer.append(bytes, 3));
-    ASSERT_TRUE(buffer.append(80, true));
-    EXPECT_EQ(buffer.nOccupied(), 83u);
-    EXPECT_EQ(buffer.ptrData()[2], 3);
-    for (unsigned i = 3; i < 83; ++i) ASSERT_EQ(buffer.ptrData()[i], 0);
-}
-
 TEST(QtAtomBuffer, CallerStorageRefusesWhatDoesNotFitReportsOnceAndStaysRefused) {
     unsigned char storage[6] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     QtAtomBuffer buffer(storage, 4, QtAtomBuffer::Empty);

@@ -56,32 +56,6 @@ struct StorageLog {
 
 }  // namespace
 
-TEST(VirtualArrayTest, ElementsHeldInMemoryMoveToTheMappedPlaceWhenBacked) {
-    TempMovieFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    VirtualArray<unsigned int> array("stsz");
-    array.setIoPrep(&bigEndian32);
-    array.setVirtualSize(16);
-    for (unsigned int i = 0; i < 16; ++i) array.setElementAt(i, 0x01020300u + i, nullptr);
-    array.setVirtualSize(5000);
-    array.setMap(100);
-    EXPECT_FALSE(array.isVirtual());
-    ASSERT_TRUE(array.setBackingStore(file));
-    EXPECT_TRUE(array.isVirtual());
-    EXPECT_EQ(file->length(), 0u);  // nothing is written before a flush
-    for (unsigned int i = 16; i < 3000; ++i) array.setElementAt(i, i, nullptr);
-    ASSERT_TRUE(array.flush());
-    EXPECT_FALSE(array.isDirty());
-
-    std::vector<unsigned char> disk = temp.bytes(100, 5000 * 4);
-    ASSERT_EQ(disk.size(), 5000u * 4);
-    EXPECT_EQ(disk[0], 0x01);
-    EXPECT_EQ(disk[3], 0x00);
-    for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(bigEndianAt(disk, i * 4), 0x01020300u + i);
-    for (unsigned int i = 16; i < 3000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i);
-    for (unsigned int i = 3000; i < 5000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), 0u) << i;
-}
-
 TEST(VirtualArrayTest, MapIndexKeepsEveryValueAndCompletesTheNewPlace) {
     TempMovieFile temp;
     fillWithGarbage(temp.path(), 600000);
@@ -117,25 +91,6 @@ TEST(VirtualArrayTest, OverlappingMovesInEitherDirectionKeepTheValues) {
         for (unsigned int i = 0; i < 100000; ++i)
             ASSERT_EQ(backed.array.elementAt(i, &agent), i ^ 0x5A5A5A5Au) << "shift " << shift << " index " << i;
     }
-}
-
-// A table widened in place writes its new entries from the last down to the first, over bytes of
-// the old entries that must stay readable until each has been read: pages leaving the cache on the
-// way down must not write anything below themselves.
-TEST(VirtualArrayTest, PagesWrittenFromTheTopDownNeverTouchTheBytesBelowThem) {
-    TempMovieFile temp;
-    fillWithGarbage(temp.path(), 400000);
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    unsigned int perPage = VirtualArrayBase::kPageBytes / 4;
-    BackedArray backed(file, 0, 10 * perPage);
-    for (unsigned int i = 10 * perPage; i-- > 5 * perPage;) backed.array.setElementAt(i, i + 1, nullptr);
-    std::vector<unsigned char> below = temp.bytes(0, 5ul * perPage * 4);
-    for (unsigned char byte : below) ASSERT_EQ(byte, 0xEE);
-    EXPECT_NE(temp.bytes(9ul * perPage * 4, 1)[0], 0xEE);  // the top pages did leave the cache
-    for (unsigned int i = 5 * perPage; i-- > 0;) backed.array.setElementAt(i, i + 1, nullptr);
-    ASSERT_TRUE(backed.array.flush());
-    std::vector<unsigned char> disk = temp.bytes(0, 10ul * perPage * 4);
-    for (unsigned int i = 0; i < 10 * perPage; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 1) << i;
 }
 
 TEST(VirtualArrayTest, AFailedWriteKeepsTheChangesForALaterFlush) {

@@ -67,13 +67,6 @@ TEST(QtAtomMoov, RelocatingTheLastAtomLeavesItsEncodedSizeBehind) {
     EXPECT_TRUE(moov->isDirty());
 }
 
-TEST(QtAtomMoov, NeverEncodedLastMovieWithoutDiskTablesIsNotRelocated) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    EXPECT_FALSE(moov->relocate());
-    EXPECT_EQ(root.countChildren(), 1u);
-}
-
 TEST(QtAtomMoov, RelocationPastAnUnalignedMdatGrowsItToTheNextBoundary) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
     root.setDiskAlignment(4096);
@@ -90,16 +83,6 @@ TEST(QtAtomMoov, RelocationPastAnUnalignedMdatGrowsItToTheNextBoundary) {
     EXPECT_EQ(moov->getFileOffset(), 12288u);
     EXPECT_EQ(root.getChild()->getSize(), 100u);  // the room up to the mdat
     EXPECT_TRUE(messages.contains(": add skip(as moov)@0, relocate moov(as skip)@12288\n"));
-}
-
-TEST(QtAtomMoov, CopyThatWasNeverFinalLeavesAPlainSkipBehind) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* moov = new QtAtomMoov(&root, QtAtomSkip::kSkipId);
-    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    new QtAtomMdat(&root, 100);
-    ASSERT_TRUE(moov->relocate());
-    EXPECT_EQ(root.getChild()->getDiskId(), QtAtomSkip::kSkipId);
 }
 
 TEST(QtAtomMoov, RelocationHandsTheMoviesReservationsToTheSkipLeftBehind) {
@@ -147,16 +130,4 @@ TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
     EXPECT_TRUE(messages.contains("==> moov@216\n"));
     EXPECT_TRUE(messages.contains("skip(moov)@"));
     EXPECT_FALSE(moov->updateDiskId());  // already a moov
-}
-
-TEST(QtAtomMoov, StillReservedOldCopyIsSwitchedWithAWarning) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* left = new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul);
-    root.appendChild(left);
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    left->update(VirtualBase::Reservation{10, 10, false});
-    MessageCapture messages;
-    left->resetDiskId();
-    EXPECT_EQ(left->getDiskId(), QtAtomSkip::kSkipId);
-    EXPECT_TRUE(messages.contains(": skip ==> moov, but still reserved: {10,10,hold}\n"));
 }

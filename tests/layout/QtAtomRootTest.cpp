@@ -96,18 +96,6 @@ TEST_F(RootWithMovie, FlushOfAFinalMovieOnlyReportsItDone) {
     EXPECT_EQ(file->writeCount(), writes);
 }
 
-TEST_F(RootWithMovie, HasFinalFormWaitBlocksUntilThePendingFlushCompletes) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages("hasFinalForm() blocked on flush");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    auto result = std::async(std::launch::async, [&] { return root->hasFinalForm(true); });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    EXPECT_EQ(result.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
-    file->releaseWrites();
-    EXPECT_TRUE(result.get());  // the movie is final once its flush is done
-}
-
 TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
     file->holdWrites();
     ASSERT_TRUE(root->flush(moov));
@@ -126,24 +114,6 @@ TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
     EXPECT_FALSE(root->hasFinalForm(false));
     ASSERT_TRUE(root->writeDirty());
     EXPECT_EQ(readRange(temp.path(), 20, 8), (std::vector<unsigned char>{0, 0, 0, 132, 'm', 'o', 'o', 'v'}));
-}
-
-TEST(QtAtomRoot, ReservationNoAtomClaimsIsReportedAsHoldOrRelease) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul));
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    MessageCapture messages;
-    VirtualBase::Reservation past{500, 10, false};
-    EXPECT_TRUE(root.reserveCb(past));
-    past.release = true;
-    root.reserveCb(past);
-    EXPECT_TRUE(messages.contains("QtAtomRoot::reserveCb: reservation {500,10,hold} unclaimed\n"));
-    EXPECT_TRUE(messages.contains("QtAtomRoot::reserveCb: reservation {500,10,release} unclaimed\n"));
-    VirtualBase::Reservation inside{10, 10, false};
-    messages.clear();
-    root.reserveCb(inside);
-    EXPECT_TRUE(messages.all().empty());
-    EXPECT_TRUE(root.getChild()->isReserved());
 }
 
 TEST(QtAtomRoot, StructureWithoutExactlyOneMoovIsReportedOnceUnlessAtomErrorsIsOn) {
@@ -201,16 +171,6 @@ TEST(QtAtomRoot, ReservedSkipIsNeverMerged) {
     EXPECT_EQ(root.getChild()->getSize(), 175u);
 }
 
-TEST(QtAtomRoot, SkipsAroundTheMovieOrAMovieStillShowingMoovAreNotMerged) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    root.appendChild(new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul));  // the old movie, still valid
-    root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, 50, 0ul));
-    new QtAtomMoov(&root, QtAtomSkip::kSkipId);  // the new copy, not yet switched
-    MessageCapture messages;
-    EXPECT_FALSE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 3u);
-}
-
 TEST(QtAtomRoot, ClosingAnOpenEndedMdatPast4GiBTurnsAPrecedingWideIntoItsHeader) {
     TempFile temp;
     std::vector<unsigned char> bytes = concat({atomBytes("wide", {}), {0, 0, 0, 0, 'm', 'd', 'a', 't'}});
@@ -265,22 +225,4 @@ TEST(QtAtomRoot, CacheAccountingGivesEachKindOneBlockMoreThanItNeedsPlusTheExtra
     EXPECT_EQ(root.getSizeAdvice(), 6);
     EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, -4097));
     EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);
-}
-
-TEST_F(RootWithMovie, OwnerReshapesTheTopLevelWhileTheFileThreadReportsFlushes) {
-    MessageCapture quiet;  // unclaimed events of a moving movie may be reported
-    for (int i = 0; i < 200; ++i) {
-        moov->write();
-        root->flush(moov);
-        if (i % 20 == 10) {
-            moov->relocate();
-            root->recalcOffset(QtTreeSize(true, 0, 0));
-        }
-        if (i % 20 == 15 && moov->updateDiskId()) root->writeDirty();
-        root->coalesceSkip();
-    }
-    while (root->pendingFlushes() > 0) root->hasFinalForm(true);
-    EXPECT_FALSE(moov->isReserved());
-    for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling())
-        EXPECT_FALSE(atom->isReserved()) << atom->toString().get();
 }

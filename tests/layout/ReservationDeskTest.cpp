@@ -90,14 +90,3 @@ TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
     EXPECT_FALSE(moov->isReserved());
     EXPECT_TRUE(messages.contains("gets {200,8,hold},{204,4,hold} from atom moov@"));
 }
-
-TEST_F(DeskAtoms, CloseDropsEveryReservationAndSaysWhich) {
-    skip->update(hold(10, 20));
-    MessageCapture messages;
-    skip->closeFinal();
-    EXPECT_FALSE(skip->isReserved());
-    EXPECT_TRUE(messages.contains("<no movie path> Root.skip: Qt atom reservation: drops {10,20,hold}\n"));
-    messages.clear();
-    skip->closeFinal();
-    EXPECT_TRUE(messages.all().empty());
-}

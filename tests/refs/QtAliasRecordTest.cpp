@@ -112,36 +112,6 @@ TEST(QtAliasRecord, TargetInTheMoviesOwnDirectoryGoesUpOneLevel) {
     EXPECT_EQ(record.getTo(), 1);
 }
 
-TEST(QtAliasRecord, EncodesAndDecodesWhatSetPathBuilt) {
-    QtAliasRecord record;
-    ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
-    Bytes bytes = encode(record);
-    ASSERT_EQ(bytes.size(), record.getSize());
-    QtAliasRecord read;
-    EXPECT_EQ(decode(read, bytes), bytes.size());
-    EXPECT_EQ(encode(read), bytes);
-    EXPECT_STREQ(read.getPath("/a/b/movie.mov").get(), "/a/c/clip.mov");
-}
-
-TEST(QtAliasRecord, SetPathWithoutTargetDropsTheRecords) {
-    QtAliasRecord record;
-    ASSERT_TRUE(record.setPath("/a/movie.mov", "/a/clip.mov"));
-    EXPECT_FALSE(record.setPath("/a/movie.mov", nullptr));
-    EXPECT_EQ(record.getFirstVarInfo(), nullptr);
-    EXPECT_EQ(encode(record).size(), 150u);
-}
-
-TEST(QtAliasRecord, AFailedRebuildLeavesTheRecordAsItWas) {
-    QtAliasRecord record;
-    ASSERT_TRUE(record.setPath("/a/movie.mov", "/a/clip.mov"));
-    Bytes before = encode(record);
-    std::string huge = "/a/" + std::string(40000, 'x');
-    MessageSink old = setMessageSink([](MsgLevel, std::string const&) {});
-    EXPECT_FALSE(record.setPath("/a/movie.mov", huge.c_str()));
-    setMessageSink(old);
-    EXPECT_EQ(encode(record), before);
-}
-
 TEST(QtAliasRecord, DecodesAnotherWritersRecordByteForByte) {
     Bytes bytes = fixedPart(0, 1, 1);
     putRecord(bytes, QtAliasRecord::MarkDir, "clips");  // odd: padded
@@ -173,16 +143,6 @@ TEST(QtAliasRecord, NegativeRecordLengthTakesTheRestOfTheRecord) {
     ASSERT_NE(abs, nullptr);
     EXPECT_EQ(abs->length, 14);  // 18 bytes left before the header, less the header's 4
     EXPECT_EQ(abs->next.get(), nullptr);
-}
-
-TEST(QtAliasRecord, RecordLongerThanWhatIsLeftIsCut) {
-    Bytes bytes = fixedPart(150 + 4 + 6, 1, 1);
-    put16(bytes, QtAliasRecord::MarkDir);
-    put16(bytes, 0x7000);
-    for (char c : std::string("abcdef")) bytes.push_back(static_cast<unsigned char>(c));
-    QtAliasRecord record;
-    EXPECT_EQ(decode(record, bytes), bytes.size());
-    EXPECT_EQ(text(record.find(QtAliasRecord::MarkDir)), "abcdef");
 }
 
 TEST(QtAliasRecord, NeverReadsPastTheBytesThatAreThere) {

@@ -68,16 +68,6 @@ TEST(QtAtomDataRefHdr, ReadsAndWritesItsReferencesByteForByte) {
     EXPECT_EQ(dref->findAtom("rsrc", 0)->getSize(), 14u);
 }
 
-TEST(QtAtomDataRefHdr, ShowsTheReferenceCount) {
-    TempFile source;
-    source.write(craftedMovie());
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(source.c_str());
-    ASSERT_TRUE(root);
-    MessageCapture capture;
-    root->findAtom("moov.dref", 0)->show();
-    EXPECT_EQ(capture.all(), "    dref: 54b@8,nref=3\n");
-}
-
 TEST(QtAtomDataRefHdr, AListCutShortIsNotReadPastItsBytes) {
     Bytes bytes;
     putAtomHeader(bytes, 16, "dref");

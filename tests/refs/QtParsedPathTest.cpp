@@ -87,16 +87,6 @@ TEST(QtParsedPath, ServerRootsKeepTheirLeadingSeparators) {
     EXPECT_STREQ(backslashes.getPath(OsEnvDrive).get(), "\\\\server/share/f.mov");
 }
 
-TEST(QtParsedPath, TailTakesTheLastElementsClippedToTheCount) {
-    QtParsedPath path("/a/c/clip.mov", OsEnvUnix);
-    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 2).get(), "/c/clip.mov");
-    EXPECT_STREQ(path.getPathTail(OsEnvColon, 1).get(), ":clip.mov");
-    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 9).get(), "/a/c/clip.mov");
-    EXPECT_STREQ(path.getPathTail(OsEnvUnix, 0).get(), "");
-    EXPECT_STREQ(QtParsedPath("/", OsEnvUnix).getPathTail(OsEnvUnix, 3).get(), "");
-    EXPECT_STREQ(QtParsedPath(nullptr, OsEnvUnix).getPathTail(OsEnvUnix, 1).get(), "");
-}
-
 TEST(QtParsedPath, ElementsDifferingInCaseMatchOnlyWhereTheFileSystemIgnoresCase) {
     QtParsedPath upper("Clip/x", OsEnvUnix);
     QtParsedPath lower("clip/y", OsEnvUnix);

@@ -168,22 +168,6 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
     EXPECT_EQ(anchors.get(5), good) << "rebuilt by the walk from unit 4";
 }
 
-// Units of equal runs are answered from one kept set; units whose runs are equal but whose key
-// frames differ must not be.
-TEST(QtAtomCompTimeFrames, UnitsOfEqualRunsButOtherKeyFramesAreNotConfused) {
-    TempFile file;
-    std::string types(256 * 40, 'P');
-    std::mt19937 random(3);
-    for (size_t unit = 0; unit < 40; ++unit) types[unit * 256 + random() % 256] = 'I';
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(types, 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    std::vector<Sample> expected = referenceDecode(*ctts, types.size());
-    FileIoClientRec agent;
-    ctts->getSample(types.size() - 1, &agent);  // the walk from the start signs every unit
-    for (unsigned long s = 0; s < types.size(); s += 17)
-        ASSERT_EQ(text(ctts->getSample(s, &agent)), text(expected[s])) << s;
-}
-
 TEST(QtAtomCompTimeFrames, CursorIsPlacedThroughTheAnchorsOfATableWithoutSyncTables) {
     TempFile file;
     std::string types = repeat("IBBP", 200);

@@ -168,17 +168,3 @@ TEST(QtAtomCompTimeRecording, ABFrameWithNothingBeforeItIsRefused) {
     EXPECT_TRUE(capture.contains("B frame received without previous I or P frame.")) << capture.all();
     EXPECT_EQ(track.ctts->getNumEntries(), 0u);
 }
-
-TEST(QtAtomCompTimeRecording, ReaderSetsSeeTheProvisionalTailSettle) {
-    Recording track(600, 1, false);
-    FileIoClientRec agent;
-    track.append(0, 'I');
-    EXPECT_EQ(track.ctts->getSample(0, &agent).offset, 0);  // a reader fills the unit's set now
-    track.append(1, 'B');
-    track.append(2, 'B');
-    track.append(3, 'P');
-    // The shared set shows the reference moved behind its B frames, and the samples after it.
-    EXPECT_EQ(track.ctts->getSample(0, &agent).offset, 2);
-    EXPECT_EQ(track.ctts->getSample(3, &agent).type, SampleCodingP);
-    EXPECT_EQ(track.ctts->getSample(2, &agent).anchor, 0u);
-}

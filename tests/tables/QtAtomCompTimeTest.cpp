@@ -136,17 +136,6 @@ TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
     EXPECT_EQ(shifted.getDependOff(), 1u);  // on a P whose shifted offset is 0, after a non-zero run
 }
 
-TEST(QtAtomCompTime, IteratorStopsAtARunWithCountZero) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(5), cttsAtom({{2, 1}, {0, 0}, {3, 2}})}));
-    QtAtomCompTime const* ctts = compTable(*root);
-    QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
-    EXPECT_TRUE(it++);
-    EXPECT_FALSE(it++);  // entry 1 has no samples
-    EXPECT_EQ(it.getDiskIdx(), 1u);
-}
-
 TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
     TempFile file;
     AutoPtr<QtAtomRoot> root =
@@ -214,17 +203,6 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
     EXPECT_EQ(empty.ctts->getArray().getVirtualSize(), 1000u);
     empty.ctts->setCapacity(5000);  // nothing seen yet: one entry per sample
     EXPECT_EQ(empty.ctts->getArray().getVirtualSize(), 5000u);
-}
-
-TEST(QtAtomCompTime, AnInMemoryTableGoesToTheFileWhenItGrowsPastSixteen) {
-    GrowingTable table(4);
-    ASSERT_FALSE(table.ctts->hasVirtualTable());
-    DiskEntry entry(3, 7);
-    ASSERT_TRUE(table.ctts->addDiskEntry(entry, 0));
-    table.ctts->setCapacity(40);  // one entry per sample so far is planned as 2/3
-    EXPECT_TRUE(table.ctts->hasVirtualTable());
-    EXPECT_EQ(table.ctts->getArray().getVirtualSize(), 27u);
-    EXPECT_EQ(table.ctts->getEntry(0, nullptr), DiskEntry(3, 7));
 }
 
 // --- seeds ---

@@ -78,23 +78,6 @@ TEST(QtAtomSampleChunkTest, AChunkOfAnotherSizeGetsItsOwnEntryWhenTheNextChunkCo
     EXPECT_TRUE(capture.contains(": add entry: descriptor change: [2]=1 --> [3]=2\n")) << capture.all();
 }
 
-TEST(QtAtomSampleChunkTest, SamplesWithoutANewChunkJoinTheChunkBeingFilled) {
-    QtAtomSampleChunk table(nullptr);
-    QtSampleLocation location(1, 4, false);
-    ASSERT_TRUE(table.addSamples(location));
-    EXPECT_FALSE(location.newChunk);  // the very first chunk does not set it
-    ASSERT_TRUE(table.addSamples(location));
-    expectEntry(table, 0, {0, 1, 8, 1});
-    expectEntry(table, 1, {8, 2, 0, 1});
-    location.newChunk = 1;
-    ASSERT_TRUE(table.addSamples(location));
-    EXPECT_TRUE(location.newChunk);
-    location.descIndex = 2;
-    location.newChunk = 0;
-    ASSERT_TRUE(table.addSamples(location));  // another description always opens a chunk
-    EXPECT_EQ(table.getNumChunks(), 3u);
-}
-
 TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirection) {
     MovieOnDisk movie = threeRuns();
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");

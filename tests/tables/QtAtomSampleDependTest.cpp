@@ -64,14 +64,6 @@ TEST(QtAtomSampleDepend, SmallAtomsAreHandedWholeButOnlySixteenBytesStayInMemory
     EXPECT_EQ(sdtp->getHeadroom(), 2u);
 }
 
-TEST(QtAtomSampleDepend, TableThatCannotHoldTheSampleCountIsEmpty) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(6), sdtpAtom({1, 2, 3, 4, 5})}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    EXPECT_EQ(sdtp->getArray().getVirtualSize(), 0u);
-    EXPECT_EQ(sdtp->getSampleDepend(0, nullptr), 0);
-}
-
 TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
     TempFile file;
     AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(4, 0))}));

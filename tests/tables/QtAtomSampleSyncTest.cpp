@@ -85,18 +85,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, SyncCorpus, ::testing::ValuesIn(corpusMovies())
 
 // --- reading and writing the atom ---
 
-TEST(QtAtomSampleSync, FramesPastTheLastKeyAreKeysOnlyBeyondTheSampleTable) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(120), syncAtom("stss", stored({0, 25, 50, 99}))}));
-    QtAtomSampleSync const* stss = syncTable(*root);
-    ASSERT_NE(stss, nullptr);
-    EXPECT_EQ(stss->getLastSample(), 99u);
-    EXPECT_TRUE(stss->isKey(99, nullptr));
-    EXPECT_FALSE(stss->isKey(110, nullptr));  // the samples exist: not a key
-    EXPECT_TRUE(stss->isKey(130, nullptr));   // not yet recorded: taken as a key
-}
-
 TEST(QtAtomSampleSync, ZeroBasedStssIsKeptZeroBasedButStpsIsAlwaysOneBased) {
     TempFile file;
     Bytes stss = syncAtom("stss", {0, 10, 20});
@@ -138,35 +126,6 @@ TEST(QtAtomSampleSync, TrailingZeroEntriesCountAsFramesAfterTheLastKey) {
 }
 
 // --- lookups ---
-
-TEST(QtAtomSampleSync, IsKeyAgreesWithTheKeyListForRegularAndIrregularTables) {
-    struct Case {
-        std::vector<uint32_t> keys;
-        char const* what;
-    };
-    std::vector<Case> cases;
-    std::vector<uint32_t> gop;
-    for (uint32_t f = 0; f < 30000; f += 15) gop.push_back(f);
-    cases.push_back({gop, "regular"});
-    cases.push_back({irregularKeys(3000, 40, 7), "irregular"});
-    cases.push_back({irregularKeys(2000, 3, 8), "dense"});
-    std::vector<uint32_t> bursts = irregularKeys(50, 2, 9);  // a dense start, then far apart
-    for (int i = 0; i < 200; ++i) bursts.push_back(bursts.back() + 500 + (i % 7) * 100);
-    cases.push_back({bursts, "bursts"});
-    for (Case const& c : cases) {
-        TempFile file;
-        unsigned long frames = c.keys.back() + 40;
-        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(static_cast<uint32_t>(frames)),
-                                                                   syncAtom("stss", stored(c.keys))}));
-        QtAtomSampleSync const* stss = syncTable(*root);
-        ASSERT_NE(stss, nullptr);
-        std::set<uint32_t> model(c.keys.begin(), c.keys.end());
-        FileIoClientRec agent;
-        for (unsigned long f : queryOrders(frames, 3))
-            ASSERT_EQ(stss->isKey(f, &agent), model.count(static_cast<uint32_t>(f)) == 1)
-                << c.what << " frame " << f;
-    }
-}
 
 TEST(QtAtomSampleSync, SetPutsAnIteratorOnTheEntryWhoseBracketHoldsTheFrame) {
     TempFile file;
@@ -216,30 +175,6 @@ TEST(QtAtomSampleSync, KeySetsHoldTheKeysOfTheirUnitAsBits) {
     EXPECT_FALSE(unit0->holds(1));
 }
 
-TEST(QtAtomSampleSync, AgentsShareAUnitsSetAndRecycleTheirOwnForAnotherUnit) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored(irregularKeys(40, 40, 3)))}));
-    QtAtomSampleSync const* stss = syncTable(*root);
-    FileIoClientRec a, b;
-    QtAtomSampleSync::KeySet* shared;
-    {
-        auto fromA = stss->getKeySet(1, &a);
-        auto fromB = stss->getKeySet(1, &b);
-        EXPECT_EQ(fromA.get(), fromB.get());
-        EXPECT_EQ(fromA->getRefCOunt(), 3);  // the list, A and B
-        shared = fromA.get();
-    }
-    EXPECT_EQ(stss->getKeyCache().count(), 1u);
-    auto second = stss->getKeySet(3, &a);  // A's own set, recycled
-    EXPECT_EQ(second.get(), shared);
-    EXPECT_EQ(second->getUnit(), 3u);
-    EXPECT_EQ(stss->getKeyCache().count(), 1u);
-    auto fromB = stss->getKeySet(2, &b);  // B has no set of its own: a new one
-    EXPECT_NE(fromB.get(), shared);
-    EXPECT_EQ(stss->getKeyCache().count(), 2u);
-}
-
 // --- recording ---
 
 TEST(QtAtomSampleSync, AppendedKeysAreFoundByLookupsAndKeySets) {
@@ -262,26 +197,6 @@ TEST(QtAtomSampleSync, AppendedKeysAreFoundByLookupsAndKeySets) {
     EXPECT_EQ(stss->size(), 400u);
     EXPECT_EQ(stss->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
     EXPECT_TRUE(stss->isDirty());
-}
-
-TEST(QtAtomSampleSync, AppendedKeysReachTheFileAndReadBackAfterReopening) {
-    TempFile file;
-    {
-        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), syncAtom("stss", {}, 60)}));
-        QtAtomSampleSync const* stss = syncTable(*root);
-        ASSERT_TRUE(stss->hasVirtualTable());
-        for (unsigned long f : {0ul, 30ul, 61ul, 90ul}) ASSERT_TRUE(stss->appendKey(f));
-        stss->flushVirtualTable();
-        ASSERT_TRUE(root->writeDirty());
-    }
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(file.c_str());
-    QtAtomSampleSync const* stss = syncTable(*root);
-    ASSERT_EQ(stss->size(), 4u);
-    EXPECT_EQ(stss->getKeyBase(), 1u);
-    EXPECT_TRUE(stss->isKey(61, nullptr));
-    EXPECT_FALSE(stss->isKey(60, nullptr));
-    Bytes onDisk = readFileBytes(file.path());
-    EXPECT_EQ(onDisk[onDisk.size() - 60 * 4 + 3], 1);  // frame 0 stored as 1
 }
 
 TEST(QtAtomSampleSync, CapacityFollowsTheKeyIntervalOrTheKeysSeenAndNeverShrinks) {

@@ -96,12 +96,3 @@ TEST(QtAtomSampleTimeTest, AddSamplesGrowsTheLastEntryUntilItsCountWouldPass32Bi
     ASSERT_EQ(full.getNumEntries(), 1u);
     EXPECT_EQ(full.getEntry(0).count, 0xFFFFFFF0u);
 }
-
-TEST(QtAtomSampleTimeTest, ACountTheAtomCannotHoldEmptiesTheTable) {
-    std::vector<unsigned char> atom = stts({5, 10, 6, 20});
-    atom[15] = 3;  // three entries claimed, two present
-    MovieOnDisk movie(movieWithTable({atom}));
-    auto const* table = movie.table<QtAtomSampleTime>("stts");
-    EXPECT_EQ(table->getNumEntries(), 0u);
-    EXPECT_EQ(table->getSize(), 32u);
-}

@@ -30,15 +30,6 @@ std::vector<std::string> expectedRows(std::string const& movie) {
     return rows;
 }
 
-std::string runQtMovie(std::string const& args) {
-    std::string output;
-    FILE* pipe = popen((std::string(QT_QTMOVIE_PATH) + " " + args + " 2>&1").c_str(), "r");
-    char buffer[4096];
-    while (pipe && fgets(buffer, sizeof buffer, pipe)) output += buffer;
-    if (pipe) pclose(pipe);
-    return output;
-}
-
 }  // namespace
 
 class CorpusSamples : public ::testing::TestWithParam<std::string> {};
@@ -90,19 +81,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies
         if (!isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
 });
-
-TEST(QtMovieSamples, PrintsTheExpectationAndRanges) {
-    std::string movie = testDataPath("mpeg2_twos.mov");
-    EXPECT_EQ(runQtMovie("samples " + movie), readFileText(movie + ".samples.csv"));
-    std::vector<std::string> rows = expectedRows("mpeg2_twos.mov");
-    // Track 2 starts after the 100 video samples.
-    std::string range = runQtMovie("samples " + movie + " --track 2 --from 31990 --count 20");
-    std::string expected = "track,sample,offset,size,dts,pts,key\n";
-    for (size_t i = 100 + 31990; i < rows.size(); ++i) expected += rows[i] + "\n";
-    EXPECT_EQ(range, expected);
-    EXPECT_NE(runQtMovie("samples " + movie + " --track 9").find("has 2 tracks"), std::string::npos);
-    EXPECT_NE(runQtMovie("samples " + movie + " --from x").find("needs a number"), std::string::npos);
-}
 
 TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());
