@@ -194,29 +194,6 @@ TEST(StructureAtoms, EachDecodesWritesBackAndPrintsAsItsTableRowSays) {
     }
 }
 
-TEST(StructureAtoms, DecodedFieldsLandInTheirGetters) {
-    QtAtomMvhd movie(nullptr, 0);
-    ASSERT_TRUE(decodeFrom(movie, movieHeaderBytes(0)));
-    EXPECT_EQ(movie.getPreferredRate(), 0x18000u);
-    EXPECT_EQ(movie.getPreferredVolume(), 0xC0u);
-    EXPECT_EQ(movie.getSelectionDuration(), 300u);
-    EXPECT_EQ(movie.getCreateTime(), int64_t(0xD0000001u - 2082844800u) * 1000000);
-    QtAtomTrakHdr track(nullptr);
-    ASSERT_TRUE(decodeFrom(track, trackHeaderBytes(9, 0x02D08000, 0x01E0FFFF)));
-    EXPECT_EQ(track.getTrackId(), 7u);
-    EXPECT_EQ(track.getAlternateGroup(), 2u);
-    EXPECT_EQ(track.getWidth(), 720u);
-    EXPECT_EQ(track.getHeight(), 480u);
-    EXPECT_STREQ(track.flagText().get(), "enabled,poster");
-    ASSERT_TRUE(decodeFrom(track, trackHeaderBytes(2, 0, 0)));
-    EXPECT_STREQ(track.flagText().get(), "disabled,movie");
-    QtAtomMvhd cut(nullptr, 0);
-    Bytes shortBody = movieHeaderBytes(0);
-    shortBody.resize(60);
-    EXPECT_FALSE(decodeFrom(cut, shortBody));
-    EXPECT_EQ(cut.getTimeScale(), 600u) << "untouched";
-}
-
 TEST(StructureAtoms, OnlyARealChangeMarksAnAtomChanged) {
     QtAtomMediaHdr media(nullptr);
     media.set(100, 25);

@@ -158,24 +158,6 @@ TEST(QtAtomDataAlias, RecordIsNotReadPastTheAtom) {
     EXPECT_EQ(alias.getAliasRecord().getFirstVarInfo(), nullptr);
 }
 
-TEST(QtAtomDataAlias, ShowListsTheRecordBelowTheAtom) {
-    QtAtomDataAlias alias(nullptr);
-    ASSERT_TRUE(alias.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
-    alias.resetSize();
-    MessageCapture capture;
-    alias.show();
-    std::vector<MessageCapture::Message> const& lines = capture.messages();
-    ASSERT_EQ(lines.size(), 7u);
-    EXPECT_EQ(lines[0].text, "alis: 512b@0,\n");
-    EXPECT_EQ(lines[1].text, "  var1=0x0,size=184,var2=0x2,var3=0x0,drive=NONAME\n");
-    EXPECT_EQ(lines[5].text, "  abs=NONAME:a:c:clip.mov\n");
-
-    capture.clear();
-    alias.setPath(nullptr, nullptr);
-    alias.show();
-    EXPECT_EQ(capture.all(), "alis: 512b@0,self reference\n");
-}
-
 TEST(QtAtomDataAlias, DamagedAtomsAlwaysEncodeToTheirOwnSize) {
     // The writer sizes its buffer from the atom's size, so whatever was read must encode to exactly
     // that many bytes. Damage a valid alias at random places and check it each time.

@@ -128,27 +128,6 @@ TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
 
 // --- frame sets and anchors ---
 
-TEST(QtAtomCompTimeFrames, ReadersShareAUnitsSetAndRecycleTheirOwn) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 100), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    FileIoClientRec a, b;
-    auto first = ctts->getFrameSet(300, &a);
-    EXPECT_EQ(ctts->getFrameSet(400, &b).get(), first.get());  // same unit: shared
-    EXPECT_EQ(first->size(), 256u);
-    QtAtomCompTime::FrameSet* held = first.get();
-    first.reset();
-    auto second = ctts->getFrameSet(700, &a);  // a's set, no longer held, serves the new unit
-    EXPECT_EQ(second.get(), held);
-    EXPECT_EQ(second->getInFrame(), 512u);
-    auto kept = ctts->getFrameSet(900, &b);  // b holds its set: a new one is made instead
-    EXPECT_NE(kept.get(), second.get());
-    EXPECT_EQ(ctts->getFrameSetCache().count(), 2u);
-    ctts->closeVirtualTable(&a);
-    EXPECT_EQ(ctts->getFrameSetCache().count(), 1u);
-    EXPECT_EQ(second->getType(701), QtAtomCompTime::FrameType(SampleCodingB, 2, 0));  // still readable
-}
-
 TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit) {
     TempFile file;
     std::string types = repeat("IBBPBBPBBPBB", 300);

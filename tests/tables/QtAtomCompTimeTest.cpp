@@ -90,18 +90,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeCorpus, ::testing::ValuesIn(corpusMovie
 
 // --- reading and writing the atom ---
 
-TEST(QtAtomCompTime, EncodesAnInMemoryTableWithItsReserveAsZeros) {
-    GrowingTable table(4);
-    ASSERT_FALSE(table.ctts->hasVirtualTable());
-    DiskEntry first(2, 512), second(1, -512);
-    ASSERT_TRUE(table.ctts->addCTTSEntry(first, 7));  // an empty table starts at index 0 whatever is asked
-    ASSERT_TRUE(table.ctts->addCTTSEntry(second, 1));
-    QtAtomBuffer buffer(64);
-    EXPECT_TRUE(table.ctts->encode(buffer));
-    Bytes expected = fullAtom("ctts", {2, 2, 512, 1, static_cast<uint32_t>(-512)}, 2 * 8);
-    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()), expected);
-}
-
 TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
     TempFile file;
     MessageCapture capture;
