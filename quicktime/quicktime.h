@@ -66,7 +66,7 @@
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "quicktime/layout/ReservationDesk.h"
 #include "quicktime/refs/EnumMap.h"
 #include "quicktime/refs/QtAliasRecord.h"

@@ -17,7 +17,7 @@
 #include "framework/VirtualBase.h"
 #include "quicktime/atoms/QtAtomIdType.h"
 #include "quicktime/atoms/QtIdName.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 
 class BasicFileIO;
 class FileIoClientRec;

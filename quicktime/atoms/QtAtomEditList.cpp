@@ -4,7 +4,7 @@
 
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {

@@ -25,7 +25,7 @@
 #include <atomic>
 
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "quicktime/layout/ReservationDesk.h"
 
 class QtAtomRoot;

@@ -5,7 +5,7 @@
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
 
