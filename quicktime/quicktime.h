@@ -46,7 +46,7 @@
 #include "quicktime/descriptions/QtMpeg2SampleDesc.h"
 #include "quicktime/descriptions/QtSampleDesc.h"
 #include "quicktime/descriptions/QtTextSampleDesc.h"
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 #include "quicktime/descriptions/QtTimecodeSampleDesc.h"
 #include "quicktime/descriptions/QtUnknownSampleDesc.h"
 #include "quicktime/descriptions/QtVideoSampleDesc.h"

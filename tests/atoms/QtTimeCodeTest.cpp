@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 
 namespace {
 
