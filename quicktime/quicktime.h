@@ -13,7 +13,7 @@
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtAtomApertDimensions.h"
 #include "quicktime/atoms/QtAtomBaseInf.h"
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomFileType.h"
 #include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"

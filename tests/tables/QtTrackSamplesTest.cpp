@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "../TestSupport.h"
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"

@@ -1,4 +1,4 @@
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 
 #include <algorithm>
 

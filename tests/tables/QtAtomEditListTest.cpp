@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 #include "tests/TestSupport.h"
