@@ -176,7 +176,8 @@ public:
     static unsigned int ioPrepUint64Base1(unsigned long const* source, unsigned long* destination,
                                           unsigned int count, int direction);
 
-    // --- the factory: construct the object for this prototype's type under `parent` ---
+    // --- the factory: construct the object for this prototype's type under `parent` (defined in
+    // quicktime/QtAtomFactory.cpp, above the folders whose classes its table names) ---
     BaseQtAtom* createActual(BaseQtAtom const* parent) const;
 
     // --- big-endian field codecs ---
