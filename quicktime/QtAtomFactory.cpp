@@ -177,7 +177,7 @@ Creator findCreator(QtAtomIdType id) {
 }
 
 char const* filePathOf(BaseQtAtom const* atom, char const* fallback) {
-    QtAtomRoot const* root = atom ? atom->findRoot() : nullptr;
+    QtAtomRoot const* root = atom ? QtAtomRoot::of(atom) : nullptr;
     BasicFileIO* file = root ? root->file() : nullptr;
     return file ? file->path() : fallback;
 }
@@ -200,7 +200,7 @@ void reportGarbage(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
     BaseQtAtom const* last = parent->getLastChild();
     bool unexpected = parent->getId() == QtAtomRoot::kRootId && last && last->getId() != qtId("mdat");
     if (!unexpected && !atomErrors) return;
-    QtAtomRoot const* root = parent->findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(parent);
     BasicFileIO* file = root ? root->file() : nullptr;
     auto report = file && file->statusFlag() ? warningMsg : infoMsg;
     report("%s: invalid atom %s.%s, %ld@%ld\n", path.getPath(), parent->getAtomPath().get(), prototype->idName().render(),

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
 #include "quicktime/atoms/QtAtomReader.h"

@@ -15,6 +15,7 @@
 #include "framework/AutoRefPtr.h"
 #include "framework/QtAtomBuffer.h"
 #include "framework/VirtualBase.h"
+#include "quicktime/atoms/QtAtomContext.h"
 #include "quicktime/atoms/QtAtomIdType.h"
 #include "quicktime/atoms/QtIdName.h"
 #include "quicktime/atoms/QtTreeSize.h"
@@ -22,7 +23,6 @@
 class BasicFileIO;
 class FileIoClientRec;
 class VirtualArrayBase;
-class QtAtomRoot;
 class QtUserDataSet;
 class UserDataValue;
 
@@ -40,7 +40,9 @@ public:
     enum DontConsume { kDontConsume };
 
     // Kinds of in-memory bytes reported to the root's cache accounting.
-    enum CacheBytesType { TableBytes = 0, EssenceBytes = 1 };
+    using CacheBytesType = QtRootContext::CacheBytesType;
+    static constexpr CacheBytesType TableBytes = QtRootContext::TableBytes;
+    static constexpr CacheBytesType EssenceBytes = QtRootContext::EssenceBytes;
 
     // One operation to run on many atoms (depthFirst): kind 0 takes no argument, kind 1 an agent.
     struct MethodCall {
@@ -127,7 +129,9 @@ public:
     BaseQtAtom const* findAbove(QtAtomIdType id, unsigned int n) const;
     BaseQtAtom const* findAtom(char const* path, unsigned int n) const;
     unsigned int countAtom(char const* path) const;
-    QtAtomRoot const* findRoot() const;
+    // The root and the movie above this atom, as atoms see them (null when there is none).
+    QtRootContext const* findRootContext() const;
+    QtMovieContext const* findMovieContext() const;
     unsigned int numGeneration() const;
     unsigned long resetSize() const;
 

@@ -58,7 +58,7 @@ bool QtAtomMoov::hasFinalForm() const {
 }
 
 void QtAtomMoov::flushDone(unsigned long offset) const {
-    if (QtAtomRoot const* root = findRoot())
+    if (QtAtomRoot const* root = QtAtomRoot::of(this))
         flushDone(offset, *root);
     else
         m_flushedOffset.store(offset);
@@ -71,7 +71,7 @@ void QtAtomMoov::flushDone(unsigned long offset, QtAtomRoot const& root) const {
 
 bool QtAtomMoov::updateDiskId() const {
     if (isReserved() || m_diskId.load() == kMoovId) return false;
-    QtAtomRoot const* root = findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(this);
     if (getFileOffset() != m_flushedOffset.load()) {
         if (quicktimeDbg.on(QtDbgReservations))
             debugMsg("%s: update from 'skip' to 'moov' @%ld not ready\n", getMoviePath(),
@@ -90,7 +90,7 @@ bool QtAtomMoov::updateDiskId() const {
 }
 
 bool QtAtomMoov::relocate() const {
-    QtAtomRoot const* root = findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(this);
     if (!root || getParent() != root) return false;
     BaseQtAtom const* next = getSibling();
     unsigned int room =

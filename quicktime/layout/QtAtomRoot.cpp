@@ -65,9 +65,14 @@ int QtAtomRoot::getSizeAdvice() const {
     return static_cast<int>(m_file->sizeAdvice(BasicIOTypes::CacheTable));
 }
 
-bool QtAtomRoot::adjustCache(CacheBytesType kind, int32_t delta) const {
+QtAtomRoot const* QtAtomRoot::of(BaseQtAtom const* atom) {
+    while (atom && atom->getParent()) atom = atom->getParent();
+    return dynamic_cast<QtAtomRoot const*>(atom);
+}
+
+bool QtAtomRoot::adjustCache(QtRootContext::CacheBytesType kind, int32_t delta) const {
     if (!m_file) return true;
-    bool table = kind == TableBytes;
+    bool table = kind == QtRootContext::TableBytes;
     uint32_t& total = table ? m_tableBytes : m_essenceBytes;
     if (static_cast<int64_t>(total) + delta < 0) {
         logIfFalse(false, "adjustCache", QT_UTIL_FILE, table ? 9254 : 9260);

@@ -36,7 +36,7 @@
 
 class QtAtomMoov;
 
-class QtAtomRoot : public BaseQtAtom {
+class QtAtomRoot : public BaseQtAtom, public QtRootContext {
   public:
     static constexpr QtAtomIdType kRootId = qtId("Root");
 
@@ -58,16 +58,19 @@ class QtAtomRoot : public BaseQtAtom {
     bool needsAllData() const override { return false; }
     unsigned int getFixedSize() const override { return 0; }
 
+    // The root of the tree `atom` is in, or null.
+    static QtAtomRoot const* of(BaseQtAtom const* atom);
+
     // A new reference to the file.
-    AutoRefPtr<BasicFileIO> getFp() const { return m_file; }
+    AutoRefPtr<BasicFileIO> getFp() const override { return m_file; }
     BasicFileIO* file() const { return m_file.get(); }
 
     // Routes every reservation event of a disk-backed array to reserveCb.
-    void addVirtualBase(VirtualBase& array) const;
+    void addVirtualBase(VirtualBase& array) const override;
     // How many cache blocks a table may use: the file's advice, or 2 without a file.
-    int getSizeAdvice() const;
+    int getSizeAdvice() const override;
     // Accounts `delta` more bytes of a kind held in memory and sets the file's cache grant.
-    bool adjustCache(CacheBytesType kind, int32_t delta) const;
+    bool adjustCache(QtRootContext::CacheBytesType kind, int32_t delta) const override;
 
     // Asks the file layer to write the movie durably; false when nothing was queued (no movie or
     // file, already final, a redundant request, or the file refused it).

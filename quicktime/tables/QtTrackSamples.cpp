@@ -5,7 +5,6 @@
 #include "framework/BasicFileIO.h"
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -15,13 +14,13 @@
 
 QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) { m_table.validate(); }
 
-QtAtomHeader const* QtTrackSamples::findTrackMedia(QtAtomRoot const& root, unsigned int track) {
+QtAtomHeader const* QtTrackSamples::findTrackMedia(BaseQtAtom const& root, unsigned int track) {
     if (track == 0) return nullptr;
     BaseQtAtom const* trak = root.findAtom("moov.trak", track - 1);
     return trak ? dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0)) : nullptr;
 }
 
-unsigned int QtTrackSamples::countTracks(QtAtomRoot const& root) { return root.countAtom("moov.trak"); }
+unsigned int QtTrackSamples::countTracks(BaseQtAtom const& root) { return root.countAtom("moov.trak"); }
 
 bool QtTrackSamples::valid() const {
     return m_table.getStsc() && m_table.getStsz() && m_table.getStco() && m_table.getStts();

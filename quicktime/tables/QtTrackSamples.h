@@ -17,7 +17,6 @@
 #include "quicktime/tables/QtSampleTable.h"
 
 class FileIoClientRec;
-class QtAtomRoot;
 
 struct QtSampleInfo {
     unsigned long sample = 0;   // 0-based
@@ -34,8 +33,8 @@ public:
     explicit QtTrackSamples(QtAtomHeader const* media);
 
     // The media atom of the n-th track (1-based, in file order), or null.
-    static QtAtomHeader const* findTrackMedia(QtAtomRoot const& root, unsigned int track);
-    static unsigned int countTracks(QtAtomRoot const& root);
+    static QtAtomHeader const* findTrackMedia(BaseQtAtom const& root, unsigned int track);
+    static unsigned int countTracks(BaseQtAtom const& root);
 
     // The tables needed to place and time samples are present.
     bool valid() const;

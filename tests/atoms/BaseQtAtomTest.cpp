@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
@@ -105,7 +105,7 @@ TEST(AtomTree, NamesAtomsByTheirPathFromTheRoot) {
     EXPECT_STREQ(mdhd->getAtomPath().get(), "Root.moov.trak[1].mdia.mdhd");
     EXPECT_STREQ(moov->getAtomPath().get(), "Root.moov");
     EXPECT_EQ(mdhd->numGeneration(), 4u);
-    EXPECT_EQ(mdhd->findRoot(), &root);
+    EXPECT_EQ(QtAtomRoot::of(mdhd), &root);
     EXPECT_STREQ(mdhd->getMoviePath(), "<no movie path>");
     EXPECT_EQ(mdhd->findParent(qtId("trak")), second);
     EXPECT_EQ(mdhd->findAbove(qtId("trak"), 0), moov->getChild());

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "quicktime/atoms/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtAtomWriter.h"

@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "framework/AutoPtr.h"
 #include "framework/FormatStr.h"
 #include "framework/PathParser.h"

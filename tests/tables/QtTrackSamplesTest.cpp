@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomReader.h"
