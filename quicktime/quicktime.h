@@ -24,7 +24,7 @@
 #include "quicktime/atoms/QtAtomMvhd.h"
 #include "quicktime/atoms/QtAtomObjectDesc.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomSean.h"
 #include "quicktime/atoms/QtAtomSorvanMarker.h"
 #include "quicktime/atoms/QtAtomSoundInf.h"

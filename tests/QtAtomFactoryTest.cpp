@@ -5,7 +5,7 @@
 #include "tests/TestSupport.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomRoot.h"

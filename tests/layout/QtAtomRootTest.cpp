@@ -5,7 +5,7 @@
 #include <future>
 #include <thread>
 
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"

@@ -8,7 +8,7 @@
 #include "tests/TestSupport.h"
 #include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtTrackSamples.h"
 

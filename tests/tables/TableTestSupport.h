@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "framework/VirtualArrayBase.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"
 

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/descriptions/QtAtomSampleDesc.h"
 #include "quicktime/descriptions/QtVideoSampleDesc.h"
 #include "quicktime/descriptions/Qtx.h"

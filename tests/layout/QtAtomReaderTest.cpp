@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "tests/TestSupport.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
