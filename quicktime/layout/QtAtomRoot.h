@@ -26,6 +26,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "framework/AutoRefPtr.h"
@@ -79,6 +80,24 @@ class QtAtomRoot : public BaseQtAtom, public QtRootContext {
     bool flushCb(BasicIOTypes::FlushNotify const& notice);
     // Whether the file on disk is complete; with `wait`, first waits for one pending flush.
     bool hasFinalForm(bool wait) const;
+    // The top level as it is on disk: each atom with the type its header has there, how many read
+    // 'moov' and 'skip', and the movie object. A valid movie file has exactly one 'moov' on disk.
+    struct Structure {
+        struct Entry {
+            QtAtomIdType diskId;
+            unsigned long offset;
+            unsigned long size;
+        };
+        std::vector<Entry> atoms;
+        int moovs = 0;
+        int skips = 0;
+        QtAtomMoov const* movie = nullptr;
+        bool valid() const { return moovs == 1; }
+    };
+    Structure structure() const;
+    // The structure in one line, as the check reports it: the counts, then each atom with its
+    // offset and, for the movie and the skips, their reservations.
+    std::string describeStructure(char const* label) const;
     // Finds the movie; reports a top level without exactly one 'moov' on disk.
     QtAtomMoov const* checkStructure(char const* label) const;
     // Merges runs of adjacent unreserved skips; true when anything was merged.
