@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtChunkSet.h"
@@ -32,6 +33,11 @@ class QtTrackSamples {
 public:
     explicit QtTrackSamples(QtAtomHeader const* media);
 
+    // The movie's tracks in file order: the 'trak' atoms of its first 'moov'. The one walk over the
+    // tracks, for the library and the tool alike.
+    static std::vector<BaseQtAtom const*> tracksOf(BaseQtAtom const& root);
+    // The media atom of a track, or null.
+    static QtAtomHeader const* mediaOf(BaseQtAtom const* trak);
     // The media atom of the n-th track (1-based, in file order), or null.
     static QtAtomHeader const* findTrackMedia(BaseQtAtom const& root, unsigned int track);
     static unsigned int countTracks(BaseQtAtom const& root);
