@@ -8,15 +8,6 @@
 #include "tests/TestSupport.h"
 
 
-TEST(QtPascalString, KeepsAtMost255Characters) {
-    std::string text(300, 'x');
-    QtPascalString s;
-    s.set(text.c_str(), 300);
-    EXPECT_EQ(s.getLength(), 255u);
-    EXPECT_EQ(std::string(s.getString()), std::string(255, 'x'));
-    EXPECT_EQ(s.encodeSize(), 256u);
-}
-
 TEST(QtPascalString, FixedStringDecodeConsumesItsCapacityWhateverTheLength) {
     unsigned char bytes[40] = {2, 'h', 'i'};
     bytes[32] = 0xEE;

@@ -108,28 +108,6 @@ TEST(QtTimeCode, EveryCounterOfADayRoundTripsAndCountsLikeTheClock) {
     for (Rate const& rate : rates) EXPECT_EQ(countADay(rate), "") << rate.name;
 }
 
-// The drop-frame numbers are judged with every counter of a day above; here the ranges and the form.
-TEST(QtTimeCode, TextThatIsNoTimecodeOfTheRateIsRefused) {
-    struct Case {
-        char const* text;
-        unsigned int timeScale, frameDuration;
-        bool parses, valid;
-    } const cases[] = {
-        {"10:00:00:25", 25, 1, true, false},  // frames past the rate
-        {"10:00:60:00", 25, 1, true, false},  {"10:60:00:00", 25, 1, true, false},
-        {"24:00:00:00", 25, 1, true, false},  {"23:59:59:24", 25, 1, true, true},
-        {"1:00:00:00", 25, 1, false, false},  {"01:00:00.00", 25, 1, false, false},
-        {"01:00:00:0a", 25, 1, false, false}, {"01:00:00:000", 25, 1, false, false},
-    };
-    for (Case const& c : cases) {
-        QtTimeCode tc;
-        EXPECT_EQ(tc.setText(c.text), c.parses) << c.text;
-        EXPECT_EQ(c.parses && tc.isValidAt(c.timeScale, c.frameDuration), c.valid) << c.text;
-    }
-    QtTimeCode scaled(5500, 1000);
-    EXPECT_FALSE(scaled.isValidAt(1000, 1)) << "milliseconds are no frame number";
-}
-
 TEST(QtTimeCode, ScaledTimePrintsMillisecondsWithThreeDigits) {
     QtTimeCode tc;
     tc.setScaled(5500, 1000);

@@ -57,20 +57,6 @@ TEST(QtAtomSampleDesc, CountsAreCheckedAsA32BitProduct) {
     EXPECT_EQ(tooMany->getDesc(1), nullptr);
 }
 
-TEST(QtAtomSampleDesc, AnEntryTooSmallOrTooLargeEndsTheTable) {
-    Bytes entries = entryHeader(16, "abcd");
-    Bytes bad = entryHeader(15, "efgh");
-    putBytes(entries, bad);
-    AutoPtr<QtAtomSampleDesc> stsd = decodeTable(stsdBytes(2, entries));
-    EXPECT_EQ(stsd->getCount(), 1u);
-    EXPECT_EQ(stsd->getDrefIndex(1), 1u);
-    EXPECT_EQ(stsd->getDrefIndex(2), 0u);
-    EXPECT_EQ(stsd->getDrefIndex(0), 0u);
-
-    Bytes tooLarge = entryHeader(17, "abcd");
-    EXPECT_EQ(decodeTable(stsdBytes(1, tooLarge))->getCount(), 0u);
-}
-
 // A track whose 'dinf' holds `aliases` alias references to /media/clip<i>.mov.
 struct AliasTrack {
     explicit AliasTrack(unsigned int aliases, bool withDinf = true) : minf(qtId("minf"), nullptr) {

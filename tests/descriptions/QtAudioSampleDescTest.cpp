@@ -32,23 +32,6 @@ Bytes version1(unsigned int bytesPerPacket) {
     for (unsigned int v : {1u, bytesPerPacket, 2 * bytesPerPacket, bytesPerPacket}) put32(out, v);
     return out;
 }
-
-Bytes version2(double rate, unsigned int channels, unsigned int bitsPerChannel) {
-    Bytes out;
-    put32(out, 72);
-    uint64_t bits;
-    memcpy(&bits, &rate, sizeof bits);
-    put32(out, static_cast<unsigned int>(bits >> 32));
-    put32(out, static_cast<unsigned int>(bits));
-    put32(out, channels);
-    put32(out, 0x7F000000);
-    put32(out, bitsPerChannel);
-    put32(out, 12);
-    put32(out, bitsPerChannel / 8 * channels);
-    put32(out, 1);
-    return out;
-}
-
 struct SoundTrack : ReadTrack {
     explicit SoundTrack(Bytes const& entry)
         : ReadTrack(trackMovie(handlerBytes("mhlr", "soun"), stsdBytes(1, entry))) {}
@@ -68,24 +51,6 @@ TEST(QtAudioSampleDesc, AVersion1EntryOf52BytesReadsItsFieldsAndNoExtensions) {
 
     SoundTrack compressed(soundEntry("twos", 1, 2, 0xFFFE, version1(3)));
     EXPECT_EQ(compressed.audio()->getBitsPerSample(), 16u);
-}
-
-TEST(QtAudioSampleDesc, Version2RatesAreDoublesAndTheirFractionWrapsAt32Bits) {
-    Bytes entry = soundEntry("lpcm", 2, 3, 0xFFFE, version2(48000.7, 6, 24), atomBytes("chan", zeros(16)));
-    SoundTrack track(entry);
-    QtAudioSampleDesc const* audio = track.audio();
-    ASSERT_NE(audio, nullptr);
-    EXPECT_DOUBLE_EQ(audio->getAudioSampleRate(), 48000.7);
-    EXPECT_EQ(audio->getSampleRateFrac(), 48000u << 16);
-    EXPECT_EQ(audio->getChannels(), 6u);
-    EXPECT_EQ(audio->getBytesPerFrame(), 18u);
-    EXPECT_EQ(audio->getSamplesPerPacket(), 1u);
-    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry)) << "the double is written back bit for bit";
-
-    SoundTrack high(soundEntry("lpcm", 2, 3, 0xFFFE, version2(96000.0, 1, 16)));
-    EXPECT_EQ(high.audio()->getSampleRateFrac(), 1996488704u);
-    SoundTrack nonsense(soundEntry("lpcm", 2, 3, 0xFFFE, version2(-1.0 / 0.0, 1, 16)));
-    EXPECT_EQ(nonsense.audio()->getSampleRateFrac(), 0u);
 }
 
 TEST(QtAudioSampleDesc, SetBitsPerSampleChoosesTheFormat) {

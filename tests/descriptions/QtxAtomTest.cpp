@@ -60,47 +60,6 @@ TEST(QtxCreate, RefusesHeadersThatDoNotFitOrAreTooSmall) {
     }
 }
 
-TEST(QtxCreate, MakesTheClassOfTheTypeAndKeepsUnlistedTypes) {
-    Bytes eightZeros = zeros(8);
-    struct Case {
-        char const* type;
-        Bytes body;
-        bool (*isExpected)(Qtx::Atom*);
-    };
-    Case cases[] = {
-        {"colr", Bytes{'n', 'c', 'l', 'c', 0, 1, 0, 1, 0, 1},
-         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ColorInfo*>(a); }},
-        {"pasp", eightZeros, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::PixelAspectRatio*>(a); }},
-        {"clap", zeros(32), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::CleanAperture*>(a); }},
-        {"fiel", Bytes{1, 0}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::FieldInfo*>(a); }},
-        {"enda", Bytes{0, 1}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Endian*>(a); }},
-        {"frma", Bytes{'i', 'n', '2', '4'}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Format*>(a); }},
-        {"wave", frmaBytes("twos"), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Wave*>(a); }},
-        {"ACLR", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ACLR*>(a); }},
-        {"APRG", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::APRG*>(a); }},
-        {"ARES", zeros(112), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ARES*>(a); }},
-        {"esds", zeros(20),
-         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Mpeg4ElementaryStreamDescriptor*>(a); }},
-        {"chan", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Unknown*>(a); }},
-    };
-    for (Case const& c : cases) {
-        Bytes bytes = atomBytes(c.type, c.body);
-        AutoPtr<Qtx::Atom> atom = createFrom(bytes);
-        ASSERT_TRUE(atom) << c.type;
-        EXPECT_TRUE(c.isExpected(atom.get())) << c.type;
-        EXPECT_EQ(atom->getType(), QtIdName(c.type).getId());
-        EXPECT_EQ(atom->getSize(), bytes.size()) << c.type;
-        EXPECT_EQ(encoded(*atom), bytes) << c.type;
-    }
-
-    Bytes terminator = zeros(8);
-    terminator[3] = 8;
-    AutoPtr<Qtx::Atom> pad = createFrom(terminator);
-    ASSERT_TRUE(pad);
-    EXPECT_NE(dynamic_cast<Qtx::Terminator*>(pad.get()), nullptr);
-    EXPECT_EQ(encoded(*pad), terminator);
-}
-
 TEST(QtxAtomChildren, ReadsAGroupThatItsChildrenFillExactly) {
     Bytes body = frmaBytes("in24");
     putBytes(body, endaBytes(1));

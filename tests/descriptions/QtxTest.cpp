@@ -86,22 +86,6 @@ TEST(QtxSetters, EachSetterLeavesOneAtomOfItsTypeAndTheRawBytesEncodeTheTree) {
     EXPECT_EQ(qtx.getSize(), expected.size());
 }
 
-TEST(QtxSetters, Mpeg4DecoderInfoBuildsTheWaveGroupWithItsOwnTerminator) {
-    Qtx qtx;
-    qtx.setMpeg4DecoderInfo(128000, 48000, 2);
-    EXPECT_STREQ(qtx.toString().get(), "{wave{frma={mp4a},esds={version=0, esds=39b},pad}}");
-    ASSERT_EQ(qtx.getSize(), 8u + 12 + 51 + 8);
-    Bytes raw = rawOf(qtx);
-    EXPECT_EQ(Bytes(raw.begin() + 20, raw.begin() + 28), (Bytes{0, 0, 0, 51, 'e', 's', 'd', 's'}));
-    EXPECT_EQ(Bytes(raw.end() - 8, raw.end()), (Bytes{0, 0, 0, 8, 0, 0, 0, 0}));
-
-    // Read back, it is the same tree.
-    Qtx again;
-    decodeArea(again, raw);
-    EXPECT_STREQ(again.toString().get(), qtx.toString().get());
-    EXPECT_EQ(again.getPaddingSize(), 0u);
-}
-
 TEST(QtxAvc, ParameterSetsThatDoNotFitTheAreaAreRefusedAndNothingChanges) {
     // An 'avcC' read from a file has only the room its own sets took.
     Bytes body{1, 77, 0, 30, 0xFF, 0xE1, 0, 4, 0x67, 77, 0, 30, 1, 0, 2, 0x68, 0xCE};

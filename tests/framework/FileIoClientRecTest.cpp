@@ -50,20 +50,6 @@ TEST(FileIoClientRecTest, OneAgentsReadsNeverEvictAnothersPages) {
     EXPECT_EQ(busy.getPageCount(), 4u);
 }
 
-TEST(FileIoClientRecTest, ClosingAnArrayDropsOnlyItsPages) {
-    ArrayOnFile one(50000), two(50000);
-    FileIoClientRec agent;
-    one.array.elementAt(0, &agent);
-    one.array.elementAt(40000, &agent);
-    two.array.elementAt(0, &agent);
-    ASSERT_EQ(agent.getPageCount(), 3u);
-    one.array.close(&agent);
-    EXPECT_EQ(agent.getPageCount(), 1u);
-    unsigned long readsBefore = two.file->reads();
-    EXPECT_EQ(two.array.elementAt(1, &agent), 3u);
-    EXPECT_EQ(two.file->reads(), readsBefore);
-}
-
 TEST(FileIoClientRecTest, APageIsReloadedOnceTheOwnerChangesIt) {
     ArrayOnFile on(50000);
     FileIoClientRec agent;

@@ -42,20 +42,6 @@ TEST(QtAtomBuffer, CallerStorageRefusesWhatDoesNotFitReportsOnceAndStaysRefused)
     EXPECT_TRUE(buffer.append(bytes, 3));
 }
 
-TEST(DebuggerOn, SetsFlagsByTableAndName) {
-    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", true));
-    EXPECT_TRUE(quicktimeDbg.on(QtDbgAtomErrors));
-    EXPECT_TRUE(DebuggerOn::get("quicktimeDbg", "atom errors"));
-    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", false));
-    EXPECT_FALSE(quicktimeDbg.on(QtDbgAtomErrors));
-    EXPECT_FALSE(DebuggerOn::set("quicktimeDbg", "no such flag", true));
-    EXPECT_FALSE(DebuggerOn::set("noSuchTable", "atom errors", true));
-    EXPECT_TRUE(DebuggerOn::setFromText("quicktimeLegacyDbg:use stco"));
-    EXPECT_TRUE(quicktimeLegacyDbg.on(QtLegacyUseStco));
-    DebuggerOn::set("quicktimeLegacyDbg", "use stco", false);
-    EXPECT_FALSE(DebuggerOn::setFromText("quicktimeDbg"));
-}
-
 TEST(Messages, GoToTheInstalledSinkWithTheirLevel) {
     MessageCapture capture;
     errorMsg("e%d\n", 1);

@@ -77,22 +77,6 @@ TEST(VirtualArrayTest, MapIndexKeepsEveryValueAndCompletesTheNewPlace) {
     EXPECT_FALSE(backed.array.mapIndex(50001, 0));       // a first index past the size is refused
 }
 
-TEST(VirtualArrayTest, OverlappingMovesInEitherDirectionKeepTheValues) {
-    for (long shift : {8L, -8L, 4096L * 3 + 4, -(4096L * 3 + 4)}) {
-        TempMovieFile temp;
-        AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-        unsigned long place = 200000;
-        BackedArray backed(file, place, 100000);
-        for (unsigned int i = 0; i < 100000; ++i) backed.array.setElementAt(i, i ^ 0x5A5A5A5Au, nullptr);
-        ASSERT_TRUE(backed.array.flush());
-        backed.array.close(nullptr);  // nothing left in memory: values must come from the file
-        ASSERT_TRUE(backed.array.mapIndex(100000, place + shift));
-        FileIoClientRec agent;
-        for (unsigned int i = 0; i < 100000; ++i)
-            ASSERT_EQ(backed.array.elementAt(i, &agent), i ^ 0x5A5A5A5Au) << "shift " << shift << " index " << i;
-    }
-}
-
 TEST(VirtualArrayTest, AFailedWriteKeepsTheChangesForALaterFlush) {
     TempMovieFile temp;
     AutoRefPtr<InstrumentedFile> file = InstrumentedFile::open(temp.path());

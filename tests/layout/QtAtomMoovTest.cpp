@@ -32,19 +32,6 @@ TEST(QtAtomMoov, MovieReadFromAFileIsFinalWhileCleanAndInPlace) {
     EXPECT_FALSE(root->hasFinalForm(false));
 }
 
-TEST(QtAtomMoov, EncodesItsDiskIdAsTheHeaderTypeAndStaysAMoov) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* moov = new QtAtomMoov(&root, QtAtomSkip::kSkipId);
-    addPreserved(moov, "mvhd", 4, 'h');
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    EXPECT_EQ(encodeHeader(*moov), (std::vector<unsigned char>{0, 0, 0, 20, 's', 'k', 'i', 'p'}));
-    EXPECT_EQ(moov->getId(), QtAtomMoov::kMoovId);
-    EXPECT_EQ(moov->getEncodedSize(), 20u);
-    MessageCapture messages;
-    moov->show();
-    EXPECT_TRUE(messages.contains("moov: 20b@0,disk id=skip,0 reservations\n"));
-}
-
 TEST(QtAtomMoov, RelocatingTheLastAtomLeavesItsEncodedSizeBehind) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
     addPreserved(&root, "ftyp", 12, 'f');
@@ -83,18 +70,6 @@ TEST(QtAtomMoov, RelocationPastAnUnalignedMdatGrowsItToTheNextBoundary) {
     EXPECT_EQ(moov->getFileOffset(), 12288u);
     EXPECT_EQ(root.getChild()->getSize(), 100u);  // the room up to the mdat
     EXPECT_TRUE(messages.contains(": add skip(as moov)@0, relocate moov(as skip)@12288\n"));
-}
-
-TEST(QtAtomMoov, RelocationHandsTheMoviesReservationsToTheSkipLeftBehind) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    addPreserved(moov, "mvhd", 84, 'h');  // a 100-byte movie
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    new QtAtomMdat(&root, 100);
-    ASSERT_TRUE(moov->update(VirtualBase::Reservation{8, 50, false}));  // readers' page of the old copy
-    ASSERT_TRUE(moov->relocate());
-    EXPECT_FALSE(moov->isReserved());
-    EXPECT_TRUE(root.getChild()->isReserved());
 }
 
 TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {

@@ -69,33 +69,6 @@ class RootWithMovie : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(RootWithMovie, SecondFlushOfTheSameMovieAtTheSamePlaceIsRedundant) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages;
-    file->holdWrites();
-    EXPECT_TRUE(root->flush(moov));
-    EXPECT_FALSE(root->flush(moov));
-    EXPECT_TRUE(messages.contains(": flush moov@20 is redundant\n"));
-    EXPECT_EQ(root->pendingFlushes(), 1u);
-    moov->recalcOffset(QtTreeSize(true, 0, 4096));  // moved: a flush at the new place is a new one
-    EXPECT_TRUE(root->flush(moov));
-    EXPECT_EQ(root->pendingFlushes(), 2u);
-    file->releaseWrites();
-    file->waitForFlushes();
-    EXPECT_EQ(root->pendingFlushes(), 0u);
-    EXPECT_EQ(moov->getFlushedOffset(), 4096u);  // the notices came back in order
-}
-
-TEST_F(RootWithMovie, FlushOfAFinalMovieOnlyReportsItDone) {
-    ASSERT_TRUE(root->flush(moov));
-    root->hasFinalForm(true);
-    ASSERT_TRUE(moov->hasFinalForm());
-    unsigned int writes = file->writeCount();
-    EXPECT_FALSE(root->flush(moov));
-    EXPECT_EQ(root->pendingFlushes(), 0u);
-    EXPECT_EQ(file->writeCount(), writes);
-}
-
 TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
     file->holdWrites();
     ASSERT_TRUE(root->flush(moov));
@@ -155,22 +128,6 @@ TEST(QtAtomRoot, AdjacentSkipsMergeIntoOneWithTheSummedSize) {
     EXPECT_FALSE(root.coalesceSkip());
 }
 
-TEST(QtAtomRoot, ReservedSkipIsNeverMerged) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    for (unsigned long size : {100ul, 50ul, 25ul})
-        root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, size, 0ul));
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    BaseQtAtom const* middle = root.getChild()->getSibling();
-    ASSERT_TRUE(middle->update(VirtualBase::Reservation{110, 10, false}));
-    MessageCapture messages;
-    EXPECT_FALSE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 3u);
-    ASSERT_TRUE(middle->update(VirtualBase::Reservation{110, 10, true}));
-    EXPECT_TRUE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 1u);
-    EXPECT_EQ(root.getChild()->getSize(), 175u);
-}
-
 TEST(QtAtomRoot, ClosingAnOpenEndedMdatPast4GiBTurnsAPrecedingWideIntoItsHeader) {
     TempFile temp;
     std::vector<unsigned char> bytes = concat({atomBytes("wide", {}), {0, 0, 0, 0, 'm', 'd', 'a', 't'}});
@@ -209,20 +166,4 @@ TEST(QtAtomRoot, OpenEndedMdatPast4GiBWithoutAWideBeforeItCannotBeClosed) {
     EXPECT_FALSE(root.closeOpenEndedAtom());
     EXPECT_FALSE(mdat->isOpenEnded());
     EXPECT_EQ(mdat->getHeaderSize(), 8u);
-}
-
-TEST(QtAtomRoot, CacheAccountingGivesEachKindOneBlockMoreThanItNeedsPlusTheExtra) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    file->setCacheExtraBlocks(3);
-    QtAtomRoot root(file, 0);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::EssenceBytes, 0));
-    EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);  // 0 table bytes: one block plus the extra
-    EXPECT_EQ(file->cacheBlocks(), 8u);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 4097));
-    EXPECT_EQ(file->cacheTableBlocks(), 3u + 3u);  // 4097 bytes need 2 blocks
-    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), 4097u);
-    EXPECT_EQ(root.getSizeAdvice(), 6);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, -4097));
-    EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);
 }

@@ -60,26 +60,6 @@ TEST_F(DeskAtoms, ReservationPastAMoovsEndIsTheMoovsButPastASkipsEndIsNot) {
     EXPECT_EQ(moov->getReservations().size(), 2u);
 }
 
-TEST_F(DeskAtoms, ReservationStraddlingTheEndOfAnMdatIsAPartialOverlapButClaimed) {
-    MessageCapture messages;
-    EXPECT_TRUE(mdat->update(hold(190, 20)));
-    EXPECT_TRUE(mdat->isReserved());
-    EXPECT_TRUE(messages.contains(
-        "ReservationDesk::update: {190,20,hold} partly overlaps atom Root.mdat@{100,100}\n"));
-    messages.clear();
-    EXPECT_TRUE(skip->update(hold(90, 20)));  // a skip may be overlapped in part without a report
-    EXPECT_TRUE(messages.all().empty());
-}
-
-TEST_F(DeskAtoms, RootOffersAnEventToTheTopLevelInOrderUntilOneClaimsIt) {
-    EXPECT_TRUE(root.reserveCb(hold(150, 10)));
-    EXPECT_FALSE(skip->isReserved());
-    EXPECT_TRUE(mdat->isReserved());
-    EXPECT_FALSE(moov->isReserved());
-    root.reserveCb(hold(300, 10));  // past everything: the moov takes it
-    EXPECT_TRUE(moov->isReserved());
-}
-
 TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
     moov->update(hold(200, 8));
     moov->update(hold(204, 4));

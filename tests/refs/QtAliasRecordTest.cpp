@@ -130,21 +130,6 @@ TEST(QtAliasRecord, DecodesAnotherWritersRecordByteForByte) {
     EXPECT_STREQ(record.getPath("/x/clips/movie.mov").get(), "/x/clips/clip.mov");
 }
 
-TEST(QtAliasRecord, NegativeRecordLengthTakesTheRestOfTheRecord) {
-    Bytes bytes = fixedPart(150 + 4 + 10 + 4, 1, 1);
-    put16(bytes, QtAliasRecord::MarkAbs);
-    put16(bytes, 0xFFF0);
-    for (char c : std::string("Vol:a:b.mov...")) bytes.push_back(static_cast<unsigned char>(c));
-    bytes.resize(150 + 18, 0);
-    bytes.resize(bytes.size() + 6, 0xEE);  // bytes after the record's declared size
-    QtAliasRecord record;
-    EXPECT_EQ(decode(record, bytes), 150u + 18u);
-    QtAliasRecord::VarInfo const* abs = record.find(QtAliasRecord::MarkAbs);
-    ASSERT_NE(abs, nullptr);
-    EXPECT_EQ(abs->length, 14);  // 18 bytes left before the header, less the header's 4
-    EXPECT_EQ(abs->next.get(), nullptr);
-}
-
 TEST(QtAliasRecord, NeverReadsPastTheBytesThatAreThere) {
     // The size field claims far more than the buffer holds, and the last record is odd-length
     // right at the end, so its pad byte is missing.
@@ -174,21 +159,6 @@ TEST(QtAliasRecord, StopsAtTheEndRecord) {
     // The size field now describes what the record holds.
     EXPECT_EQ(record.getVariableSize(), 4u);
     EXPECT_EQ(record.getSize(), 154u);
-}
-
-TEST(QtAliasRecord, NoRelativePathWithADriveRecordResolvesOnThatDrive) {
-    for (unsigned int from : {65535u, 1u}) {
-        unsigned int to = from == 1 ? 65535 : 1;
-        Bytes bytes = fixedPart(0, from, to);
-        putRecord(bytes, QtAliasRecord::MarkAbs, "Vol:media:clip.mov");
-        putRecord(bytes, QtAliasRecord::MarkDrive, "    D");
-        putRecord(bytes, QtAliasRecord::MarkEnd, "");
-        bytes[5] = static_cast<unsigned char>(bytes.size());
-        QtAliasRecord record;
-        decode(record, bytes);
-        SCOPED_TRACE(from);
-        EXPECT_STREQ(record.getPath("/x/y/movie.mov").get(), "D:/media/clip.mov");
-    }
 }
 
 TEST(QtAliasRecord, ListsFieldsAndRecords) {

@@ -41,14 +41,6 @@ class TempDir {
     std::string m_path;
 };
 
-// A target path "/a/<name>" whose alias needs exactly `needed` bytes in an 'alis' atom: 12 header
-// bytes, 150 fixed record bytes, the records "dir" (a: 6 bytes), "abs" and "end" (4 bytes).
-Bytes encode(BaseQtAtom const& atom) {
-    QtAtomBuffer out(atom.getEncodeSize());
-    EXPECT_TRUE(atom.encode(out));
-    return Bytes(out.ptrData(), out.ptrData() + out.nOccupied());
-}
-
 QtAtomDataAlias const* findAlias(QtAtomRoot const& root) {
     return dynamic_cast<QtAtomDataAlias const*>(root.findAtom(kAliasPath, 0));
 }
@@ -78,14 +70,6 @@ Bytes recordBytes(char const* base, char const* target) {
     record.encode(out);
     return Bytes(out.ptrData(), out.ptrData() + out.nOccupied());
 }
-
-AutoPtr<QtAtomDataAlias> decodeAlias(Bytes& bytes) {
-    AutoPtr<QtAtomDataAlias> alias(new QtAtomDataAlias(nullptr));
-    QtAtomBuffer in(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
-    alias->decode(in);
-    return alias;
-}
-
 }  // namespace
 
 TEST(QtAtomDataAlias, PathSetInAMovieResolvesAfterReadingAndAfterTheMovieMoved) {
@@ -122,25 +106,6 @@ TEST(QtAtomDataAlias, PathSetInAMovieResolvesAfterReadingAndAfterTheMovieMoved) 
     EXPECT_EQ(std::string(findAlias(*root)->getPath()), dir.path("B/x/y/proj/media/day1/clip.mov"));
 }
 
-TEST(QtAtomDataAlias, RecordThatCannotBeWrittenBackExactlyIsKeptAsRead) {
-    // An odd-length last record whose pad byte is missing at the very end of the atom.
-    Bytes body = recordBytes("/a/b/movie.mov", "/a/c/clip.mov");
-    body.resize(body.size() - 4);  // drop the end record
-    body.push_back(0x00);
-    body.push_back(0x0B);  // drive
-    body.push_back(0x00);
-    body.push_back(0x05);
-    for (char c : std::string("    D")) body.push_back(static_cast<unsigned char>(c));
-    unsigned int size = static_cast<unsigned int>(body.size());
-    body[4] = static_cast<unsigned char>(size >> 8);
-    body[5] = static_cast<unsigned char>(size);
-    Bytes bytes = aliasAtom(0, body);
-    AutoPtr<QtAtomDataAlias> decoded = decodeAlias(bytes);
-    QtAtomDataAlias const& alias = *decoded;
-    EXPECT_STREQ(alias.getPath(), "D:/a/c/clip.mov");
-    EXPECT_EQ(encode(alias), bytes);
-}
-
 TEST(QtAtomDataAlias, RecordIsNotReadPastTheAtom) {
     // The record's size field claims more than the atom holds; the next atom's bytes follow.
     Bytes body = recordBytes("/a/b/movie.mov", "/a/c/clip.mov");
@@ -156,27 +121,4 @@ TEST(QtAtomDataAlias, RecordIsNotReadPastTheAtom) {
     alias.decode(in);
     EXPECT_EQ(in.bufferOffset(), 162u);
     EXPECT_EQ(alias.getAliasRecord().getFirstVarInfo(), nullptr);
-}
-
-TEST(QtAtomDataAlias, DamagedAtomsAlwaysEncodeToTheirOwnSize) {
-    // The writer sizes its buffer from the atom's size, so whatever was read must encode to exactly
-    // that many bytes. Damage a valid alias at random places and check it each time.
-    Bytes body = recordBytes("/a/b/movie.mov", "/a/c/clip.mov");
-    body.resize(body.size() + 20, 0);
-    Bytes valid = aliasAtom(0, body);
-    std::mt19937 random(20240611);
-    unsigned int withRecord = 0;
-    for (int round = 0; round < 3000; ++round) {
-        Bytes bytes = valid;
-        bytes.resize(13 + random() % (valid.size() - 12));
-        bytes[2] = static_cast<unsigned char>(bytes.size() >> 8);
-        bytes[3] = static_cast<unsigned char>(bytes.size());
-        for (int hits = random() % 6; hits > 0; --hits)
-            bytes[12 + random() % (bytes.size() - 12)] ^= static_cast<unsigned char>(1u << (random() % 8));
-        AutoPtr<QtAtomDataAlias> alias = decodeAlias(bytes);
-        ASSERT_EQ(alias->getFixedSize() + alias->getVariableSize(), alias->getSize()) << "round " << round;
-        ASSERT_EQ(encode(*alias).size(), bytes.size()) << "round " << round;
-        withRecord += alias->getAliasRecord().getFirstVarInfo() != nullptr;
-    }
-    EXPECT_GT(withRecord, 100u);  // the damage must not keep every record from being read
 }

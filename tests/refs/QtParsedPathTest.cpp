@@ -86,15 +86,3 @@ TEST(QtParsedPath, ServerRootsKeepTheirLeadingSeparators) {
     EXPECT_FALSE(backslashes.isRelative());
     EXPECT_STREQ(backslashes.getPath(OsEnvDrive).get(), "\\\\server/share/f.mov");
 }
-
-TEST(QtParsedPath, ElementsDifferingInCaseMatchOnlyWhereTheFileSystemIgnoresCase) {
-    QtParsedPath upper("Clip/x", OsEnvUnix);
-    QtParsedPath lower("clip/y", OsEnvUnix);
-    EXPECT_TRUE(upper.elemEqual(0, lower, OsEnvDrive));
-    EXPECT_TRUE(upper.elemEqual(0, lower, OsEnvColon));
-    EXPECT_FALSE(upper.elemEqual(0, lower, OsEnvUnix));
-    EXPECT_FALSE(upper.elemEqual(0, lower, OsEnvMacOSX));
-    EXPECT_FALSE(upper.elemEqual(1, lower, OsEnvDrive));
-    EXPECT_FALSE(upper.elemEqual(2, lower, OsEnvUnix));  // beyond both
-    EXPECT_FALSE(upper.elemEqual(0, QtParsedPath("Clipx", OsEnvUnix), OsEnvDrive));
-}

@@ -61,17 +61,3 @@ TEST(QtAtomCompSeed, AFreshReaderStartsFromTheKeptAnchors) {
         EXPECT_EQ(ctts->getSparseArray().get(128).valid(), true);
     }
 }
-
-TEST(QtAtomCompSeed, StoringMoreAnchorsThanReservedAsksForRoom) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(stream(), 1));
-    BaseQtAtom const* stbl = root->findAtom(kStblPath, 0);
-    QtAtomCompTime const* ctts = compTable(stbl);
-    ctts->getSample(stream().size() - 1, nullptr);
-    QtAtomCompSeed seed(nullptr, 2);
-    EXPECT_FALSE(seed.store(*ctts, stream().size()));
-    seed.setCapacity(stream().size());
-    EXPECT_EQ(seed.getVariableSize(), 3u * QtAtomCompSeed::kSlotSize);
-    EXPECT_TRUE(seed.store(*ctts, stream().size()));
-    EXPECT_TRUE(seed.matches(ctts->getNumEntries(), static_cast<unsigned int>(stream().size())));
-}

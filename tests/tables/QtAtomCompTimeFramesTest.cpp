@@ -88,14 +88,6 @@ TEST(QtAtomCompTimeFrames, TypesComeFromZeroOffsetsAndKeyFrames) {
     }
 }
 
-TEST(QtAtomCompTimeFrames, WithoutSyncTablesEverySampleIsAnIFrame) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(3), cttsAtom({{1, 2}, {2, 0}})}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    EXPECT_EQ(ctts->getFrameSet(1, nullptr)->size(), 0u);
-    for (unsigned long s = 0; s < 3; ++s) EXPECT_EQ(ctts->getSample(s, nullptr).type, SampleCodingI) << s;
-}
-
 TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
     TempFile file;
     Bytes stts = fullAtom("stts", {1, 3, 100});
@@ -145,23 +137,6 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
     FileIoClientRec agent;
     EXPECT_EQ(text(ctts->getSample(5 * 256 + 5, &agent)), text(expected[5 * 256 + 5]));
     EXPECT_EQ(anchors.get(5), good) << "rebuilt by the walk from unit 4";
-}
-
-TEST(QtAtomCompTimeFrames, CursorIsPlacedThroughTheAnchorsOfATableWithoutSyncTables) {
-    TempFile file;
-    std::string types = repeat("IBBP", 200);
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(800), cttsAtom(derivedRuns(types, 10))}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    ASSERT_EQ(ctts->getStss(), nullptr);
-    QtAtomCompTime::DiskIterator cursor(ctts->getArray(), 0, nullptr);
-    ASSERT_TRUE(ctts->seekSample(cursor, 517, nullptr));
-    EXPECT_EQ(cursor.getSample(), 517u);
-    EXPECT_EQ(cursor.getOffset(), 0);  // 517 = 4 * 129 + 1: a B frame
-    EXPECT_EQ(cursor.getAnchor(), 516u);
-    cursor++;
-    cursor++;
-    EXPECT_EQ(cursor.getOffset(), 10);  // a P followed by no B frame
-    EXPECT_FALSE(ctts->seekSample(cursor, 800, nullptr));
 }
 
 // --- the older path and the printouts ---

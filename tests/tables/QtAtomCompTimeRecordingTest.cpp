@@ -127,18 +127,6 @@ TEST(QtAtomCompTimeRecording, StreamsReadBackAsRecorded) {
     }
 }
 
-TEST(QtAtomCompTimeRecording, GivenOffsetsExtendRunsAndWidenTheShiftRange) {
-    Recording track(8, 10, true);
-    std::vector<std::pair<char, int>> samples{{'I', 2}, {'P', 2}, {'B', -1}, {'B', -1}, {'P', 3}};
-    for (size_t s = 0; s < samples.size(); ++s) track.append(s, samples[s].first, samples[s].second);
-    EXPECT_FALSE(track.ctts->isDeriveMode());
-    EXPECT_EQ(track.entries(), (std::vector<DiskEntry>{{2, 20}, {2, -10}, {1, 30}}));
-    EXPECT_EQ(track.cslg->getLsDelta(), -10);
-    EXPECT_EQ(track.cslg->getGrDelta(), 30);
-    EXPECT_EQ(track.cslg->getEndTm(), 50);
-    EXPECT_EQ(track.cslg->getShift(), 10);  // the recorder never changes it
-}
-
 TEST(QtAtomCompTimeRecording, AFullTableAsksForRoomWhenOffsetsAreGiven) {
     TempFile file;
     AutoPtr<QtAtomRoot> root = readMovie(

@@ -9,18 +9,6 @@
 
 namespace {
 
-// The edit list's entries: (track duration, media time, rate).
-Bytes editListBytes(uint32_t size, uint32_t count, std::vector<std::vector<uint32_t>> const& entries) {
-    Bytes b;
-    putAtomHeader(b, size, "elst");
-    put32(b, 0);
-    put32(b, count);
-    for (auto const& entry : entries)
-        for (uint32_t v : entry) put32(b, v);
-    while (b.size() < size) b.push_back(0);
-    return b;
-}
-
 // moov with a movie header, one trak with an edit list under edts and a media with its header and
 // a time-to-sample table of `samples` samples of `ticks` in minf.stbl. Returns the edit list; the
 // tree is owned by `moov`.
@@ -44,21 +32,6 @@ void setEdit(QtAtomEditList* list, unsigned int index, uint32_t duration, uint32
 }
 
 }  // namespace
-
-TEST(QtAtomEditList, CountLargerThanTheAtomIsCutToTheEntriesThatFit) {
-    Bytes bytes = editListBytes(28, 5, {{10000, 1024, 0x10000}});
-    QtAtomEditList list(nullptr, 0);
-    unsigned int consumed = 0;
-    ASSERT_TRUE(decodeFrom(list, bytes, &consumed));
-    EXPECT_EQ(consumed, 28u);
-    EXPECT_EQ(list.getNumEdits(), 1u);
-    EXPECT_EQ(list.getCapacity(), 1u);
-    EXPECT_EQ(list[0].trackDuration, 10000u);
-    EXPECT_EQ(list[0].mediaTime, 1024u);
-    EXPECT_FALSE(list.isMediaCalculated());
-    Bytes written = encodeToBytes(list);
-    EXPECT_EQ(written, editListBytes(28, 1, {{10000, 1024, 0x10000}}));
-}
 
 TEST(QtAtomEditList, ResizeBeyondTheCapacityAsksTheMovieForRoom) {
     QtAtomMoov moov(nullptr, qtId("moov"));

@@ -124,21 +124,6 @@ TEST(QtAtomSampleChunkOffTest, WideningInPlaceOrElsewhereKeepsEveryOffset) {
     }
 }
 
-TEST(QtAtomSampleChunkOffTest, TheOffsetNeededIsTheLastAddedTheLastEntryOrAConstantTablesEnd) {
-    MovieOnDisk movie(movieWithTable({tableAtom("stsz", {4, 1u << 30}, {}, 4), chunkOffsets("stco", 0, 4, 0, 0),
-                                       chunkOffsets("stco", 2, 0, 10, 90)}));
-    auto const* stsz = movie.table<QtAtomSampleSize>("stsz");
-    auto const* empty = movie.table<QtAtomSampleChunkOff>("stco");
-    auto const* listed = dynamic_cast<QtAtomSampleChunkOff const*>(empty->getSibling());
-    EXPECT_EQ(empty->getOffsetNeeded(stsz), 4ul << 30);
-    EXPECT_TRUE(empty->need64BitChunkOff(stsz));
-    EXPECT_EQ(empty->getOffsetNeeded(nullptr), 0u);
-    EXPECT_EQ(listed->getOffsetNeeded(stsz), 100u);
-    listed->write()->setCapacity(3);
-    listed->write()->addOffset(7);
-    EXPECT_EQ(listed->getOffsetNeeded(stsz), 7u);
-}
-
 TEST(QtAtomSampleChunkOffTest, CreateOffsetsLaysOutChunksOneAfterAnother) {
     // Three chunks: two of 2 samples of 100 bytes, then one of 1 sample.
     std::vector<unsigned char> stsc = tableAtom("stsc", {2}, {1, 2, 1, 3, 1, 1}, 4);

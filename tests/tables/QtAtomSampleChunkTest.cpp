@@ -61,23 +61,6 @@ TEST(QtAtomSampleChunkTest, ChunksOfEqualShapeMergeIntoOneRunOneChunkLate) {
     EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), expected);
 }
 
-TEST(QtAtomSampleChunkTest, AChunkOfAnotherSizeGetsItsOwnEntryWhenTheNextChunkComes) {
-    ScopedDebugFlag allocator("quicktimeDbg", "chunk allocator");
-    MessageCapture capture;
-    QtAtomSampleChunk table(nullptr);
-    for (unsigned int samples : {10, 10, 10, 8, 10}) addChunk(table, samples);
-    EXPECT_TRUE(capture.contains(": add entry: 2nd entry\n"));
-    EXPECT_TRUE(capture.contains(": add entry: nSamples change: [0]=10 --> [1]=8\n")) << capture.all();
-    ASSERT_EQ(table.getNumEntries(), 3u);
-    expectEntry(table, 1, {30, 4, 8, 1});
-    expectEntry(table, 2, {38, 5, 10, 1});
-
-    addChunk(table, 10, 2);
-    EXPECT_TRUE(capture.contains(": add entry: desc change: 1-->2\n")) << capture.all();
-    addChunk(table, 10, 2);
-    EXPECT_TRUE(capture.contains(": add entry: descriptor change: [2]=1 --> [3]=2\n")) << capture.all();
-}
-
 TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirection) {
     MovieOnDisk movie = threeRuns();
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");

@@ -43,27 +43,6 @@ TEST(QtAtomSampleDepend, ReadsEveryByteOfTheCorpusTableThroughAReadersAgent) {
     EXPECT_EQ(sdtp->getSampleDepend(60, &agent), 0);
 }
 
-TEST(QtAtomSampleDepend, SmallAtomsAreHandedWholeButOnlySixteenBytesStayInMemory) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({sdtpAtom(Bytes(64, 0x10))}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    ASSERT_EQ(sdtp->getSize(), 76u);
-    EXPECT_TRUE(sdtp->needsAllData());
-    EXPECT_TRUE(sdtp->hasVirtualTable());  // 64 bytes of room: in the file
-    EXPECT_EQ(sdtp->getEncodeSize(), 12u);
-
-    TempFile other;
-    root = readMovie(other, movieWithTable({sdtpAtom(Bytes(65, 0x10))}));
-    EXPECT_FALSE(dependTable(*root)->needsAllData());
-
-    TempFile small;
-    root = readMovie(small, movieWithTable({stszAtom(3), sdtpAtom({0x20, 0x18, 0x08, 0, 0})}));
-    sdtp = dependTable(*root);
-    EXPECT_FALSE(sdtp->hasVirtualTable());
-    EXPECT_EQ(sdtp->getSampleDepend(1, nullptr), 0x18);
-    EXPECT_EQ(sdtp->getHeadroom(), 2u);
-}
-
 TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
     TempFile file;
     AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(4, 0))}));

@@ -95,23 +95,6 @@ TEST(QtAtomSampleSizeTest, TrailingZeroSizesAreReportedWithoutChangingThem) {
     EXPECT_EQ(table->getSampleSize(289, 1, nullptr), 1u + 289 * 3);
 }
 
-TEST(QtAtomSampleSizeTest, SetFixedAndSetVariableSwitchBetweenOneSizeAndASizePerSample) {
-    MovieOnDisk movie(movieWithTable({stsz(3, {4, 5, 6})}));
-    QtAtomSampleSize* table = movie.table<QtAtomSampleSize>("stsz")->write();
-    table->setFixed(0);
-    EXPECT_FALSE(table->isFixed());
-    EXPECT_EQ(table->getCapacity(), 0u);
-    table->setVariable();
-    EXPECT_EQ(table->getCapacity(), 16u);
-    table->setFixed(2, 1000);
-    EXPECT_TRUE(table->isFixed());
-    EXPECT_EQ(table->getSampleSize(0, 10, nullptr), 20u);
-    EXPECT_EQ(table->getSizeNeeded(), 0u);
-    EXPECT_EQ(table->getVariableSize(), 0u);
-    EXPECT_TRUE(table->addSamples(1000, 500, 2));
-    EXPECT_EQ(table->getSampleCount(), 1500u);
-}
-
 TEST(QtAtomSampleSizeTest, TheSizesMoveWithTheAtom) {
     MovieOnDisk movie(movieWithTable({stsz(40, sizesFrom(11, 40))}));
     auto const* table = movie.table<QtAtomSampleSize>("stsz");

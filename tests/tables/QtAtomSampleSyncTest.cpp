@@ -85,27 +85,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, SyncCorpus, ::testing::ValuesIn(corpusMovies())
 
 // --- reading and writing the atom ---
 
-TEST(QtAtomSampleSync, ZeroBasedStssIsKeptZeroBasedButStpsIsAlwaysOneBased) {
-    TempFile file;
-    Bytes stss = syncAtom("stss", {0, 10, 20});
-    Bytes stps = syncAtom("stps", {0, 10, 20});
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(30), stss, stps}));
-    QtAtomSampleSync const* zeroBased = syncTable(*root, "stss");
-    QtAtomSampleSync const* partial = syncTable(*root, "stps");
-    ASSERT_TRUE(zeroBased && partial);
-    EXPECT_EQ(zeroBased->getKeyBase(), 0u);
-    EXPECT_TRUE(zeroBased->isKey(0, nullptr));
-    EXPECT_TRUE(zeroBased->isKey(10, nullptr));
-    EXPECT_FALSE(zeroBased->isKey(9, nullptr));
-    EXPECT_EQ(partial->getKeyBase(), 1u);
-    EXPECT_TRUE(partial->isKey(9, nullptr));
-    // Written back, both keep their bytes.
-    TempFile copy;
-    AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
-    ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
-    EXPECT_EQ(readFileBytes(copy.path()), readFileBytes(file.path()));
-}
-
 TEST(QtAtomSampleSync, TrailingZeroEntriesCountAsFramesAfterTheLastKey) {
     for (unsigned int reserve : {0u, 20u}) {  // in memory, and in the file
         TempFile file;
@@ -151,29 +130,6 @@ TEST(QtAtomSampleSync, SetPutsAnIteratorOnTheEntryWhoseBracketHoldsTheFrame) {
 }
 
 // --- key sets ---
-
-TEST(QtAtomSampleSync, KeySetsHoldTheKeysOfTheirUnitAsBits) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(2000), syncAtom("stss", stored({0, 300, 511, 1100}))}));
-    QtAtomSampleSync const* stss = syncTable(*root);
-    FileIoClientRec agent;
-    auto unit1 = stss->getKeySet(1, &agent);
-    EXPECT_EQ(unit1->size(), 256u);  // the key at 511 is bit 255
-    EXPECT_TRUE(unit1->get(255));
-    EXPECT_TRUE(unit1->isKey(300));
-    EXPECT_TRUE(unit1->isKey(511));
-    EXPECT_FALSE(unit1->isKey(301));
-    EXPECT_EQ(unit1->count(), 2u);
-    unit1 = AutoReleasePtr<QtAtomSampleSync::KeySet>();
-    auto unit2 = stss->getKeySet(2, &agent);  // frames 512..767: none
-    EXPECT_EQ(unit2->size(), 0u);
-    EXPECT_FALSE(unit2->isKey(600));
-    unit2 = AutoReleasePtr<QtAtomSampleSync::KeySet>();
-    auto unit0 = stss->getKeySet(0, &agent);
-    EXPECT_EQ(unit0->size(), 1u);  // frames after the unit's last key are outside the set
-    EXPECT_FALSE(unit0->holds(1));
-}
 
 // --- recording ---
 

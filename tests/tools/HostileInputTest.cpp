@@ -142,61 +142,7 @@ AutoPtr<QtAtomRoot> readBytes(TempFile const& file, Bytes const& bytes) {
     return QtAtomReader::readFile(file.c_str());
 }
 
-QtAtomHeader const* firstMedia(QtAtomRoot const& root) { return QtTrackSamples::findTrackMedia(root, 1); }
-
 }  // namespace
-
-TEST(HostileInput, TimesThatWouldPass2To63EndTheWalkWithAWarning) {
-    TempFile file;
-    MessageCapture messages;
-    AutoPtr<QtAtomRoot> root = readBytes(file, movie(timesNear2To63()));
-    ASSERT_TRUE(root);
-    QtTrackSamples track(firstMedia(*root));
-    QtSampleInfo info;
-    ASSERT_TRUE(track.getSample(0x80000000ul, info));
-    EXPECT_EQ(info.dts, 0x7FFFFFFF80000000ul);
-    EXPECT_EQ(info.pts, LONG_MAX);
-    EXPECT_EQ(info.offset, 28u);
-    EXPECT_FALSE(track.getSample(0x80000001ul, info));
-    EXPECT_TRUE(messages.contains("passes 2^63")) << messages.all();
-}
-
-TEST(HostileInput, TableRunningPastTheFileGetsOnlyTheRoomTheFileHolds) {
-    for (bool wide : {false, true}) {
-        for (char const* type : {"stss", "ctts"}) {
-            TempFile file;
-            MessageCapture quiet;
-            AutoPtr<QtAtomRoot> root = readBytes(file, movie(lastTableRunsPastTheFile(type, wide)));
-            ASSERT_TRUE(root);
-            BaseQtAtom const* atom = firstMedia(*root)->findAtom("minf.stbl", 0)->findAtom(type, 0);
-            ASSERT_NE(atom, nullptr) << type;
-            if (auto const* stss = dynamic_cast<QtAtomSampleSync const*>(atom))
-                EXPECT_EQ(stss->size(), 0u) << "wide " << wide;
-            else
-                EXPECT_EQ(dynamic_cast<QtAtomCompTime const*>(atom)->getNumEntries(), 0u) << "wide " << wide;
-        }
-    }
-}
-
-TEST(HostileInput, SamplesOfOneHugeChunkAreFoundByProductAndEndAtTheFile) {
-    TempFile file;
-    MessageCapture messages;
-    Bytes bytes = movie(oneHugeChunk());
-    AutoPtr<QtAtomRoot> root = readBytes(file, bytes);
-    ASSERT_TRUE(root);
-    QtTrackSamples track(firstMedia(*root));
-    QtSampleInfo info;
-    ASSERT_TRUE(track.getSample(100, info));
-    EXPECT_EQ(info.offset, 128u);
-    EXPECT_EQ(info.dts, 100u);
-    EXPECT_FALSE(track.getSample(kMax32 - 1, info));
-    EXPECT_TRUE(messages.contains("lies outside the file")) << messages.all();
-
-    unsigned long listed = 0;
-    QtTrackSamples::Iterator it(track, 0);
-    while (it.next(info)) ++listed;
-    EXPECT_EQ(listed, bytes.size() - 28);
-}
 
 TEST(HostileInput, AtomTooLargeToBufferIsKeptUninterpretedWithAWarning) {
     TempFile file;

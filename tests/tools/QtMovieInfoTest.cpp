@@ -133,24 +133,6 @@ TEST(QtMovieInfo, FormatAgreesWithFfprobeAndTheAtomListing) {
     }
 }
 
-// The plain output lists "track N (id ...)" lines, with "  start timecode T" below timecode tracks.
-TEST(QtMovieInfo, GivesTheStartTimecodeOfEachTimecodeTrack) {
-    unsigned int timecodes = 0;
-    for (std::string const& movie : corpusMovies()) {
-        std::istringstream plain(runQtMovie("info '" + testDataPath(movie) + "'").out);
-        std::string line, listed, track;
-        while (std::getline(plain, line)) {
-            if (line.rfind("track ", 0) == 0) track = line.substr(6, line.find(' ', 6) - 6);
-            if (line.rfind("  start timecode ", 0) == 0) {
-                listed += track + "," + line.substr(17) + "\n";
-                ++timecodes;
-            }
-        }
-        EXPECT_EQ(listed, readFileText(testDataPath(movie + ".timecode.txt"))) << movie;
-    }
-    EXPECT_EQ(timecodes, 4u);
-}
-
 TEST(QtMovieInfo, RefusesAMissingFileAndWrongArguments) {
     EXPECT_EQ(runQtMovie("info /nonexistent/movie.mov").status, 1);
     EXPECT_EQ(runQtMovie("info").status, 2);
