@@ -106,3 +106,12 @@ TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
     EXPECT_TRUE(messages.contains("skip(moov)@"));
     EXPECT_FALSE(moov->updateDiskId());  // already a moov
 }
+
+TEST(QtAtomMoov, OnlyAMovieAtTheTopLevelIsRelocated) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* wrap = new QtAtomHeader(qtId("wrap"), &root);
+    auto* moov = new QtAtomMoov(wrap, QtAtomMoov::kMoovId);
+    addPreserved(wrap, "free", 8, 0);
+    EXPECT_FALSE(moov->relocate());
+    EXPECT_EQ(moov->getParent(), wrap);
+}

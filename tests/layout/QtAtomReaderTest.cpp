@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/TestSupport.h"
+#include "tests/framework/FaultyFileIO.h"
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtAtomWriter.h"
@@ -121,4 +123,23 @@ TEST(QtAtomWriter, WritesBackOnlyDirtyAtomsInPlace) {
     Bytes expected = bytes;
     std::copy_n("wxyz", 4, expected.end() - 4);
     EXPECT_EQ(readFileBytes(file.path()), expected);
+}
+
+TEST(QtAtomWriter, AFailedWriteOfAChangedAtomFailsTheCopy) {
+    TempFile file;
+    AutoPtr<QtAtomRoot> root = readBytes(file, smallMovie());
+    ASSERT_TRUE(root);
+    std::function<void(BaseQtAtom const*)> markChanged = [&](BaseQtAtom const* atom) {
+        for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling()) {
+            child->write();
+            markChanged(child);
+        }
+    };
+    markChanged(root.get());
+    TempFile copy;
+    AutoRefPtr<FaultyFileIO> out = FaultyFileIO::open(copy.c_str(), BasicFileIO::Create);
+    out->failWrite(1);
+    MessageCapture messages;
+    EXPECT_FALSE(QtAtomWriter::copyTree(*root, *out));
+    EXPECT_TRUE(messages.contains("cannot write"));
 }

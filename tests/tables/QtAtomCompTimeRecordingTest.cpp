@@ -74,7 +74,9 @@ std::vector<long> displaySlots(std::string const& types, bool pyramid) {
 TEST(QtAtomCompTimeRecording, DerivesTheRunsOfAnIBBPStream) {
     Recording track(8, 1, false);
     std::string types = "IBBPBBP";
+    MessageCapture messages;
     for (size_t s = 0; s < types.size(); ++s) track.append(s, types[s]);
+    EXPECT_FALSE(messages.contains("recording sample")) << "consecutive samples leave no gap";
     EXPECT_TRUE(track.ctts->isDeriveMode());
     EXPECT_EQ(track.entries(),
               (std::vector<DiskEntry>{{1, 3}, {2, 0}, {1, 3}, {2, 0}, {1, 1}}));  // the last P provisional

@@ -130,6 +130,9 @@ TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_EQ(inMedia.first, 6u);
     EXPECT_EQ(inMedia.end, 16u);
     EXPECT_EQ(inMedia.remain, 42u);
+    QtAtomEditList::Phys atTheEnd = list->getSpan(24, 10);  // where the empty edit ends
+    EXPECT_EQ(atTheEnd.index, 1u);
+    EXPECT_EQ(atTheEnd.first, 0u);
 
     list->setMediaOffset(100);  // media positions move, presentation positions with them
     QtAtomEditList::Phys shifted = list->getSpan(130, 10);

@@ -55,6 +55,11 @@ TEST(TablePrintout, ListsTheEntriesShortOrInFull) {
          {tableAtom("stts", {1}, {46, 100}, 4), tableAtom("stsc", {3}, {1, 10, 1, 4, 5, 1, 6, 3, 2}, 4)},
          {",cap=3{inSmpl,1stChunk,nSmpl,stsd#}[3]=\n", "{0,1,10,1},{30,4,5,1},{40,6,3,2},implied:{43,7,0,0}\n"},
          {}},
+        {"stsc",  // five runs are listed whole
+         {tableAtom("stts", {1}, {15, 100}, 4),
+          tableAtom("stsc", {5}, {1, 1, 1, 2, 2, 1, 3, 3, 1, 4, 4, 1, 5, 5, 1}, 4)},
+         {"{0,1,1,1},{1,2,2,1},{3,3,3,1}{6,4,4,1},{10,5,5,1},implied:{15,6,0,0}\n"},
+         {}},
         {"sdtp", {atomBytes("sdtp", Bytes{0, 0, 0, 0, 1, 2, 3})}, {",cap=3,dep[0]={}\n"}, {}},
         {"ctts", {stszAtom(15), cttsAtom(runs)}, {",cap=10,cnt/off[10]={{1,3},{2,0},{1,3},...,{2,0}}\n"},
          {"={" + kGroup + "0:{1,3},{2,0},{1,3},{0,0},{1,3},{2,0},{1,3},{2,0}, <-- bad!!" + kGroup +
