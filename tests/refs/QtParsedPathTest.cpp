@@ -55,6 +55,7 @@ TEST(QtParsedPath, ParsesAndRendersTheSamplePathsUnderEveryConvention) {
          {"Media:clips:a.mov"},
          "./Media:clips:a.mov"},
         {"Media:clips:a.mov", OsEnvColon, "Media", false, false, {"clips", "a.mov"}, "Media:clips:a.mov"},
+        {"1:\\dir", OsEnvDrive, "NONAME", false, true, {"1:", "dir"}, "./1:/dir"},  // no drive letter
         {"a//b", OsEnvDrive, "NONAME", false, true, {"a", "b"}, "./a/b"},
         {"a//b", OsEnvUnix, "NONAME", false, true, {"a", "b"}, "./a/b"},
         {"a//b", OsEnvMacOSX, "NONAME", false, true, {"a", "b"}, "./a/b"},
