@@ -42,6 +42,8 @@ AutoPtr<QtAtomSampleDesc> decodeTable(Bytes bytes) {
 }
 
 TEST(QtAtomSampleDesc, CountsAreCheckedAsA32BitProduct) {
+    QtAtomSampleDesc empty(nullptr);
+    EXPECT_TRUE(decodeFrom(empty, stsdBytes(0, {}))) << "a table without entries is a table";
     Bytes twoEntries = entryHeader(20, "abcd");
     putBytes(twoEntries, zeros(4));
     putBytes(twoEntries, entryHeader(16, "efgh"));
