@@ -70,3 +70,9 @@ TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
     EXPECT_FALSE(moov->isReserved());
     EXPECT_TRUE(messages.contains("gets {200,8,hold},{204,4,hold} from atom moov@"));
 }
+
+TEST_F(DeskAtoms, ReservationFromAnAtomsFirstByteIsNoOverlap) {
+    MessageCapture messages;
+    EXPECT_TRUE(mdat->update(hold(100, 50)));
+    EXPECT_EQ(messages.count(MsgLevel::Error), 0u) << messages.all();
+}
