@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleSync.h"

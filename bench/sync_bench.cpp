@@ -14,7 +14,7 @@
 
 #include "framework/BasicFileIO.h"
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
 

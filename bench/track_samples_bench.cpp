@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtTrackSamples.h"

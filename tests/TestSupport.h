@@ -1,9 +1,10 @@
 // Helpers shared by the tests: capturing the library's messages, temporary files, reading the
-// small real movies kept in tests/data.
+// small real movies kept in tests/data, and building atoms from bytes.
 #pragma once
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -13,6 +14,8 @@
 
 #include "framework/DebuggerOn.h"
 #include "framework/Messages.h"
+#include "framework/QtAtomBuffer.h"
+#include "quicktime/atoms/BaseQtAtom.h"
 
 // Collects every message issued while it lives, with its level.
 class MessageCapture {
@@ -112,12 +115,82 @@ inline std::vector<std::string> corpusMovies() {
             "long_gop_many.mov", "mjpeg_pcm24le_dftc.mov", "mpeg2_twos.mov",  "uyvy_clap_lpcm.mov"};
 }
 
-// Big-endian byte builders for crafted atoms.
-inline void putUint32(std::vector<unsigned char>& out, uint32_t v) {
-    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<unsigned char>(v >> shift));
+// The one builder of atom bytes: big-endian fields, atoms around a body, and the decode and encode
+// of one atom object against byte literals.
+using Bytes = std::vector<unsigned char>;
+
+inline void put8(Bytes& out, unsigned int v) { out.push_back(static_cast<unsigned char>(v)); }
+inline void put16(Bytes& out, unsigned int v) {
+    put8(out, v >> 8);
+    put8(out, v);
 }
-inline void putType(std::vector<unsigned char>& out, char const* type) { out.insert(out.end(), type, type + 4); }
-inline void putAtomHeader(std::vector<unsigned char>& out, uint32_t size, char const* type) {
-    putUint32(out, size);
+inline void put32(Bytes& out, uint32_t v) {
+    put16(out, v >> 16);
+    put16(out, v & 0xFFFF);
+}
+inline void put64(Bytes& out, uint64_t v) {
+    put32(out, static_cast<uint32_t>(v >> 32));
+    put32(out, static_cast<uint32_t>(v));
+}
+inline void putType(Bytes& out, char const* type) {
+    for (int i = 0; i < 4; ++i) put8(out, static_cast<unsigned char>(type[i]));
+}
+inline void putBytes(Bytes& out, Bytes const& more) { out.insert(out.end(), more.begin(), more.end()); }
+inline void putText(Bytes& out, std::string const& text) { out.insert(out.end(), text.begin(), text.end()); }
+inline void putAtomHeader(Bytes& out, uint32_t size, char const* type) {
+    put32(out, size);
     putType(out, type);
+}
+
+inline Bytes zeros(size_t n) { return Bytes(n, 0); }
+inline Bytes filled(size_t n, unsigned char fill) { return Bytes(n, fill); }
+inline Bytes words(std::vector<uint32_t> const& values) {
+    Bytes out;
+    for (uint32_t v : values) put32(out, v);
+    return out;
+}
+inline Bytes concat(std::vector<Bytes> const& parts) {
+    Bytes all;
+    for (Bytes const& part : parts) putBytes(all, part);
+    return all;
+}
+
+// An atom of `type` around `body`, its size counting the 8 header bytes.
+inline Bytes atomBytes(char const* type, Bytes const& body) {
+    Bytes out;
+    putAtomHeader(out, static_cast<uint32_t>(8 + body.size()), type);
+    putBytes(out, body);
+    return out;
+}
+
+// A full atom: version and flags 0, the 32-bit words, then `extraZeroBytes` zeros.
+inline Bytes fullAtom(char const* type, std::vector<uint32_t> const& body, unsigned int extraZeroBytes = 0) {
+    Bytes all = words({0});
+    putBytes(all, words(body));
+    all.resize(all.size() + extraZeroBytes, 0);
+    return atomBytes(type, all);
+}
+
+// Decodes `atom` from `bytes` (all of them occupied); returns what decode() returned and leaves in
+// `consumed` how many bytes it took.
+inline bool decodeFrom(BaseQtAtom& atom, Bytes bytes, unsigned int* consumed = nullptr) {
+    QtAtomBuffer buffer(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
+    bool ok = atom.decode(buffer);
+    if (consumed) *consumed = buffer.bufferOffset();
+    return ok;
+}
+
+// What the atom writes, in a buffer far larger than any atom, so a test sees every byte it writes.
+inline Bytes encodeToBytes(BaseQtAtom const& atom) {
+    Bytes storage(1 << 16, 0xEE);
+    QtAtomBuffer buffer(storage.data(), static_cast<unsigned int>(storage.size()), QtAtomBuffer::Empty);
+    atom.encode(buffer);
+    return Bytes(storage.begin(), storage.begin() + buffer.nOccupied());
+}
+
+// What the atom writes into a buffer of exactly the size a writer would give it.
+inline Bytes encodedAtom(BaseQtAtom const& atom) {
+    QtAtomBuffer out(atom.getEncodeSize());
+    atom.encode(out);
+    return Bytes(out.ptrData(), out.ptrEnd());
 }

@@ -11,19 +11,6 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/atoms/QtFields.h"
 #include "quicktime/atoms/QtUserDataSet.h"
-#include "quicktime/layout/QtAtomMoov.h"
-#include "quicktime/layout/QtAtomRoot.h"
-#include "quicktime/layout/ReservationDesk.h"
-
-namespace {
-
-QtAtomMoov const* enclosingMovie(BaseQtAtom const* atom) {
-    for (BaseQtAtom const* a = atom; a; a = a->getParent())
-        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(a)) return moov;
-    return nullptr;
-}
-
-}  // namespace
 
 void BaseQtAtom::MethodCall::call(BaseQtAtom const* atom) const {
     if (kind == 1)
@@ -193,14 +180,15 @@ void BaseQtAtom::setOffset(unsigned long offset) const {
 // move and a skip's body is dead.
 bool BaseQtAtom::hasBodyOnDisk() const {
     return m_decoded && !m_child && m_size > getFixedSize() && hasUntouchedData() && !hasVirtualTable() &&
-           enclosingMovie(m_parent);
+           m_parent && m_parent->findMovieContext();
 }
 
 void BaseQtAtom::moveBodyOnDisk(unsigned long offset) const {
     if (!hasBodyOnDisk()) return;
     unsigned long fixed = getFixedSize();
-    QtAtomRoot const* root = findRoot();
-    BasicFileIO* file = root ? root->file() : nullptr;
+    QtRootContext const* root = findRootContext();
+    AutoRefPtr<BasicFileIO> fp = root ? root->getFp() : AutoRefPtr<BasicFileIO>();
+    BasicFileIO* file = fp.get();
     if (!file || !file->writable()) return;
     unsigned long from = m_fileOffset + fixed;
     unsigned long to = offset + fixed;
@@ -396,10 +384,16 @@ unsigned int BaseQtAtom::countAtom(char const* path) const {
     return count;
 }
 
-QtAtomRoot const* BaseQtAtom::findRoot() const {
+QtRootContext const* BaseQtAtom::findRootContext() const {
     BaseQtAtom const* top = this;
     while (top->m_parent) top = top->m_parent;
-    return dynamic_cast<QtAtomRoot const*>(top);
+    return dynamic_cast<QtRootContext const*>(top);
+}
+
+QtMovieContext const* BaseQtAtom::findMovieContext() const {
+    for (BaseQtAtom const* a = this; a; a = a->m_parent)
+        if (auto const* movie = dynamic_cast<QtMovieContext const*>(a)) return movie;
+    return nullptr;
 }
 
 unsigned int BaseQtAtom::numGeneration() const {
@@ -438,8 +432,8 @@ unsigned int BaseQtAtom::getMediaTimeScale() const {
 }
 
 char const* BaseQtAtom::getMoviePath() const {
-    QtAtomRoot const* root = findRoot();
-    BasicFileIO* file = root ? root->file() : nullptr;
+    QtRootContext const* root = findRootContext();
+    AutoRefPtr<BasicFileIO> file = root ? root->getFp() : AutoRefPtr<BasicFileIO>();
     return file ? file->path() : "<no movie path>";
 }
 
@@ -567,27 +561,27 @@ QtTreeSize BaseQtAtom::recalcOffset(QtTreeSize const& in) const {
 }
 
 bool BaseQtAtom::addMovieResizeNeeded(QtResizeReq::Type type) const {
-    if (QtAtomMoov const* moov = enclosingMovie(this)) moov->addResizeNeeded(type);
+    if (QtMovieContext const* movie = findMovieContext()) movie->addResizeNeeded(type);
     return false;
 }
 
 uint32_t BaseQtAtom::movieResizeNeeded() const {
-    QtAtomMoov const* moov = enclosingMovie(this);
-    return moov ? moov->getResizeNeeded().value() : 0;
+    QtMovieContext const* movie = findMovieContext();
+    return movie ? movie->getResizeNeeded().value() : 0;
 }
 
 AutoRefPtr<BasicFileIO> BaseQtAtom::getRootFp() const {
-    QtAtomRoot const* root = findRoot();
+    QtRootContext const* root = findRootContext();
     return root ? root->getFp() : AutoRefPtr<BasicFileIO>();
 }
 
 int BaseQtAtom::getSizeAdvice() const {
-    QtAtomRoot const* root = findRoot();
+    QtRootContext const* root = findRootContext();
     return root ? root->getSizeAdvice() : 2;
 }
 
 bool BaseQtAtom::adjustCache(CacheBytesType kind, int32_t delta) const {
-    QtAtomRoot const* root = findRoot();
+    QtRootContext const* root = findRootContext();
     if (!logIfFalse(root != nullptr, "adjustCache", QT_UTIL_FILE, 1078)) return false;
     return root->adjustCache(kind, delta);
 }

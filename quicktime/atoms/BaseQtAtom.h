@@ -15,14 +15,14 @@
 #include "framework/AutoRefPtr.h"
 #include "framework/QtAtomBuffer.h"
 #include "framework/VirtualBase.h"
+#include "quicktime/atoms/QtAtomContext.h"
 #include "quicktime/atoms/QtAtomIdType.h"
 #include "quicktime/atoms/QtIdName.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 
 class BasicFileIO;
 class FileIoClientRec;
 class VirtualArrayBase;
-class QtAtomRoot;
 class QtUserDataSet;
 class ReservationDesk;
 class UserDataValue;
@@ -41,7 +41,9 @@ public:
     enum DontConsume { kDontConsume };
 
     // Kinds of in-memory bytes reported to the root's cache accounting.
-    enum CacheBytesType { TableBytes = 0, EssenceBytes = 1 };
+    using CacheBytesType = QtRootContext::CacheBytesType;
+    static constexpr CacheBytesType TableBytes = QtRootContext::TableBytes;
+    static constexpr CacheBytesType EssenceBytes = QtRootContext::EssenceBytes;
 
     // One operation to run on many atoms (depthFirst): kind 0 takes no argument, kind 1 an agent.
     struct MethodCall {
@@ -128,7 +130,9 @@ public:
     BaseQtAtom const* findAbove(QtAtomIdType id, unsigned int n) const;
     BaseQtAtom const* findAtom(char const* path, unsigned int n) const;
     unsigned int countAtom(char const* path) const;
-    QtAtomRoot const* findRoot() const;
+    // The root and the movie above this atom, as atoms see them (null when there is none).
+    QtRootContext const* findRootContext() const;
+    QtMovieContext const* findMovieContext() const;
     unsigned int numGeneration() const;
     unsigned long resetSize() const;
 
@@ -177,7 +181,8 @@ public:
     static unsigned int ioPrepUint64Base1(unsigned long const* source, unsigned long* destination,
                                           unsigned int count, int direction);
 
-    // --- the factory: construct the object for this prototype's type under `parent` ---
+    // --- the factory: construct the object for this prototype's type under `parent` (defined in
+    // quicktime/QtAtomFactory.cpp, above the folders whose classes its table names) ---
     BaseQtAtom* createActual(BaseQtAtom const* parent) const;
 
     // --- big-endian field codecs ---
@@ -235,7 +240,7 @@ private:
     // under a parent of a million children as under one of three.
     BaseQtAtom const* m_previous = nullptr;
     BaseQtAtom const* m_lastChild = nullptr;
-    ReservationDesk* m_desk = nullptr;  // set by the desk of a moov, skip or mdat while it exists
+    QtPlaceWatcher* m_desk = nullptr;  // set by the desk of a moov, skip or mdat while it exists
 
     friend class QtAtomReader;
     friend class ReservationDesk;

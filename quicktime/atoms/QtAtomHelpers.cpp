@@ -4,7 +4,7 @@
 
 #include "framework/FormatStr.h"
 #include "framework/Messages.h"
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 
 namespace QtAtomHelpers {
 

@@ -6,16 +6,18 @@
 #include "framework/Messages.h"
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/BaseQtAtom.h"
-#include "quicktime/layout/QtAtomRoot.h"
 
 namespace {
 constexpr unsigned long kCopyBlock = 1ul << 20;
 }
 
-bool QtAtomWriter::copyTree(QtAtomRoot const& root, BasicFileIO& out) {
-    BasicFileIO* source = root.file();
-    if (source == &out) return root.writeDirty();
-    return writeSubtree(root, source, out);
+bool QtAtomWriter::copyTree(BaseQtAtom const& root, BasicFileIO& out) {
+    AutoRefPtr<BasicFileIO> source = root.getRootFp();
+    if (source.get() == &out) {
+        errorMsg("%s: a tree is not copied onto its own file\n", out.path());
+        return false;
+    }
+    return writeSubtree(root, source.get(), out);
 }
 
 long QtAtomWriter::writeAtom(BaseQtAtom const& atom, BasicFileIO& out) {

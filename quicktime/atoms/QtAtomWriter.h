@@ -2,8 +2,10 @@
 // with children encode their own header and fixed part, the children follow as atoms of their own.
 // When copying to another file, an unchanged atom is copied from the source as it stands. Bytes that the
 // tree does not hold (uninterpreted bodies left on disk, trailing bytes inside a container or after
-// the last top-level atom) are copied from the root's file when writing to another file, and left
-// in place when writing back into the same file. Written atoms are marked clean.
+// the last top-level atom) are copied from the root's file. Written atoms are marked clean.
+// QtAtomWriter is the one place that encodes atoms onto a file: QtAtomRoot::writeDirty, which
+// writes the changed atoms back into the movie's own file, calls writeAtom; nothing here calls the
+// root back.
 #pragma once
 
 #include <vector>
@@ -11,14 +13,13 @@
 #include "framework/BasicFileIO.h"
 
 class BaseQtAtom;
-class QtAtomRoot;
 
 class QtAtomWriter {
 public:
-    // Writes the whole tree into `out` so that it holds a complete movie; into the root's own file
-    // only the changed atoms are written (QtAtomRoot::writeDirty). False on the first failed read
-    // or write.
-    static bool copyTree(QtAtomRoot const& root, BasicFileIO& out);
+    // Writes the whole tree below `root` into another file `out` so that it holds a complete movie.
+    // False on the first failed read or write, and when `out` is the root's own file (its changes
+    // are written back with QtAtomRoot::writeDirty).
+    static bool copyTree(BaseQtAtom const& root, BasicFileIO& out);
     // Writes a single atom's encoded bytes (not its children) at its file offset and returns how
     // many bytes that was; -1 when the write failed.
     static long writeAtom(BaseQtAtom const& atom, BasicFileIO& out);

@@ -12,7 +12,7 @@
 
 #include "quicktime/atoms/QtFields.h"
 #include "quicktime/descriptions/QtSampleDesc.h"
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 
 class QtSampleTable;
 

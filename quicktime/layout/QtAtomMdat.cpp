@@ -8,7 +8,7 @@ QtAtomMdat::QtAtomMdat(BaseQtAtom const* parent, unsigned long dataSize)
     if (parent) {
         // Linked after construction, under the root's structure lock when it is the top level, so
         // that a reservation event walking the top level never meets a half-linked atom.
-        QtAtomRoot const* root = parent->findRoot();
+        QtAtomRoot const* root = QtAtomRoot::of(parent);
         if (root && parent == root) {
             SorvanPosix::ScopeLock lock(root->getStructureMutex());
             parent->appendChild(this);
@@ -40,7 +40,7 @@ void QtAtomMdat::setOffset(unsigned long offset) const {
 }
 
 bool QtAtomMdat::grow(unsigned long n) const {
-    QtAtomRoot const* root = findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(this);
     if (getSibling() || !root || getParent() != root) return false;
     setSize(getSize() + n);
     return true;

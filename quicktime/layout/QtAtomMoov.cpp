@@ -49,7 +49,7 @@ bool QtAtomMoov::hasFinalForm() const {
 }
 
 void QtAtomMoov::flushDone(unsigned long offset) const {
-    if (QtAtomRoot const* root = findRoot())
+    if (QtAtomRoot const* root = QtAtomRoot::of(this))
         flushDone(offset, *root);
     else
         m_flushedOffset.store(offset);
@@ -62,7 +62,7 @@ void QtAtomMoov::flushDone(unsigned long offset, QtAtomRoot const& root) const {
 
 bool QtAtomMoov::updateDiskId() const {
     if (isReserved() || m_diskId.load() == kMoovId) return false;
-    QtAtomRoot const* root = findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(this);
     // A queued flush of this movie still carries the header it had when it was encoded: switching
     // now would let the old copy lose its 'moov' header before the new one is on disk.
     if (root && root->isFlushPending(this)) {
@@ -89,7 +89,7 @@ bool QtAtomMoov::updateDiskId() const {
 }
 
 bool QtAtomMoov::relocate() const {
-    QtAtomRoot const* root = findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(this);
     if (!root || getParent() != root) return false;
     BaseQtAtom const* next = getSibling();
     // The last atom of the file leaves behind what it wrote there. Disk-backed tables write at their

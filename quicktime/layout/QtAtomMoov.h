@@ -25,12 +25,12 @@
 #include <atomic>
 
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "quicktime/layout/ReservationDesk.h"
 
 class QtAtomRoot;
 
-class QtAtomMoov : public QtAtomHeader {
+class QtAtomMoov : public QtAtomHeader, public QtMovieContext {
   public:
     static constexpr QtAtomIdType kMoovId = qtId("moov");
 
@@ -65,8 +65,8 @@ class QtAtomMoov : public QtAtomHeader {
     // False when there is nothing to move.
     bool relocate() const;
 
-    QtResizeReq getResizeNeeded() const { return m_resizeNeeded; }
-    void addResizeNeeded(QtResizeReq::Type type) const { m_resizeNeeded.add(type); }
+    QtResizeReq getResizeNeeded() const override { return m_resizeNeeded; }
+    void addResizeNeeded(QtResizeReq::Type type) const override { m_resizeNeeded.add(type); }
     void clearResizeNeeded() const { m_resizeNeeded.clear(); }
     ReservationDesk& getReservations() const { return m_reservations; }
     unsigned long getFlushedOffset() const { return m_flushedOffset.load(); }

@@ -67,9 +67,14 @@ int QtAtomRoot::getSizeAdvice() const {
     return static_cast<int>(m_file->sizeAdvice(BasicIOTypes::CacheTable));
 }
 
-bool QtAtomRoot::adjustCache(CacheBytesType kind, int32_t delta) const {
+QtAtomRoot const* QtAtomRoot::of(BaseQtAtom const* atom) {
+    while (atom && atom->getParent()) atom = atom->getParent();
+    return dynamic_cast<QtAtomRoot const*>(atom);
+}
+
+bool QtAtomRoot::adjustCache(QtRootContext::CacheBytesType kind, int32_t delta) const {
     if (!m_file) return true;
-    bool table = kind == TableBytes;
+    bool table = kind == QtRootContext::TableBytes;
     uint32_t& total = table ? m_tableBytes : m_essenceBytes;
     if (static_cast<int64_t>(total) + delta < 0) {
         logIfFalse(false, "adjustCache", QT_UTIL_FILE, table ? 9254 : 9260);
@@ -314,36 +319,56 @@ bool QtAtomRoot::reserveCb(VirtualBase::Reservation const& reservation) {
     return true;
 }
 
-QtAtomMoov const* QtAtomRoot::checkStructure(char const* label) const {
-    int moovs = 0;
-    int skips = 0;
-    QtAtomMoov const* found = nullptr;
+QtAtomRoot::Structure QtAtomRoot::structure() const {
+    Structure s;
     for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
         QtAtomIdType diskId = child->getDiskId();
-        if (diskId == kMoov) ++moovs;
-        if (diskId == kSkip) ++skips;
-        if (child->getId() == kMoov) found = dynamic_cast<QtAtomMoov const*>(child);
+        s.atoms.push_back({diskId, child->getFileOffset(), child->getSize()});
+        if (diskId == kMoov) ++s.moovs;
+        if (diskId == kSkip) ++s.skips;
+        if (child->getId() == kMoov) s.movie = dynamic_cast<QtAtomMoov const*>(child);
     }
-    if (moovs == 1 || (m_structureReported && !quicktimeDbg.on(QtDbgAtomErrors))) return found;
-    size_t capacity = (static_cast<size_t>(countChildren()) + 2) * 64;
-    std::vector<char> line(capacity, 0);
-    size_t used = 0;
-    auto append = [&](char const* format, auto... args) {
-        if (used + 1 >= capacity) return;
-        int n = snprintf(line.data() + used, capacity - used, format, args...);
-        if (n > 0) used = std::min(capacity - 1, used + static_cast<size_t>(n));
-    };
-    append("%s: %s: %d skip, %d moov:", getMoviePath(), label ? label : "", skips, moovs);
+    return s;
+}
+
+namespace {
+
+// One top-level atom as the structure report lists it: its type and offset, and for the movie and
+// the skips their reservations.
+std::string structureEntry(BaseQtAtom const* atom) {
+    std::string entry =
+        FormatStr(" %s@%ld", QtIdName(atom->getId()).render(), static_cast<long>(atom->getFileOffset())).get();
+    if (auto const* moov = dynamic_cast<QtAtomMoov const*>(atom))
+        entry += FormatStr("={moov@%p,%s}", static_cast<void const*>(moov), moov->getReservations().toString().get())
+                     .get();
+    else if (auto const* skip = dynamic_cast<QtAtomSkip const*>(atom))
+        entry += FormatStr("={skip@%p,%s}", static_cast<void const*>(skip), skip->getReservations().toString().get())
+                     .get();
+    return entry;
+}
+
+}  // namespace
+
+std::string QtAtomRoot::describeStructure(char const* label) const {
+    Structure s = structure();
+    std::string line =
+        FormatStr("%s: %s: %d skip, %d moov:", getMoviePath(), label ? label : "", s.skips, s.moovs).get();
+    for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) line += structureEntry(child);
+    return line;
+}
+
+QtAtomMoov const* QtAtomRoot::checkStructure(char const* label) const {
+    Structure s = structure();
+    if (s.valid() || (m_structureReported && !quicktimeDbg.on(QtDbgAtomErrors))) return s.movie;
+    // The report grows by one atom per message.
+    std::string line =
+        FormatStr("%s: %s: %d skip, %d moov:", getMoviePath(), label ? label : "", s.skips, s.moovs).get();
     for (BaseQtAtom const* child = getChild(); child; child = child->getSibling()) {
-        append(" %s@%ld", QtIdName(child->getId()).render(), static_cast<long>(child->getFileOffset()));
-        if (auto const* moov = dynamic_cast<QtAtomMoov const*>(child))
-            append("={moov@%p,%s}", static_cast<void const*>(moov), moov->getReservations().toString().get());
-        else if (auto const* skip = dynamic_cast<QtAtomSkip const*>(child))
-            append("={skip@%p,%s}", static_cast<void const*>(skip), skip->getReservations().toString().get());
-        debugMsg("%s", line.data());
+        line += structureEntry(child);
+        debugMsg("%s", line.c_str());
     }
     m_structureReported = true;
-    return found;
+    return s.movie;
 }
 
 bool QtAtomRoot::coalesceSkip() const {

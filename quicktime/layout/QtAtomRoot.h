@@ -31,6 +31,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "framework/AutoRefPtr.h"
@@ -41,7 +42,7 @@
 
 class QtAtomMoov;
 
-class QtAtomRoot : public BaseQtAtom {
+class QtAtomRoot : public BaseQtAtom, public QtRootContext {
   public:
     static constexpr QtAtomIdType kRootId = qtId("Root");
 
@@ -63,16 +64,19 @@ class QtAtomRoot : public BaseQtAtom {
     bool needsAllData() const override { return false; }
     unsigned int getFixedSize() const override { return 0; }
 
+    // The root of the tree `atom` is in, or null.
+    static QtAtomRoot const* of(BaseQtAtom const* atom);
+
     // A new reference to the file.
-    AutoRefPtr<BasicFileIO> getFp() const { return m_file; }
+    AutoRefPtr<BasicFileIO> getFp() const override { return m_file; }
     BasicFileIO* file() const { return m_file.get(); }
 
     // Routes every reservation event of a disk-backed array to reserveCb.
-    void addVirtualBase(VirtualBase& array) const;
+    void addVirtualBase(VirtualBase& array) const override;
     // How many cache blocks a table may use: the file's advice, or 2 without a file.
-    int getSizeAdvice() const;
+    int getSizeAdvice() const override;
     // Accounts `delta` more bytes of a kind held in memory and sets the file's cache grant.
-    bool adjustCache(CacheBytesType kind, int32_t delta) const;
+    bool adjustCache(QtRootContext::CacheBytesType kind, int32_t delta) const override;
 
     // Asks the file layer to write the movie durably; false when nothing was queued (no movie or
     // file, already final, a redundant request, or the file refused it).
@@ -81,6 +85,24 @@ class QtAtomRoot : public BaseQtAtom {
     bool flushCb(BasicIOTypes::FlushNotify const& notice);
     // Whether the file on disk is complete; with `wait`, first waits for one pending flush.
     bool hasFinalForm(bool wait) const;
+    // The top level as it is on disk: each atom with the type its header has there, how many read
+    // 'moov' and 'skip', and the movie object. A valid movie file has exactly one 'moov' on disk.
+    struct Structure {
+        struct Entry {
+            QtAtomIdType diskId;
+            unsigned long offset;
+            unsigned long size;
+        };
+        std::vector<Entry> atoms;
+        int moovs = 0;
+        int skips = 0;
+        QtAtomMoov const* movie = nullptr;
+        bool valid() const { return moovs == 1; }
+    };
+    Structure structure() const;
+    // The structure in one line, as the check reports it: the counts, then each atom with its
+    // offset and, for the movie and the skips, their reservations.
+    std::string describeStructure(char const* label) const;
     // Finds the movie; reports a top level without exactly one 'moov' on disk.
     QtAtomMoov const* checkStructure(char const* label) const;
     // Merges runs of adjacent unreserved skips; true when anything was merged.

@@ -16,10 +16,11 @@
 #include "framework/AutoPtr.h"
 #include "framework/SorvanPosix.h"
 #include "framework/VirtualBase.h"
+#include "quicktime/atoms/QtAtomContext.h"
 
 class BaseQtAtom;
 
-class ReservationDesk {
+class ReservationDesk : public QtPlaceWatcher {
   public:
     // An empty desk of an atom (not owned).
     explicit ReservationDesk(BaseQtAtom const& atom);
@@ -42,7 +43,7 @@ class ReservationDesk {
     AutoPtr<char> toString() const;
 
     // Records the atom's place as the file thread is to see it (called by the atom).
-    void setPlace(unsigned long offset, unsigned long size);
+    void setPlace(unsigned long offset, unsigned long size) override;
 
   private:
     AutoPtr<char> listText() const;  // toString without taking the mutex

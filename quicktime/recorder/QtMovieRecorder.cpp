@@ -263,7 +263,7 @@ uint32_t QtMovieRecorder::addTimecodeTrack(uint32_t timeScale, uint32_t frameDur
 uint32_t QtMovieRecorder::addTrackLike(BaseQtAtom const& sourceTrak) {
     Impl& impl = *m_impl;
     if (impl.closed || sourceTrak.getId() != qtId("trak")) return 0;
-    QtAtomRoot const* sourceRoot = sourceTrak.findRoot();
+    QtAtomRoot const* sourceRoot = QtAtomRoot::of(&sourceTrak);
     BasicFileIO* source = sourceRoot ? sourceRoot->file() : nullptr;
     // Everything but the sample tables; of those only the descriptions.
     auto keep = [](BaseQtAtom const& atom) {

@@ -4,7 +4,7 @@
 
 #include "framework/BasicFileIO.h"
 #include "framework/Messages.h"
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomMediaHdr.h"
 #include "quicktime/atoms/QtAtomTrakHdr.h"
 #include "quicktime/descriptions/QtAtomSampleDesc.h"

@@ -5,7 +5,6 @@
 #include "framework/Messages.h"
 #include "framework/PathParser.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
-#include "quicktime/layout/QtAtomRoot.h"
 
 namespace {
 
@@ -32,8 +31,7 @@ bool QtAtomDataAlias::decode(QtAtomBuffer& buffer) {
     if (!isSelfReference()) {
         recordBytes = decodeRecord(buffer, body);
         if (m_recordRead) {
-            QtAtomRoot const* root = findRoot();
-            m_path = m_record.getPath(root && root->file() ? getMoviePath() : nullptr).get();
+            m_path = m_record.getPath(getRootFp() ? getMoviePath() : nullptr).get();
         }
         if (!recordBytes) {
             m_kept.decode(buffer, body);

@@ -3,11 +3,10 @@
 #include "framework/VirtualArrayBase.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtDebug.h"
-#include "quicktime/layout/QtAtomRoot.h"
 
 bool BaseQtAtom::setBackingStore(VirtualArrayBase& array) const {
     if (array.isVirtual()) return true;
-    QtAtomRoot const* root = findRoot();
+    QtRootContext const* root = findRootContext();
     if (!logIfFalse(root != nullptr, "setBackingStore", QT_UTIL_FILE, 1063)) return false;
     AutoRefPtr<BasicFileIO> file = root->getFp();
     if (!logIfFalse(static_cast<bool>(file), "setBackingStore", QT_UTIL_FILE, 1066)) return false;
@@ -20,7 +19,7 @@ bool BaseQtAtom::setBackingStore(VirtualArrayBase& array) const {
 }
 
 void BaseQtAtom::registerVirtualBase(VirtualBase& array) const {
-    if (QtAtomRoot const* root = findRoot()) root->addVirtualBase(array);
+    if (QtRootContext const* root = findRootContext()) root->addVirtualBase(array);
 }
 
 bool BaseQtAtom::reportTableBytes(VirtualBase::StorageChange const& change) const {

@@ -7,7 +7,6 @@
 #include "framework/BasicFileIO.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
-#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
 
@@ -35,8 +34,7 @@ bool QtAtomCompSeed::isSeed(BaseQtAtom const* prototype, BaseQtAtom const* paren
     unsigned long size = prototype->getSize();
     if (size < kHeadSize + kSlotSize || size > kHeadSize + static_cast<unsigned long>(kMaxSlots) * kSlotSize)
         return false;
-    QtAtomRoot const* root = parent->findRoot();
-    BasicFileIO* file = root ? root->file() : nullptr;
+    AutoRefPtr<BasicFileIO> file = parent->getRootFp();
     uint8_t uuid[16];
     return file && file->readAt(prototype->getFileOffset() + prototype->getHeaderSize(), uuid, sizeof uuid) ==
                        static_cast<long>(sizeof uuid) &&

@@ -284,13 +284,8 @@ void QtAtomCompTime::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
 }
 
 void QtAtomCompTime::reportTrailingZeros() const {
-    unsigned int count = getNumEntries();
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || count < 2 || m_array.elementAt(count - 1, nullptr).count != 0)
-        return;
-    unsigned int scanned = 0, zeros = 0;
-    for (unsigned int i = count; i > 0 && scanned < 256; --i, ++scanned)
-        if (m_array.elementAt(i - 1, nullptr).count == 0) ++zeros;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
+    QtTableBody::reportTrailingZeros(*this, getNumEntries(),
+                                     [this](unsigned int i) { return m_array.elementAt(i, nullptr).count == 0; });
 }
 
 bool QtAtomCompTime::encode(QtAtomBuffer& buffer) const {

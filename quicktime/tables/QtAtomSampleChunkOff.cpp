@@ -16,7 +16,6 @@ constexpr unsigned long kMaxCount = 0xFFFFFFFFul;
 constexpr unsigned long k4GiB = 1ul << 32;
 // A reservation of this many chunks or more makes a 'stco' with offsets a 'co64' at once.
 constexpr unsigned int kWideCapacity = 2048;
-constexpr unsigned int kTrailingScan = 256;
 
 bool newTablesAre64Bit() { return !quicktimeLegacyDbg.on(QtLegacyUseStco); }
 
@@ -139,12 +138,7 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
 }
 
 void QtAtomSampleChunkOff::reportTrailingZeros() const {
-    unsigned int count = getNumChunks();
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || count <= 1 || elementAt(count - 1) != 0) return;
-    unsigned int scanned = std::min(count, kTrailingScan);
-    unsigned int zeros = 0;
-    for (unsigned int i = 1; i <= scanned; ++i) zeros += elementAt(count - i) == 0;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
+    QtTableBody::reportTrailingZeros(*this, getNumChunks(), [this](unsigned int i) { return elementAt(i) == 0; });
 }
 
 bool QtAtomSampleChunkOff::encode(QtAtomBuffer& buffer) const {

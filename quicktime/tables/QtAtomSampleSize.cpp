@@ -12,8 +12,6 @@ namespace {
 
 constexpr unsigned int kEntryBytes = 4;
 constexpr unsigned long kMaxCount = 0xFFFFFFFFul;
-// Entries scanned backwards by the report of trailing zero sizes.
-constexpr unsigned int kTrailingScan = 256;
 
 }  // namespace
 
@@ -81,13 +79,9 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
 }
 
 void QtAtomSampleSize::reportTrailingZeros() const {
-    unsigned int count = getSampleCount();
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || isFixed() || count <= 1) return;
-    if (m_sizes.elementAt(count - 1, nullptr) != 0) return;
-    unsigned int scanned = std::min(count, kTrailingScan);
-    unsigned int zeros = 0;
-    for (unsigned int i = 1; i <= scanned; ++i) zeros += m_sizes.elementAt(count - i, nullptr) == 0;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
+    if (isFixed()) return;
+    QtTableBody::reportTrailingZeros(*this, getSampleCount(),
+                                     [this](unsigned int i) { return m_sizes.elementAt(i, nullptr) == 0; });
 }
 
 bool QtAtomSampleSize::encode(QtAtomBuffer& buffer) const {

@@ -386,12 +386,8 @@ bool QtAtomSampleSync::isZeroBased(unsigned int firstRaw) const {
 }
 
 void QtAtomSampleSync::reportTrailingZeros() const {
-    unsigned int count = size();
-    if (!quicktimeDbg.on(QtDbgAtomErrors) || count < 2 || m_array.elementAt(count - 1, nullptr) != 0) return;
-    unsigned int scanned = 0, zeros = 0;
-    for (unsigned int i = count; i > 0 && scanned < 256; --i, ++scanned)
-        if (m_array.elementAt(i - 1, nullptr) == 0) ++zeros;
-    debugMsg("%s %s[%d]: last %d of %d zero\n", getMoviePath(), toString().get(), count, zeros, scanned);
+    QtTableBody::reportTrailingZeros(*this, size(),
+                                     [this](unsigned int i) { return m_array.elementAt(i, nullptr) == 0; });
 }
 
 void QtAtomSampleSync::calcLastSample() const {

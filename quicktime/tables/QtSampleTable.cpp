@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"
 #include "quicktime/atoms/QtAtomMediaHdr.h"

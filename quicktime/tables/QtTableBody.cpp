@@ -4,7 +4,9 @@
 #include <cstring>
 
 #include "framework/BasicFileIO.h"
+#include "framework/Messages.h"
 #include "quicktime/atoms/BaseQtAtom.h"
+#include "quicktime/atoms/QtDebug.h"
 
 namespace QtTableBody {
 
@@ -38,6 +40,15 @@ void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
     unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
     if (consumed < atom.getSize())
         buffer.removeInput(std::min<unsigned long>(atom.getSize() - consumed, buffer.nOccupied()));
+}
+
+void reportTrailingZeros(BaseQtAtom const& atom, unsigned int count, std::function<bool(unsigned int)> const& isZero) {
+    constexpr unsigned int kScan = 256;
+    if (!quicktimeDbg.on(QtDbgAtomErrors) || count < 2 || !isZero(count - 1)) return;
+    unsigned int scanned = std::min(count, kScan);
+    unsigned int zeros = 0;
+    for (unsigned int i = 1; i <= scanned; ++i) zeros += isZero(count - i);
+    debugMsg("%s %s[%d]: last %d of %d zero\n", atom.getMoviePath(), atom.toString().get(), count, zeros, scanned);
 }
 
 }  // namespace QtTableBody

@@ -1,7 +1,9 @@
-// Helpers shared by the decoders of the disk-backed sync, composition and dependency tables: reading
-// bytes of the atom's body whether or not the reader put them in the buffer, and consuming what is
-// left of the atom.
+// Helpers shared by the decoders of the disk-backed tables: reading bytes of the atom's body whether
+// or not the reader put them in the buffer, consuming what is left of the atom, and the report of
+// zero entries at a table's end.
 #pragma once
+
+#include <functional>
 
 #include "framework/QtAtomBuffer.h"
 
@@ -22,6 +24,10 @@ unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer);
 
 // Consumes what is left of the atom in the buffer, so that a table's entries never pass through it.
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer);
+
+// With "atom errors" on, reports a table of more than one entry whose last entry is zero: how many of
+// its last entries (at most 256) are zero. `isZero(i)` tells whether entry i is.
+void reportTrailingZeros(BaseQtAtom const& atom, unsigned int count, std::function<bool(unsigned int)> const& isZero);
 
 inline unsigned int bigEndian32(unsigned char const* p) {
     return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |

@@ -6,7 +6,6 @@
 #include "framework/BasicFileIO.h"
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -19,13 +18,26 @@ QtTrackSamples::QtTrackSamples(QtAtomHeader const* media) : m_table(media) {
     if (media) m_file = media->getRootFp();
 }
 
-QtAtomHeader const* QtTrackSamples::findTrackMedia(QtAtomRoot const& root, unsigned int track) {
-    if (track == 0) return nullptr;
-    BaseQtAtom const* trak = root.findAtom("moov.trak", track - 1);
+std::vector<BaseQtAtom const*> QtTrackSamples::tracksOf(BaseQtAtom const& root) {
+    std::vector<BaseQtAtom const*> tracks;
+    BaseQtAtom const* moov = root.findAtom("moov", 0);
+    for (BaseQtAtom const* atom = moov ? moov->getChild() : nullptr; atom; atom = atom->getSibling())
+        if (atom->getId() == qtId("trak")) tracks.push_back(atom);
+    return tracks;
+}
+
+QtAtomHeader const* QtTrackSamples::mediaOf(BaseQtAtom const* trak) {
     return trak ? dynamic_cast<QtAtomHeader const*>(trak->findAtom("mdia", 0)) : nullptr;
 }
 
-unsigned int QtTrackSamples::countTracks(QtAtomRoot const& root) { return root.countAtom("moov.trak"); }
+QtAtomHeader const* QtTrackSamples::findTrackMedia(BaseQtAtom const& root, unsigned int track) {
+    std::vector<BaseQtAtom const*> tracks = tracksOf(root);
+    return track >= 1 && track <= tracks.size() ? mediaOf(tracks[track - 1]) : nullptr;
+}
+
+unsigned int QtTrackSamples::countTracks(BaseQtAtom const& root) {
+    return static_cast<unsigned int>(tracksOf(root).size());
+}
 
 bool QtTrackSamples::valid() const {
     return m_table.getStsc() && m_table.getStsz() && m_table.getStco() && m_table.getStts();

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "framework/AutoRefPtr.h"
 #include "framework/BasicFileIO.h"
@@ -26,7 +27,6 @@
 #include "quicktime/tables/QtSampleTable.h"
 
 class FileIoClientRec;
-class QtAtomRoot;
 
 struct QtSampleInfo {
     unsigned long sample = 0;   // 0-based
@@ -42,9 +42,14 @@ class QtTrackSamples {
 public:
     explicit QtTrackSamples(QtAtomHeader const* media);
 
+    // The movie's tracks in file order: the 'trak' atoms of its first 'moov'. The one walk over the
+    // tracks, for the library and the tool alike.
+    static std::vector<BaseQtAtom const*> tracksOf(BaseQtAtom const& root);
+    // The media atom of a track, or null.
+    static QtAtomHeader const* mediaOf(BaseQtAtom const* trak);
     // The media atom of the n-th track (1-based, in file order), or null.
-    static QtAtomHeader const* findTrackMedia(QtAtomRoot const& root, unsigned int track);
-    static unsigned int countTracks(QtAtomRoot const& root);
+    static QtAtomHeader const* findTrackMedia(BaseQtAtom const& root, unsigned int track);
+    static unsigned int countTracks(BaseQtAtom const& root);
 
     // The tables needed to place and time samples are present.
     bool valid() const;

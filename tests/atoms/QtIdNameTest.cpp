@@ -2,38 +2,31 @@
 
 #include "quicktime/atoms/QtIdName.h"
 
-TEST(QtIdName, RendersPrintableIdsAsTheirCharacters) {
-    EXPECT_STREQ(QtIdName(qtId("udta")).render(), "udta");
-    EXPECT_STREQ(QtIdName(qtId("url ")).render(), "url ");
-    EXPECT_TRUE(QtIdName(qtId("moov")).valid());
-}
-
-TEST(QtIdName, ShowsALeadingCopyrightSignAsAt) {
-    QtIdName name(0xA96E616Du);  // (c) n a m
-    EXPECT_TRUE(name.valid());
-    EXPECT_STREQ(name.render(), "@nam");
-}
-
-TEST(QtIdName, RendersInvalidIdsWithQuestionMarksAndReversedHex) {
-    QtIdName name(0x00016162u);
-    EXPECT_FALSE(name.valid());
-    EXPECT_STREQ(name.render(), "??ab(62.61.01.00)");
-}
-
-TEST(QtIdName, CopyrightSignIsOnlyAcceptedInFirstPlace) {
-    // 'a' 'b' 0x00 0xA9: the sign is not the leading byte.
-    EXPECT_FALSE(QtIdName(0x616200A9u).valid());
-    EXPECT_FALSE(QtIdName(0xA9A96162u).valid());  // two bytes outside the set
-}
-
-TEST(QtIdName, SetFromTextTakesFourCharactersAndRejectsLongerText) {
+TEST(QtIdName, RendersPrintableIdsAndMarksTheOthers) {
+    struct Case {
+        uint32_t id;
+        bool valid;
+        char const* text;
+    } const cases[] = {
+        {0x75647461u, true, "udta"},
+        {0x75726C20u, true, "url "},
+        {0xA96E616Du, true, "@nam"},  // a leading copyright sign
+        {0x00016162u, false, "??ab(62.61.01.00)"},
+        {0x616200A9u, false, nullptr},  // the sign anywhere else
+        {0xA9A96162u, false, nullptr},
+    };
+    for (Case const& c : cases) {
+        QtIdName name(c.id);
+        EXPECT_EQ(name.valid(), c.valid) << std::hex << c.id;
+        if (c.text) {
+            EXPECT_STREQ(name.render(), c.text);
+        }
+    }
     QtIdName name;
     name.set("trak");
     EXPECT_EQ(name.getId(), qtId("trak"));
-    EXPECT_STREQ(name.render(), "trak");
     name.set("traks");
     EXPECT_EQ(name.getId(), 0u);
-    // Setting again clears the cached rendering.
     name.set(qtId("mdia"));
-    EXPECT_STREQ(name.render(), "mdia");
+    EXPECT_STREQ(name.render(), "mdia") << "setting again clears the cached rendering";
 }

@@ -48,16 +48,6 @@ TEST(QtSampleDesc, TextEntriesKeepTheirFontNameAndWhatFollowsIt) {
     EXPECT_EQ(encodedAtom(*nameless.stsd), stsdBytes(1, textEntry(nullptr)));
 }
 
-TEST(QtSampleDesc, OnlySoundAndVideoDescriptionsCompareEqual) {
-    Bytes entry = textEntry("Times");
-    Bytes two = entry;
-    putBytes(two, entry);
-    ReadTrack track(trackMovie(handlerBytes("mhlr", "text"), stsdBytes(2, two)));
-    ASSERT_EQ(track.stsd->getCount(), 2u);
-    EXPECT_FALSE(*track.stsd->getDesc(1) == *track.stsd->getDesc(2));
-    EXPECT_FALSE(*track.stsd->getDesc(1) == *track.stsd->getDesc(1));
-}
-
 TEST(QtSampleDesc, Mpeg2AndUnknownEntriesAreWrittenBackAsRead) {
     Bytes mpeg2 = entryHeader(28, "m2v1", 2);
     for (unsigned int i = 0; i < 12; ++i) put8(mpeg2, i + 1);

@@ -64,12 +64,6 @@ struct PatchedCopy {
         file.write(bytes);
     }
 };
-
-unsigned int wordAt(Bytes const& bytes, unsigned long at) {
-    return (unsigned(bytes[at]) << 24) | (unsigned(bytes[at + 1]) << 16) | (unsigned(bytes[at + 2]) << 8) |
-           bytes[at + 3];
-}
-
 }  // namespace
 
 TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
@@ -89,88 +83,4 @@ TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
     ReadTrack shortTrack(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, cut)));
     ASSERT_NE(shortTrack.stsd->getTimecodeDesc(1), nullptr);
     EXPECT_EQ(encodedAtom(*shortTrack.stsd), stsdBytes(1, cut));
-}
-
-TEST(QtTimecodeSampleDesc, NewDescriptionIsNumberedByItsEntryAndCarriesItsRate) {
-    Bytes first = timecodeEntry(0, 25, 1, 25);
-    ReadTrack track(trackMovie(handlerBytes("mhlr", "tmcd"), stsdBytes(1, first)));
-    QtTimecodeSampleDesc* added = track.stsd->addTimecodeDesc();
-    added->setRate(60000, 1001, true);
-    EXPECT_TRUE(track.stsd->isDirty());
-    EXPECT_EQ(track.stsd->getTimecodeDesc(2), added);
-    Bytes both = first;
-    putBytes(both, timecodeEntry(0x1, 60000, 1001, 60, {}, 2));
-    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(2, both));
-}
-
-TEST(QtTimecodeSampleDesc, ReadsTheWholeChunkOfASampleAndReportsTablesThatCannotHoldTimecodes) {
-    // Three samples in the one chunk: the two after the timecode are the next eight bytes of the file.
-    PatchedCopy three("h264_bframes_aac_tc.mov");
-    three.patch(three.stsz + 16, 3);
-    three.patch(three.stsc + 20, 3);
-    {
-        TimecodeTrack track(three.file.path(), BasicFileIO::ReadOnly);
-        Bytes bytes = readFileBytes(three.file.path());
-        unsigned long at = track.table->getStco()->getChunkOffset(0, nullptr);
-        QtTimeCode const* third = track.desc->getTimecode(*track.table, 2);
-        ASSERT_NE(third, nullptr);
-        EXPECT_EQ(third->getDiscrete(), wordAt(bytes, at + 8));
-        EXPECT_EQ(track.start(), "10:00:00:00");
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 4), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode fails: index=4,n=3\n")) << messages.all();
-    }
-
-    PatchedCopy twoBytes("h264_bframes_aac_tc.mov");
-    twoBytes.patch(twoBytes.stsz + 12, 2);
-    {
-        TimecodeTrack track(twoBytes.file.path(), BasicFileIO::ReadWrite);
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
-        track.desc->setTimecode(QtTimeCode());
-        EXPECT_FALSE(track.desc->writeTimecodes());
-        EXPECT_TRUE(messages.contains(": writeTimecode fails; sz=2,n=1,co[1]=")) << messages.all();
-    }
-
-    PatchedCopy pastTheEnd("h264_bframes_aac_tc.mov");
-    pastTheEnd.patch(pastTheEnd.stco + 16,
-                     static_cast<unsigned int>(readFileBytes(pastTheEnd.file.path()).size() - 2));
-    {
-        TimecodeTrack track(pastTheEnd.file.path(), BasicFileIO::ReadOnly);
-        MessageCapture messages;
-        EXPECT_EQ(track.desc->getTimecode(*track.table, 0), nullptr);
-        EXPECT_TRUE(messages.contains(": getTimecode failed while reading chunk=0\n")) << messages.all();
-    }
-}
-
-TEST(QtTimecodeSampleDesc, TimecodeSetIsWrittenWithItsTableAndChangesOnlyTheSample) {
-    TempFile copy;
-    Bytes before = readFileBytes(testDataPath("mjpeg_pcm24le_dftc.mov"));
-    copy.write(before);
-    QtTimeCode tc;
-    ASSERT_TRUE(tc.setText("01:02:03;04"));
-    unsigned long at = 0;
-    {
-        TimecodeTrack readOnly(copy.path(), BasicFileIO::ReadOnly);
-        readOnly.desc->setTimecode(tc);
-        EXPECT_FALSE(readOnly.desc->writeTimecodes());
-    }
-    {
-        TimecodeTrack track(copy.path(), BasicFileIO::ReadWrite);
-        at = track.table->getStco()->getChunkOffset(0, nullptr);
-        EXPECT_TRUE(track.desc->setTimecode(tc));
-        EXPECT_TRUE(track.desc->isWritePending());
-        EXPECT_TRUE(track.root->writeDirty());
-        EXPECT_FALSE(track.desc->isWritePending());
-    }
-    Bytes after = readFileBytes(copy.path());
-    ASSERT_EQ(after.size(), before.size());
-    for (unsigned long i = 0; i < after.size(); ++i)
-        if (i < at || i >= at + 4) {
-            ASSERT_EQ(after[i], before[i]) << "byte " << i;
-        }
-    // 01:00:00;00, then a minute of 1800 frames, one of 1798, and 3 s 4 frames less the 2 skipped.
-    EXPECT_EQ(wordAt(after, at), 107892u + 1800 + 1798 + 92);
-    EXPECT_EQ(TimecodeTrack(copy.path(), BasicFileIO::ReadOnly).start(), "01:02:03;04");
 }

@@ -6,60 +6,12 @@
 
 namespace {
 
-Bytes colorTable(unsigned int flags, unsigned int entries) {
-    Bytes table;
-    put32(table, 16 + 8 * entries);
-    putFourCC(table, "ctab");
-    put32(table, 0);
-    put16(table, flags);
-    put16(table, entries - 1);
-    for (unsigned int i = 0; i < entries * 4; ++i) put16(table, i);
-    return table;
-}
-
 struct VideoTrack : ReadTrack {
     explicit VideoTrack(Bytes const& entry)
         : ReadTrack(trackMovie(handlerBytes("mhlr", "vide"), stsdBytes(1, entry))) {}
     QtVideoSampleDesc const* video() const { return stsd ? stsd->getVideoDesc(1) : nullptr; }
     QtVideoSampleDesc* writable() const { return stsd->write()->getVideoDesc(1); }
 };
-
-TEST(QtVideoSampleDesc, AColourTableIsReadButNotWrittenAgain) {
-    Bytes rest = colorTable(0x8000, 2);
-    putBytes(rest, atomBytes("fiel", Bytes{2, 6}));
-    VideoTrack track(videoEntry("rle ", 32, 32, rest, 5));
-    ASSERT_NE(track.video(), nullptr);
-    EXPECT_EQ(track.video()->getColorTableId(), 5);
-    EXPECT_EQ(track.video()->getFieldMode(), 1u) << "the extensions after the table are read";
-    // Written: the fixed part, the extensions, a terminator, zeros up to the entry's size.
-    Bytes expected = videoEntry("rle ", 32, 32, atomBytes("fiel", Bytes{2, 6}), 5);
-    putBytes(expected, zeros(4 + colorTable(0x8000, 2).size() - 4));
-    expected[3] = static_cast<unsigned char>(expected.size());
-    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, expected));
-
-    VideoTrack none(videoEntry("jpeg", 32, 32, atomBytes("fiel", Bytes{1, 0})));
-    ASSERT_NE(none.video(), nullptr);
-    EXPECT_EQ(none.video()->getColorTableId(), -1);
-    EXPECT_EQ(none.video()->getFieldMode(), 2u);
-}
-
-TEST(QtVideoSampleDesc, AColourTableOfTheWrongShapeIsReportedAndEndsTheEntry) {
-    MessageCapture messages;
-    VideoTrack track(videoEntry("rle ", 32, 32, colorTable(0x0000, 1), 0));
-    ASSERT_NE(track.video(), nullptr);
-    EXPECT_TRUE(messages.contains("Error: expected color table flags to be 0x8000; decoded 0x0\n"));
-    EXPECT_TRUE(track.video()->getExtensions().isEmpty());
-    EXPECT_EQ(track.video()->getWidth(), 32);
-}
-
-TEST(QtVideoSampleDesc, AnEntryTooShortForItsFieldsIsKeptWhole) {
-    Bytes entry = entryHeader(40, "jpeg");
-    for (unsigned int i = 0; i < 24; ++i) put8(entry, 0xA0 + i);
-    VideoTrack track(entry);
-    ASSERT_NE(track.video(), nullptr);
-    EXPECT_EQ(track.video()->getWidth(), 0);
-    EXPECT_EQ(encodedAtom(*track.stsd), stsdBytes(1, entry));
-}
 
 TEST(QtVideoSampleDesc, SettersPlaceOneAtomEachAndKeepTheSizeWithATerminator) {
     VideoTrack track(videoEntry("avc1", 64, 64));

@@ -30,7 +30,7 @@ int CountedAtom::alive = 0;
 
 Bytes frmaBytes(char const* format) {
     Bytes body;
-    putFourCC(body, format);
+    putType(body, format);
     return atomBytes("frma", body);
 }
 
@@ -38,13 +38,6 @@ Bytes endaBytes(unsigned int value) {
     Bytes body;
     put16(body, value);
     return atomBytes("enda", body);
-}
-
-TEST(QtxCreate, StopsAtTheEndMarkAfterConsumingIt) {
-    Bytes bytes = zeros(16);
-    QtAtomBuffer buffer(bytes.data(), 16, QtAtomBuffer::Full);
-    EXPECT_EQ(Qtx::create(buffer, 16), nullptr);
-    EXPECT_EQ(buffer.nOccupied(), 8u);
 }
 
 TEST(QtxCreate, RefusesHeadersThatDoNotFitOrAreTooSmall) {
@@ -61,77 +54,10 @@ TEST(QtxCreate, RefusesHeadersThatDoNotFitOrAreTooSmall) {
     for (unsigned int size : {1u, 4u, 7u}) {
         Bytes tiny;
         put32(tiny, size);
-        putFourCC(tiny, "abcd");
+        putType(tiny, "abcd");
         put32(tiny, 0);
         EXPECT_EQ(createFrom(tiny).get(), nullptr) << size;
     }
-}
-
-TEST(QtxCreate, MakesTheClassOfTheTypeAndKeepsUnlistedTypes) {
-    Bytes eightZeros = zeros(8);
-    struct Case {
-        char const* type;
-        Bytes body;
-        bool (*isExpected)(Qtx::Atom*);
-    };
-    Case cases[] = {
-        {"colr", Bytes{'n', 'c', 'l', 'c', 0, 1, 0, 1, 0, 1},
-         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ColorInfo*>(a); }},
-        {"pasp", eightZeros, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::PixelAspectRatio*>(a); }},
-        {"clap", zeros(32), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::CleanAperture*>(a); }},
-        {"fiel", Bytes{1, 0}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::FieldInfo*>(a); }},
-        {"enda", Bytes{0, 1}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Endian*>(a); }},
-        {"frma", Bytes{'i', 'n', '2', '4'}, [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Format*>(a); }},
-        {"wave", frmaBytes("twos"), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Wave*>(a); }},
-        {"ACLR", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ACLR*>(a); }},
-        {"APRG", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::APRG*>(a); }},
-        {"ARES", zeros(112), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::ARES*>(a); }},
-        {"esds", zeros(20),
-         [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Mpeg4ElementaryStreamDescriptor*>(a); }},
-        {"chan", zeros(16), [](Qtx::Atom* a) { return !!dynamic_cast<Qtx::Unknown*>(a); }},
-    };
-    for (Case const& c : cases) {
-        Bytes bytes = atomBytes(c.type, c.body);
-        AutoPtr<Qtx::Atom> atom = createFrom(bytes);
-        ASSERT_TRUE(atom) << c.type;
-        EXPECT_TRUE(c.isExpected(atom.get())) << c.type;
-        EXPECT_EQ(atom->getType(), QtIdName(c.type).getId());
-        EXPECT_EQ(atom->getSize(), bytes.size()) << c.type;
-        EXPECT_EQ(encoded(*atom), bytes) << c.type;
-    }
-
-    Bytes terminator = zeros(8);
-    terminator[3] = 8;
-    AutoPtr<Qtx::Atom> pad = createFrom(terminator);
-    ASSERT_TRUE(pad);
-    EXPECT_NE(dynamic_cast<Qtx::Terminator*>(pad.get()), nullptr);
-    EXPECT_EQ(encoded(*pad), terminator);
-}
-
-TEST(QtxCreate, RefusesAFixedBodyShorterThanItsFieldsWithoutReadingPastIt) {
-    // A 'colr' claiming 12 bytes: its four fields would run into the next atom.
-    Bytes bytes = atomBytes("colr", Bytes{'n', 'c', 'l', 'c'});
-    putBytes(bytes, atomBytes("pasp", zeros(8)));
-    QtAtomBuffer buffer(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
-    EXPECT_EQ(Qtx::create(buffer, static_cast<unsigned int>(bytes.size())), nullptr);
-    for (char const* type : {"pasp", "clap", "fiel", "enda", "frma", "ACLR", "APRG", "ARES", "esds", "avcC"})
-        EXPECT_EQ(createFrom(atomBytes(type, {})).get(), nullptr) << type;
-}
-
-TEST(QtxCreate, KeepsBytesBeyondTheKnownFieldsAndWritesThemBack) {
-    // An 'nclx' colour atom carries one more byte (the range flag) than the 'nclc' fields.
-    Bytes nclx = atomBytes("colr", Bytes{'n', 'c', 'l', 'x', 0, 9, 0, 16, 0, 9, 0x80});
-    AutoPtr<Qtx::Atom> colr = createFrom(nclx);
-    ASSERT_TRUE(colr);
-    EXPECT_EQ(colr->getColorParamType(), qtId("nclx"));
-    EXPECT_EQ(colr->getTransferFunction(), ColorTransferSMPTE2084);
-    EXPECT_EQ(colr->getSize(), 19u);
-    EXPECT_EQ(encoded(*colr), nclx);
-
-    Bytes chan = atomBytes("chan", Bytes{1, 2, 3, 4, 5, 6, 7});
-    AutoPtr<Qtx::Atom> unknown = createFrom(chan);
-    ASSERT_TRUE(unknown);
-    EXPECT_EQ(encoded(*unknown), chan);
 }
 
 TEST(QtxAtomChildren, ReadsAGroupThatItsChildrenFillExactly) {
@@ -146,28 +72,6 @@ TEST(QtxAtomChildren, ReadsAGroupThatItsChildrenFillExactly) {
     EXPECT_STREQ(atom->treeString().get(), "wave{frma={in24},enda={little},pad}");
     EXPECT_TRUE(atom->findChild(qtId("enda"))->isLittleEndian());
     EXPECT_EQ(encoded(*atom), wave);
-}
-
-TEST(QtxAtomChildren, RefusesAGroupWithBytesItsChildrenDoNotAccountFor) {
-    Bytes body = frmaBytes("in24");
-    putBytes(body, zeros(4));
-    EXPECT_EQ(createFrom(atomBytes("wave", body)).get(), nullptr);
-
-    Bytes lying = frmaBytes("in24");
-    lying[3] = 40;  // claims more than the group holds
-    EXPECT_EQ(createFrom(atomBytes("wave", lying)).get(), nullptr);
-}
-
-TEST(QtxAtomChildren, RootKeepsWhatItParsedAndReportsATrailingWord) {
-    Bytes area = atomBytes("fiel", Bytes{2, 1});
-    putBytes(area, zeros(4));
-    QtAtomBuffer buffer(area.data(), static_cast<unsigned int>(area.size()), QtAtomBuffer::Full);
-    Qtx::Root root;
-    EXPECT_FALSE(root.decode(buffer, static_cast<unsigned int>(area.size())));
-    ASSERT_NE(root.getChild(), nullptr);
-    EXPECT_EQ(root.getChild()->getType(), qtId("fiel"));
-    EXPECT_EQ(root.getChild()->getSibling(), nullptr);
-    EXPECT_EQ(root.getSize(), 10u) << "the root counts no header, only its children";
 }
 
 TEST(QtxAtomChildren, RefusesGroupsNestedBeyondTheLimit) {
@@ -215,89 +119,6 @@ TEST(QtxAtomTree, AppendReplaceAndRemoveKeepTheChildOrder) {
     root.getChild()->removeSelf();  // the first child
     EXPECT_EQ(root.getChild(), colr);
     delete second;
-}
-
-TEST(QtxAtomTree, FindChildSearchesDepthFirstFromTheAtomItself) {
-    Qtx::Root root;
-    auto* wave = new Qtx::Wave();
-    auto* inner = new Qtx::Endian();
-    wave->appendChild(inner);
-    root.appendChild(wave);
-    auto* outer = new Qtx::Endian();
-    outer->set(0);
-    root.appendChild(outer);
-    EXPECT_EQ(root.findChild(qtId("enda")), inner);
-    EXPECT_EQ(wave->findChild(qtId("wave")), wave);
-    EXPECT_EQ(outer->findChild(qtId("frma")), nullptr);
-}
-
-TEST(QtxAtomTree, DestroyingAnAtomDestroysItsChildrenAndTheSiblingsAfterIt) {
-    {
-        auto* parent = new CountedAtom();
-        parent->appendChild(new CountedAtom());
-        parent->appendChild(new CountedAtom());
-        auto* sibling = new CountedAtom();
-        parent->appendSibling(sibling);
-        sibling->appendChild(new CountedAtom());
-        EXPECT_EQ(CountedAtom::alive, 5);
-        delete parent;
-        EXPECT_EQ(CountedAtom::alive, 0);
-    }
-    {
-        Qtx::Root root;
-        auto* kept = new CountedAtom();
-        root.appendChild(new CountedAtom());
-        root.appendChild(kept);
-        root.appendChild(new CountedAtom());
-        kept->removeSelf();
-        EXPECT_EQ(CountedAtom::alive, 3) << "removeSelf only unlinks";
-        delete kept;
-        EXPECT_EQ(CountedAtom::alive, 2);
-    }
-    EXPECT_EQ(CountedAtom::alive, 0);
-
-    // A very long sibling chain is destroyed without deep recursion.
-    Qtx::Root root;
-    Qtx::Atom* last = new CountedAtom();
-    root.appendChild(last);
-    for (int i = 0; i < 200000; ++i) {
-        Qtx::Atom* next = new CountedAtom();
-        last->appendSibling(next);
-        last = next;
-    }
-}
-
-TEST(QtxAtomSize, IsComputedFromTheChildrenOnceAndAgainAfterAppending) {
-    Qtx::Wave wave;
-    EXPECT_EQ(wave.getSize(), 8u);
-    wave.appendChild(new Qtx::Format());
-    EXPECT_EQ(wave.getSize(), 20u);
-    auto* esds = new Qtx::Mpeg4ElementaryStreamDescriptor();
-    wave.appendChild(esds);
-    EXPECT_EQ(wave.getSize(), 152u) << "an empty esds reserves 132 bytes";
-    esds->set(128000, 48000, 2);
-    EXPECT_EQ(esds->getSize(), 51u);
-    EXPECT_EQ(wave.getSize(), 152u) << "a change in place does not move the kept size";
-    wave.appendChild(new Qtx::Terminator());
-    EXPECT_EQ(wave.getSize(), 8u + 12 + 51 + 8);
-}
-
-TEST(QtxAtomText, ShowsPadForTypeZeroAndSizesWhenAsked) {
-    Qtx::Terminator terminator;
-    EXPECT_STREQ(terminator.toString().get(), "pad");
-    Qtx::Root root;
-    EXPECT_STREQ(root.toString().get(), "");
-    EXPECT_STREQ(root.treeString().get(), "");
-    Qtx::Wave wave;
-    auto* format = new Qtx::Format();
-    format->set(qtId("twos"));
-    wave.appendChild(format);
-    EXPECT_STREQ(wave.treeString().get(), "wave{frma={twos}}");
-
-    ScopedDebugFlag allSizes("quicktimeDbg", "all sizes");
-    ASSERT_TRUE(allSizes.ok());
-    EXPECT_STREQ(wave.treeString().get(), "wave:20b{frma:12b={twos}}");
-    EXPECT_STREQ(terminator.toString().get(), "pad:8b");
 }
 
 }  // namespace

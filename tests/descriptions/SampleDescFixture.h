@@ -13,8 +13,8 @@
 inline Bytes handlerBytes(char const* type, char const* subtype) {
     Bytes body;
     put32(body, 0);
-    putFourCC(body, type);
-    putFourCC(body, subtype);
+    putType(body, type);
+    putType(body, subtype);
     putBytes(body, zeros(12));
     put8(body, 0);
     return atomBytes("hdlr", body);
@@ -33,7 +33,7 @@ inline Bytes stsdBytes(unsigned int count, Bytes const& entries) {
 inline Bytes entryHeader(unsigned int size, char const* format, unsigned int dataRefIndex = 1) {
     Bytes out;
     put32(out, size);
-    putFourCC(out, format);
+    putType(out, format);
     putBytes(out, zeros(6));
     put16(out, dataRefIndex);
     return out;
@@ -45,7 +45,7 @@ inline Bytes videoEntry(char const* format, unsigned int width, unsigned int hei
     Bytes fields;
     put16(fields, 0);
     put16(fields, 0);
-    putFourCC(fields, "FFMP");
+    putType(fields, "FFMP");
     put32(fields, 0);
     put32(fields, 512);
     put16(fields, width);
@@ -89,10 +89,3 @@ struct ReadTrack {
             stsd = dynamic_cast<QtAtomSampleDesc const*>(root->findAtom("moov.trak.mdia.minf.stbl.stsd", 0));
     }
 };
-
-// What the table writes, in a buffer of exactly the size the writer would give it.
-inline Bytes encodedAtom(BaseQtAtom const& atom) {
-    QtAtomBuffer out(atom.getEncodeSize());
-    atom.encode(out);
-    return Bytes(out.ptrData(), out.ptrEnd());
-}

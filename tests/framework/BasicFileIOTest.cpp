@@ -99,24 +99,6 @@ TEST(BasicFileIO, FlushHoldsWritesSyncsReleasesThenNotifiesFromItsOwnThread) {
     EXPECT_NE(listener.threads[0], std::this_thread::get_id());
 }
 
-TEST(BasicFileIO, CarriesOutRequestsInTheOrderTheyWereQueued) {
-    TempFile scratch;
-    auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);
-    FlushListener listener;
-    file->holdWrites();  // everything is queued before the first write is done
-    for (uintptr_t i = 1; i <= 20; ++i) {
-        std::string text = "v" + std::to_string(i);
-        ASSERT_TRUE(file->flush(request(&listener.flushAnchor, element(i), 0, text.c_str())));
-    }
-    EXPECT_EQ(file->pendingFlushes(), 20u);
-    file->releaseWrites();
-    file->waitForFlushes();
-    EXPECT_EQ(file->pendingFlushes(), 0u);
-    ASSERT_EQ(listener.notices.size(), 20u);
-    for (uintptr_t i = 0; i < 20; ++i) EXPECT_EQ(listener.notices[i].element, element(i + 1));
-    EXPECT_EQ(readFileBytes(scratch.path()), bytes("v20"));
-}
-
 TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
     TempFile scratch;
     auto file = FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create);
@@ -133,93 +115,6 @@ TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
               "hold(0,1) release(0,1) notice(1,failed) hold(0,1) release(0,1) notice(2,ok) "
               "hold(0,1) release(0,1) notice(3,failed) ");
     EXPECT_EQ(messages.count(MsgLevel::Error), 2u);
-}
-
-TEST(BasicFileIO, ReadOnlyFileRefusesToFlush) {
-    TempFile scratch;
-    scratch.write(bytes("ro"));
-    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::ReadOnly);
-    ASSERT_TRUE(file);
-    FlushListener listener;
-    auto previous = setMessageSink([](MsgLevel, std::string const&) {});
-    EXPECT_FALSE(file->flush(request(&listener.flushAnchor, element(1), 0, "xx")));
-    setMessageSink(previous);
-    EXPECT_EQ(file->pendingFlushes(), 0u);
-    file->waitForFlushes();  // nothing queued: returns at once
-    EXPECT_TRUE(listener.notices.empty());
-}
-
-TEST(BasicFileIO, DestructorCompletesEveryQueuedFlushBeforeClosing) {
-    TempFile scratch;
-    FlushListener listener;
-    listener.blockFirstNotice = true;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
-    file->flush(request(&listener.flushAnchor, element(1), 0, "one"));
-    file->flush(request(&listener.flushAnchor, element(2), 3, "two"));
-    ASSERT_TRUE(listener.inFirstNotice.timedWait(10000));
-    std::atomic<bool> closed{false};
-    std::thread closer([&] {
-        file.reset();  // last reference: the destructor drains the queue
-        closed = true;
-    });
-    waitMsec(20);
-    EXPECT_FALSE(closed.load());
-    listener.finishFirstNotice.post();
-    closer.join();
-    ASSERT_EQ(listener.notices.size(), 2u);
-    EXPECT_TRUE(listener.notices[0].ok);
-    EXPECT_TRUE(listener.notices[1].ok);
-    EXPECT_EQ(readFileBytes(scratch.path()), bytes("onetwo"));
-}
-
-TEST(BasicFileIO, WaitForFlushesFromAFlushCallbackIsRefusedInsteadOfDeadlocking) {
-    TempFile scratch;
-    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
-    struct Reentrant {
-        bool onFlush(BasicIOTypes::FlushNotify const&) {
-            file->waitForFlushes();
-            done.post();
-            return true;
-        }
-        BasicFileIO* file;
-        SorvanPosix::JLWSemaphore done{0};
-    } reentrant{file.get()};
-    BridgeAnchor anchor(&reentrant, &Reentrant::onFlush);
-    std::string errors;
-    auto previous = setMessageSink([&](MsgLevel, std::string const& text) { errors += text; });
-    file->flush(request(&anchor, nullptr, 0, "x"));
-    ASSERT_TRUE(reentrant.done.timedWait(10000));
-    file->waitForFlushes();
-    setMessageSink(previous);
-    EXPECT_NE(errors.find("waitForFlushes called from the flush thread"), std::string::npos);
-}
-
-TEST(BasicFileIO, FileReleasedByItsOwnFlushCallbackFailsTheRestWithoutHanging) {
-    TempFile scratch;
-    // Never destroyed: the detached flush thread outlives the file and may still be leaving the
-    // anchor's call when the test ends.
-    static FlushListener& listener = *new FlushListener;
-    static AutoRefPtr<BasicFileIO> file;
-    listener.notices.clear();  // the test may be repeated
-    file = AutoRefPtr<BasicFileIO>(FaultyFileIO::open(scratch.c_str(), BasicFileIO::Create).get());
-    auto* faulty = static_cast<FaultyFileIO*>(file.get());
-    listener.dropFileOnNotice = &file;
-    std::string errors;
-    auto previous = setMessageSink([&](MsgLevel, std::string const& text) { errors += text; });
-    faulty->holdWrites();
-    file->flush(request(&listener.flushAnchor, element(1), 0, "first"));
-    file->flush(request(&listener.flushAnchor, element(2), 5, "second"));
-    faulty->releaseWrites();
-    ASSERT_TRUE(listener.delivered.timedWait(10000));
-    ASSERT_TRUE(listener.delivered.timedWait(10000));
-    setMessageSink(previous);
-    EXPECT_FALSE(file);
-    ASSERT_EQ(listener.notices.size(), 2u);
-    EXPECT_TRUE(listener.notices[0].ok);
-    EXPECT_FALSE(listener.notices[1].ok);
-    EXPECT_EQ(readFileBytes(scratch.path()), bytes("first"));
-    EXPECT_NE(errors.find("released by its own flush callback"), std::string::npos);
-    listener.dropFileOnNotice = nullptr;
 }
 
 // ---- Cache budget ----
@@ -261,14 +156,6 @@ TEST(BasicFileIO, FallbackCutsTheGrantToTheLimitKeepingTheTableShare) {
     file->setCacheBlocks(40, 10);
     EXPECT_EQ(file->cacheBlocks(), 40u);
     EXPECT_EQ(file->cacheTableBlocks(), 10u);
-}
-
-TEST(BasicFileIO, GrantClampsTheTableShareToTheTotal) {
-    TempFile scratch;
-    auto file = BasicFileIO::open(scratch.c_str(), BasicFileIO::Create);
-    file->setCacheBlocks(3, 8);
-    EXPECT_EQ(file->cacheBlocks(), 3u);
-    EXPECT_EQ(file->cacheTableBlocks(), 3u);
 }
 
 TEST(BasicFileIO, SizeAdviceIsTheKindsShareButNeverBelowTwo) {

@@ -50,31 +50,6 @@ TEST(FileIoClientRecTest, OneAgentsReadsNeverEvictAnothersPages) {
     EXPECT_EQ(busy.getPageCount(), 4u);
 }
 
-TEST(FileIoClientRecTest, PagesStayWithinTheBudgetAcrossArrays) {
-    ArrayOnFile one(100000), two(100000);
-    FileIoClientRec agent(5);
-    for (unsigned int i = 0; i < 100000; i += 1000) {
-        ASSERT_EQ(one.array.elementAt(i, &agent), i * 3);
-        ASSERT_EQ(two.array.elementAt(99999 - i, &agent), (99999 - i) * 3);
-        ASSERT_LE(agent.getPageCount(), 5u);
-    }
-    EXPECT_EQ(agent.getCachedByteCount(), 5ul * VirtualArrayBase::kPageBytes);
-}
-
-TEST(FileIoClientRecTest, ClosingAnArrayDropsOnlyItsPages) {
-    ArrayOnFile one(50000), two(50000);
-    FileIoClientRec agent;
-    one.array.elementAt(0, &agent);
-    one.array.elementAt(40000, &agent);
-    two.array.elementAt(0, &agent);
-    ASSERT_EQ(agent.getPageCount(), 3u);
-    one.array.close(&agent);
-    EXPECT_EQ(agent.getPageCount(), 1u);
-    unsigned long readsBefore = two.file->reads();
-    EXPECT_EQ(two.array.elementAt(1, &agent), 3u);
-    EXPECT_EQ(two.file->reads(), readsBefore);
-}
-
 TEST(FileIoClientRecTest, APageIsReloadedOnceTheOwnerChangesIt) {
     ArrayOnFile on(50000);
     FileIoClientRec agent;
@@ -88,16 +63,4 @@ TEST(FileIoClientRecTest, APageIsReloadedOnceTheOwnerChangesIt) {
     on.array.setVirtualSize(50000);
     on.array.setElementAt(11, 9, nullptr);
     EXPECT_EQ(on.array.elementAt(11, &agent), 9u);
-}
-
-TEST(FileIoClientRecTest, PagesOfAnArrayThatIsGoneAreNeverMatched) {
-    TempMovieFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.path(), BasicFileIO::ReadWrite);
-    FileIoClientRec agent;
-    for (unsigned int round = 1; round <= 3; ++round) {
-        auto array = std::make_unique<VirtualArray<unsigned int>>("short-lived");
-        array->setVirtualSize(100);
-        array->setElementAt(1, round, nullptr);
-        EXPECT_EQ(array->elementAt(1, &agent), round);  // a stale page of an earlier round would say otherwise
-    }
 }

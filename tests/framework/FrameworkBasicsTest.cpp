@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "../TestSupport.h"
+#include "tests/TestSupport.h"
 #include "framework/AutoPtr.h"
 #include "framework/FormatStr.h"
 #include "framework/PathParser.h"
@@ -26,27 +26,6 @@ TEST(QtAtomBuffer, TracksOccupiedBytesAndReadPosition) {
     EXPECT_EQ(buffer.fileOffset(), 1008u);
 }
 
-TEST(QtAtomBuffer, NeverConsumesOrGivesBackMoreThanItHas) {
-    unsigned char bytes[4] = {1, 2, 3, 4};
-    QtAtomBuffer buffer(bytes, 4, QtAtomBuffer::Full);
-    buffer.removeInput(100);
-    EXPECT_EQ(buffer.nOccupied(), 0u);
-    EXPECT_EQ(buffer.bufferOffset(), 4u);
-    buffer.prepend(100);
-    EXPECT_EQ(buffer.nOccupied(), 4u);
-    EXPECT_EQ(buffer.bufferOffset(), 0u);
-}
-
-TEST(QtAtomBuffer, OwnedStorageGrowsOnAppendAndFillZeroes) {
-    QtAtomBuffer buffer(4);
-    unsigned char const bytes[3] = {1, 2, 3};
-    ASSERT_TRUE(buffer.append(bytes, 3));
-    ASSERT_TRUE(buffer.append(80, true));
-    EXPECT_EQ(buffer.nOccupied(), 83u);
-    EXPECT_EQ(buffer.ptrData()[2], 3);
-    for (unsigned i = 3; i < 83; ++i) ASSERT_EQ(buffer.ptrData()[i], 0);
-}
-
 TEST(QtAtomBuffer, CallerStorageRefusesWhatDoesNotFitReportsOnceAndStaysRefused) {
     unsigned char storage[6] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     QtAtomBuffer buffer(storage, 4, QtAtomBuffer::Empty);
@@ -61,32 +40,6 @@ TEST(QtAtomBuffer, CallerStorageRefusesWhatDoesNotFitReportsOnceAndStaysRefused)
     EXPECT_EQ(capture.count(MsgLevel::Error), 1u);
     buffer.reset(QtAtomBuffer::Empty);
     EXPECT_TRUE(buffer.append(bytes, 3));
-}
-
-TEST(DebuggerOn, SetsFlagsByTableAndName) {
-    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", true));
-    EXPECT_TRUE(quicktimeDbg.on(QtDbgAtomErrors));
-    EXPECT_TRUE(DebuggerOn::get("quicktimeDbg", "atom errors"));
-    EXPECT_TRUE(DebuggerOn::set("quicktimeDbg", "atom errors", false));
-    EXPECT_FALSE(quicktimeDbg.on(QtDbgAtomErrors));
-    EXPECT_FALSE(DebuggerOn::set("quicktimeDbg", "no such flag", true));
-    EXPECT_FALSE(DebuggerOn::set("noSuchTable", "atom errors", true));
-    EXPECT_TRUE(DebuggerOn::setFromText("quicktimeLegacyDbg:use stco"));
-    EXPECT_TRUE(quicktimeLegacyDbg.on(QtLegacyUseStco));
-    DebuggerOn::set("quicktimeLegacyDbg", "use stco", false);
-    EXPECT_FALSE(DebuggerOn::setFromText("quicktimeDbg"));
-}
-
-TEST(DebuggerOn, TablesHaveTheirFlagsInBitOrder) {
-    EXPECT_EQ(quicktimeDbg.flagCount(), 32u);
-    EXPECT_STREQ(quicktimeDbg.flagName(0), "all sizes");
-    EXPECT_STREQ(quicktimeDbg.flagName(12), "reservations");
-    EXPECT_STREQ(quicktimeDbg.flagName(19), "atom errors");
-    EXPECT_STREQ(quicktimeDbg.flagName(21), "no file offsets");
-    EXPECT_STREQ(quicktimeDbg.flagName(31), "code page suppress");
-    EXPECT_EQ(quicktimeLegacyDbg.flagCount(), 5u);
-    EXPECT_STREQ(quicktimeLegacyDbg.flagName(4), "ignore display offsets");
-    EXPECT_EQ(mediaObjDbg.findFlag("media cache"), 0);
 }
 
 TEST(Messages, GoToTheInstalledSinkWithTheirLevel) {
@@ -128,23 +81,6 @@ TEST(SharedCharPtrSet, RecyclesBuffersAndGrowsThem) {
     b->release();
 }
 
-TEST(SharedCharPtrSet, IsSafeAcrossThreads) {
-    SharedCharPtrSet set;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&set] {
-            for (int i = 0; i < 1000; ++i) {
-                SharedCharPtr* p = set.alloc(64);
-                p->get()[0] = 'x';
-                p->release();
-            }
-        });
-    for (auto& t : threads) t.join();
-    EXPECT_EQ(set.recycled(), 4000u);
-    EXPECT_LE(set.created(), 4u);
-    EXPECT_EQ(set.freeCount(), set.created());
-}
-
 TEST(PathParser, SplitsDirectoryNamePrefixAndExtension) {
     PathParser p("/media/clips/._take1.mov");
     EXPECT_STREQ(p.getDirectory(), "/media/clips/");
@@ -154,10 +90,4 @@ TEST(PathParser, SplitsDirectoryNamePrefixAndExtension) {
     PathParser bare("._hidden");
     EXPECT_STREQ(bare.getPrefix(), "._hidden");
     EXPECT_STREQ(bare.getExtension(), "");
-}
-
-TEST(FormatStr, FormatsIntoAnOwnedString) {
-    AutoPtr<char> text = FormatStr("%s@%ld", "moov", 1234l);
-    EXPECT_STREQ(text.get(), "moov@1234");
-    EXPECT_EQ(copyText(nullptr).get(), nullptr);
 }

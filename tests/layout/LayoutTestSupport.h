@@ -11,6 +11,7 @@
 
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "tests/TestSupport.h"
 
 // A QtAtomPreserved of `type` with `bodySize` bytes of `fill`, decoded from bytes and attached
 // under `parent`.
@@ -26,26 +27,6 @@ inline QtAtomPreserved const* addPreserved(BaseQtAtom const* parent, char const*
     buffer.setFileOffset(offset);
     atom->decode(buffer);
     return atom;
-}
-
-// The bytes of an atom with the given type and body.
-inline std::vector<unsigned char> atomBytes(char const* type, std::vector<unsigned char> const& body) {
-    unsigned int size = static_cast<unsigned int>(8 + body.size());
-    std::vector<unsigned char> bytes;
-    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<unsigned char>(size >> (24 - 8 * i)));
-    bytes.insert(bytes.end(), type, type + 4);
-    bytes.insert(bytes.end(), body.begin(), body.end());
-    return bytes;
-}
-
-inline std::vector<unsigned char> filled(unsigned int n, unsigned char fill) {
-    return std::vector<unsigned char>(n, fill);
-}
-
-inline std::vector<unsigned char> concat(std::vector<std::vector<unsigned char>> const& parts) {
-    std::vector<unsigned char> all;
-    for (auto const& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
 }
 
 struct TopLevelAtom {

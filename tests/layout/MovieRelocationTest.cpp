@@ -3,7 +3,7 @@
 // must find exactly one 'moov', and it must be the complete, current movie.
 #include <gtest/gtest.h>
 
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"

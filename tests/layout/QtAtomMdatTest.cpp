@@ -5,21 +5,6 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"
 
-TEST(QtAtomMdat, NewMdatHasA16ByteHeaderAndItsDataAfterIt) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    root.appendChild(new QtAtomMoov(nullptr, QtAtomMoov::kMoovId));
-    auto* mdat = new QtAtomMdat(&root, 1000);
-    EXPECT_EQ(mdat->getSize(), 1016u);
-    EXPECT_EQ(mdat->getFileOffset(), 8u);
-    EXPECT_EQ(mdat->getDataOffset(), 24u);
-    QtAtomBuffer buffer(16);
-    mdat->encode(buffer);
-    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()),
-              (std::vector<unsigned char>{0, 0, 0, 1, 'm', 'd', 'a', 't', 0, 0, 0, 0, 0, 0, 3, 0xF8}));
-    // The size pass keeps it as it is.
-    EXPECT_EQ(root.recalcOffset(QtTreeSize(false, 0, 0)).size, 8u + 1016u);
-}
-
 TEST(QtAtomMdat, OnlyTheLastTopLevelAtomGrows) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
     auto* first = new QtAtomMdat(&root, 100);

@@ -5,7 +5,7 @@
 #include <future>
 #include <thread>
 
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"
@@ -69,98 +69,6 @@ class RootWithMovie : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(RootWithMovie, SecondFlushOfTheSameMovieAtTheSamePlaceIsRedundant) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages;
-    file->holdWrites();
-    EXPECT_TRUE(root->flush(moov));
-    EXPECT_FALSE(root->flush(moov));
-    EXPECT_TRUE(messages.contains(": flush moov@20 is redundant\n"));
-    EXPECT_EQ(root->pendingFlushes(), 1u);
-    moov->recalcOffset(QtTreeSize(true, 0, 4096));  // moved: a flush at the new place is a new one
-    EXPECT_TRUE(root->flush(moov));
-    EXPECT_EQ(root->pendingFlushes(), 2u);
-    file->releaseWrites();
-    file->waitForFlushes();
-    EXPECT_EQ(root->pendingFlushes(), 0u);
-    EXPECT_EQ(moov->getFlushedOffset(), 4096u);  // the notices came back in order
-}
-
-TEST_F(RootWithMovie, FlushOfAFinalMovieOnlyReportsItDone) {
-    ASSERT_TRUE(root->flush(moov));
-    root->hasFinalForm(true);
-    ASSERT_TRUE(moov->hasFinalForm());
-    unsigned int writes = file->writeCount();
-    EXPECT_FALSE(root->flush(moov));
-    EXPECT_EQ(root->pendingFlushes(), 0u);
-    EXPECT_EQ(file->writeCount(), writes);
-}
-
-TEST_F(RootWithMovie, UnknownFlushNoticeIsReportedAndStillWakesEveryWaiter) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages("hasFinalForm() blocked on flush");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    std::atomic<int> woken{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i)
-        waiters.emplace_back([&] {
-            root->hasFinalForm(true);
-            ++woken;
-        });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    EXPECT_EQ(woken.load(), 0);
-    int bogus = 0;
-    BasicIOTypes::FlushNotify notice;
-    notice.element = &bogus;
-    EXPECT_FALSE(root->flushCb(notice));
-    for (auto& waiter : waiters) waiter.join();  // woken although their flush is still pending
-    EXPECT_EQ(woken.load(), 2);
-    EXPECT_TRUE(messages.contains("QtAtomRoot::flushCb: can't find entry for"));
-    EXPECT_EQ(root->pendingFlushes(), 1u);
-    file->releaseWrites();
-    file->waitForFlushes();
-}
-
-TEST_F(RootWithMovie, HasFinalFormWaitBlocksUntilThePendingFlushCompletes) {
-    ScopedDebugFlag flag("quicktimeDbg", "reservations");
-    ThreadedMessages messages("hasFinalForm() blocked on flush");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    auto result = std::async(std::launch::async, [&] { return root->hasFinalForm(true); });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    EXPECT_EQ(result.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
-    file->releaseWrites();
-    EXPECT_TRUE(result.get());  // the movie is final once its flush is done
-}
-
-TEST_F(RootWithMovie, HasFinalFormWaitDoesNotBlockWithNothingPending) {
-    auto result = std::async(std::launch::async, [&] { return root->hasFinalForm(true); });
-    ASSERT_EQ(result.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    EXPECT_FALSE(result.get());  // nothing flushed yet: not final
-}
-
-TEST_F(RootWithMovie, DestructorWaitsForAFlushInFlight) {
-    ThreadedMessages messages("waiting for 1 flushes to complete");
-    file->holdWrites();
-    ASSERT_TRUE(root->flush(moov));
-    ASSERT_TRUE(file->waitForHeldWrite(10000));
-    std::atomic<bool> destroyed{false};
-    std::thread closer([&] {
-        root.reset();
-        destroyed = true;
-    });
-    ASSERT_TRUE(messages.signalled.timedWait(10000));
-    waitMsec(20);
-    EXPECT_FALSE(destroyed.load());
-    file->releaseWrites();
-    closer.join();
-    EXPECT_TRUE(destroyed.load());
-    EXPECT_TRUE(messages.contains(": flushes done\n"));
-    EXPECT_EQ(file->reservationCallback(), nullptr);  // the file no longer reports to the dead root
-}
-
 TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
     file->holdWrites();
     ASSERT_TRUE(root->flush(moov));
@@ -179,24 +87,6 @@ TEST_F(RootWithMovie, WriteDirtyLeavesAMovieWithAFlushInFlightToThatFlush) {
     EXPECT_FALSE(root->hasFinalForm(false));
     ASSERT_TRUE(root->writeDirty());
     EXPECT_EQ(readRange(temp.path(), 20, 8), (std::vector<unsigned char>{0, 0, 0, 132, 'm', 'o', 'o', 'v'}));
-}
-
-TEST(QtAtomRoot, ReservationNoAtomClaimsIsReportedAsHoldOrRelease) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul));
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    MessageCapture messages;
-    VirtualBase::Reservation past{500, 10, false};
-    EXPECT_TRUE(root.reserveCb(past));
-    past.release = true;
-    root.reserveCb(past);
-    EXPECT_TRUE(messages.contains("QtAtomRoot::reserveCb: reservation {500,10,hold} unclaimed\n"));
-    EXPECT_TRUE(messages.contains("QtAtomRoot::reserveCb: reservation {500,10,release} unclaimed\n"));
-    VirtualBase::Reservation inside{10, 10, false};
-    messages.clear();
-    root.reserveCb(inside);
-    EXPECT_TRUE(messages.all().empty());
-    EXPECT_TRUE(root.getChild()->isReserved());
 }
 
 TEST(QtAtomRoot, StructureWithoutExactlyOneMoovIsReportedOnceUnlessAtomErrorsIsOn) {
@@ -219,17 +109,6 @@ TEST(QtAtomRoot, StructureWithoutExactlyOneMoovIsReportedOnceUnlessAtomErrorsIsO
     EXPECT_TRUE(messages.contains("flagged: 1 skip, 0 moov:"));
 }
 
-TEST(QtAtomRoot, TwoMoovOnDiskAreReportedAndTheMovieObjectIsFound) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* oldPlace = new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul);  // still a moov on disk
-    root.appendChild(oldPlace);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    MessageCapture messages;
-    EXPECT_EQ(root.checkStructure("two"), moov);
-    EXPECT_TRUE(messages.contains("two: 0 skip, 2 moov: skip@0={skip@"));
-    EXPECT_TRUE(messages.contains(" moov@100={moov@"));
-}
-
 TEST(QtAtomRoot, AdjacentSkipsMergeIntoOneWithTheSummedSize) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
     addPreserved(&root, "ftyp", 12, 'f');
@@ -247,32 +126,6 @@ TEST(QtAtomRoot, AdjacentSkipsMergeIntoOneWithTheSummedSize) {
     EXPECT_EQ(merged->getSibling(), mdat);
     EXPECT_EQ(mdat->getFileOffset(), 195u);  // the atom after the run keeps its place
     EXPECT_FALSE(root.coalesceSkip());
-}
-
-TEST(QtAtomRoot, ReservedSkipIsNeverMerged) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    for (unsigned long size : {100ul, 50ul, 25ul})
-        root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, size, 0ul));
-    root.recalcOffset(QtTreeSize(true, 0, 0));
-    BaseQtAtom const* middle = root.getChild()->getSibling();
-    ASSERT_TRUE(middle->update(VirtualBase::Reservation{110, 10, false}));
-    MessageCapture messages;
-    EXPECT_FALSE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 3u);
-    ASSERT_TRUE(middle->update(VirtualBase::Reservation{110, 10, true}));
-    EXPECT_TRUE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 1u);
-    EXPECT_EQ(root.getChild()->getSize(), 175u);
-}
-
-TEST(QtAtomRoot, SkipsAroundTheMovieOrAMovieStillShowingMoovAreNotMerged) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    root.appendChild(new QtAtomSkip(QtAtomMoov::kMoovId, 100, 0ul));  // the old movie, still valid
-    root.appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, 50, 0ul));
-    new QtAtomMoov(&root, QtAtomSkip::kSkipId);  // the new copy, not yet switched
-    MessageCapture messages;
-    EXPECT_FALSE(root.coalesceSkip());
-    EXPECT_EQ(root.countChildren(), 3u);
 }
 
 TEST(QtAtomRoot, ClosingAnOpenEndedMdatPast4GiBTurnsAPrecedingWideIntoItsHeader) {
@@ -313,74 +166,4 @@ TEST(QtAtomRoot, OpenEndedMdatPast4GiBWithoutAWideBeforeItCannotBeClosed) {
     EXPECT_FALSE(root.closeOpenEndedAtom());
     EXPECT_FALSE(mdat->isOpenEnded());
     EXPECT_EQ(mdat->getHeaderSize(), 8u);
-}
-
-TEST(QtAtomRoot, CacheAccountingGivesEachKindOneBlockMoreThanItNeedsPlusTheExtra) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    file->setCacheExtraBlocks(3);
-    QtAtomRoot root(file, 0);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::EssenceBytes, 0));
-    EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);  // 0 table bytes: one block plus the extra
-    EXPECT_EQ(file->cacheBlocks(), 8u);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 4097));
-    EXPECT_EQ(file->cacheTableBlocks(), 3u + 3u);  // 4097 bytes need 2 blocks
-    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), 4097u);
-    EXPECT_EQ(root.getSizeAdvice(), 6);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, -4097));
-    EXPECT_EQ(file->cacheTableBlocks(), 1u + 3u);
-}
-
-TEST(QtAtomRoot, CacheAccountingRefusesANegativeTotalAndAZeroBlockSize) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    QtAtomRoot root(file, 0);
-    MessageCapture messages;
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::TableBytes, -1));
-    EXPECT_TRUE(messages.contains("adjustCache: check failed at quicktimeutil.cpp:9254"));
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::EssenceBytes, -1));
-    EXPECT_TRUE(messages.contains("quicktimeutil.cpp:9260"));
-    EXPECT_EQ(file->cacheBytes(BasicIOTypes::CacheTable), 0u);
-    file->setCacheBlockSize(0);
-    EXPECT_FALSE(root.adjustCache(BaseQtAtom::TableBytes, 10));
-    EXPECT_TRUE(messages.contains("quicktimeutil.cpp:9270"));
-}
-
-TEST(QtAtomRoot, CacheOverTheFileLimitFallsBackToALimitedGrant) {
-    TempFile temp;
-    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::Create);
-    file->setCacheLimit(8 * 4096);
-    QtAtomRoot root(file, 0);
-    MessageCapture messages;
-    ScopedDebugFlag mediaCache("mediaObjDbg", "media cache");
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 40 * 4096));
-    EXPECT_TRUE(file->cacheLimited());
-    EXPECT_EQ(file->cacheBlocks(), 8u);
-    EXPECT_TRUE(messages.contains("b essence + 163840b table: 0==>44 cache blocks\n"));
-}
-
-TEST(QtAtomRoot, SizeAdviceIsTwoWithoutAFile) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    EXPECT_EQ(root.getSizeAdvice(), 2);
-    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
-    EXPECT_EQ(moov->getSizeAdvice(), 2);
-    EXPECT_TRUE(root.adjustCache(BaseQtAtom::TableBytes, 10));  // no file: nothing to account
-}
-
-TEST_F(RootWithMovie, OwnerReshapesTheTopLevelWhileTheFileThreadReportsFlushes) {
-    MessageCapture quiet;  // unclaimed events of a moving movie may be reported
-    for (int i = 0; i < 200; ++i) {
-        moov->write();
-        root->flush(moov);
-        if (i % 20 == 10) {
-            moov->relocate();
-            root->recalcOffset(QtTreeSize(true, 0, 0));
-        }
-        if (i % 20 == 15 && moov->updateDiskId()) root->writeDirty();
-        root->coalesceSkip();
-    }
-    while (root->pendingFlushes() > 0) root->hasFinalForm(true);
-    EXPECT_FALSE(moov->isReserved());
-    for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling())
-        EXPECT_FALSE(atom->isReserved()) << atom->toString().get();
 }

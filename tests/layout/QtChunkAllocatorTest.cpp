@@ -58,23 +58,3 @@ TEST(QtChunkAllocator, AnMdatThatIsNotLastKeepsServingItsRoomButNeverGrows) {
     // The old room's last 50 bytes still serve a small chunk.
     EXPECT_EQ(allocator.alloc(50, &root), (Chunk{first.offset + 250, 50}));
 }
-
-TEST(QtChunkAllocator, AllocBeyondWhatFindCanGiveReturnsTheEmptyChunkAndTakesNothing) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    QtChunkAllocator allocator;
-    allocator.alloc(100, &root);
-    root.appendChild(new QtAtomMoov(nullptr, QtAtomMoov::kMoovId));
-    allocator.find(100, &root);  // 100 free bytes in a second mdat, which then stops being last
-    new QtAtomFree(&root);
-    unsigned long room = mdats(root)[1]->getDataOffset();
-
-    MessageCapture messages;
-    // Without a root nothing can be made, and no room holds 150 bytes.
-    EXPECT_EQ(allocator.alloc(150, nullptr), Chunk());
-    EXPECT_TRUE(messages.contains("QtChunkAllocator::find: failed for ?\n"));
-    EXPECT_EQ(allocator.alloc(100, nullptr), (Chunk{room, 100}));
-    EXPECT_EQ(mdats(root).size(), 2u);
-
-    QtChunkAllocator empty;
-    EXPECT_EQ(empty.alloc(0, nullptr), Chunk());
-}

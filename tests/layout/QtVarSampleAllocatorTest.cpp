@@ -26,22 +26,6 @@ unsigned long record(QtSampleAllocator& allocator, QtAtomRoot const& root, unsig
 
 }  // namespace
 
-TEST(QtSampleAllocator, SamplesOfOneSizeGetRoomForTheCountPerChunk) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    QtChunkAllocator chunks;
-    QtSampleAllocator allocator(chunks, 4);
-    unsigned long offset = 0;
-    EXPECT_FALSE(allocator.place(8, 2, offset));  // no chunk yet
-    QtChunkAllocator::Chunk chunk = allocator.allocChunk(samples(8, 2), &root, true);
-    EXPECT_EQ(chunk.size, 16u);
-    for (unsigned long expected = chunk.offset; expected < chunk.offset + 16; expected += 4) {
-        ASSERT_TRUE(allocator.place(4, 1, offset));
-        EXPECT_EQ(offset, expected);
-    }
-    EXPECT_FALSE(allocator.place(4, 1, offset));
-    EXPECT_EQ(allocator.getSampleCount(), 4u);
-}
-
 // Two samples per chunk, a pad of 8. The first chunk is estimated from its first sample of 100
 // bytes: (100 + 8) x 2 = 216, plus the pad.
 TEST(QtVarSampleAllocator, SmoothsTheChunkSizeOverTwoToThePerChunksOrReestimatesFromBytesPerSample) {

@@ -8,7 +8,7 @@
 
 #include "framework/BasicFileIO.h"
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/recorder/QtMovieRecorder.h"
 #include "quicktime/tables/QtTrackSamples.h"

@@ -6,7 +6,7 @@
 #include <set>
 #include <vector>
 
-#include "SyncTableTestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 #include "quicktime/tables/QtAtomCompShift.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
@@ -97,8 +97,7 @@ inline std::vector<std::pair<uint32_t, int32_t>> derivedRuns(std::string const& 
 
 // A movie with one video track of the given decode-order types: 'stts' of `ticks`, 'stss' at the I
 // frames, the derived 'ctts' and 'stsz'.
-inline SyncTest::Bytes gopMovie(std::string const& types, int32_t ticks) {
-    using namespace SyncTest;
+inline Bytes gopMovie(std::string const& types, int32_t ticks) {
     std::vector<uint32_t> keys;
     for (size_t i = 0; i < types.size(); ++i)
         if (types[i] == 'I') keys.push_back(static_cast<uint32_t>(i + 1));

@@ -9,7 +9,7 @@
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtGopPattern.h"
 
-using namespace SyncTest;
+
 using namespace CompTest;
 
 namespace {
@@ -88,14 +88,6 @@ TEST(QtAtomCompTimeFrames, TypesComeFromZeroOffsetsAndKeyFrames) {
     }
 }
 
-TEST(QtAtomCompTimeFrames, WithoutSyncTablesEverySampleIsAnIFrame) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(3), cttsAtom({{1, 2}, {2, 0}})}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    EXPECT_EQ(ctts->getFrameSet(1, nullptr)->size(), 0u);
-    for (unsigned long s = 0; s < 3; ++s) EXPECT_EQ(ctts->getSample(s, nullptr).type, SampleCodingI) << s;
-}
-
 TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
     TempFile file;
     Bytes stts = fullAtom("stts", {1, 3, 100});
@@ -114,7 +106,7 @@ TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
 
 TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
     TempFile file;
-    Bytes sdtp = atom("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
+    Bytes sdtp = atomBytes("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
     // I P P P P, the last four marked: not depended on; depends, depended on; not depended on;
     // independent but not a key frame.
     AutoPtr<QtAtomRoot> root =
@@ -127,27 +119,6 @@ TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
 }
 
 // --- frame sets and anchors ---
-
-TEST(QtAtomCompTimeFrames, ReadersShareAUnitsSetAndRecycleTheirOwn) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 100), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    FileIoClientRec a, b;
-    auto first = ctts->getFrameSet(300, &a);
-    EXPECT_EQ(ctts->getFrameSet(400, &b).get(), first.get());  // same unit: shared
-    EXPECT_EQ(first->size(), 256u);
-    QtAtomCompTime::FrameSet* held = first.get();
-    first.reset();
-    auto second = ctts->getFrameSet(700, &a);  // a's set, no longer held, serves the new unit
-    EXPECT_EQ(second.get(), held);
-    EXPECT_EQ(second->getInFrame(), 512u);
-    auto kept = ctts->getFrameSet(900, &b);  // b holds its set: a new one is made instead
-    EXPECT_NE(kept.get(), second.get());
-    EXPECT_EQ(ctts->getFrameSetCache().count(), 2u);
-    ctts->closeVirtualTable(&a);
-    EXPECT_EQ(ctts->getFrameSetCache().count(), 1u);
-    EXPECT_EQ(second->getType(701), QtAtomCompTime::FrameType(SampleCodingB, 2, 0));  // still readable
-}
 
 TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit) {
     TempFile file;
@@ -168,91 +139,4 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
     EXPECT_EQ(anchors.get(5), good) << "rebuilt by the walk from unit 4";
 }
 
-TEST(QtAtomCompTimeFrames, SeveralReadersWithTheirOwnAgentsGetTheReferenceAnswers) {
-    TempFile file;
-    std::string types = repeat("IPBBBPBBBPBBB", 800);
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(types, 100));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    ASSERT_TRUE(ctts->hasVirtualTable());
-    std::vector<Sample> expected = referenceDecode(*ctts, types.size());
-    std::vector<std::string> failures(4);
-    std::vector<std::thread> readers;
-    for (unsigned int t = 0; t < failures.size(); ++t) {
-        readers.emplace_back([&, t] {
-            FileIoClientRec agent;
-            std::mt19937 random(t);
-            for (int i = 0; i < 3000 && failures[t].empty(); ++i) {
-                unsigned long s = random() % types.size();
-                if (!(ctts->getSample(s, &agent) == expected[s])) failures[t] = "sample " + std::to_string(s);
-            }
-            ctts->closeVirtualTable(&agent);
-        });
-    }
-    for (std::thread& reader : readers) reader.join();
-    for (std::string const& failure : failures) EXPECT_EQ(failure, "");
-}
-
-// Units of equal runs are answered from one kept set; units whose runs are equal but whose key
-// frames differ must not be.
-TEST(QtAtomCompTimeFrames, UnitsOfEqualRunsButOtherKeyFramesAreNotConfused) {
-    TempFile file;
-    std::string types(256 * 40, 'P');
-    std::mt19937 random(3);
-    for (size_t unit = 0; unit < 40; ++unit) types[unit * 256 + random() % 256] = 'I';
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(types, 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    std::vector<Sample> expected = referenceDecode(*ctts, types.size());
-    FileIoClientRec agent;
-    ctts->getSample(types.size() - 1, &agent);  // the walk from the start signs every unit
-    for (unsigned long s = 0; s < types.size(); s += 17)
-        ASSERT_EQ(text(ctts->getSample(s, &agent)), text(expected[s])) << s;
-}
-
-TEST(QtAtomCompTimeFrames, CursorIsPlacedThroughTheAnchorsOfATableWithoutSyncTables) {
-    TempFile file;
-    std::string types = repeat("IBBP", 200);
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(800), cttsAtom(derivedRuns(types, 10))}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    ASSERT_EQ(ctts->getStss(), nullptr);
-    QtAtomCompTime::DiskIterator cursor(ctts->getArray(), 0, nullptr);
-    ASSERT_TRUE(ctts->seekSample(cursor, 517, nullptr));
-    EXPECT_EQ(cursor.getSample(), 517u);
-    EXPECT_EQ(cursor.getOffset(), 0);  // 517 = 4 * 129 + 1: a B frame
-    EXPECT_EQ(cursor.getAnchor(), 516u);
-    cursor++;
-    cursor++;
-    EXPECT_EQ(cursor.getOffset(), 10);  // a P followed by no B frame
-    EXPECT_FALSE(ctts->seekSample(cursor, 800, nullptr));
-}
-
 // --- the older path and the printouts ---
-
-TEST(QtAtomCompTimeFrames, OldPathAgreesWithFrameSets) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 60), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    MessageCapture capture;
-    ScopedDebugFlag old("quicktimeLegacyDbg", "old ctts lookup");
-    for (unsigned long s = 0; s < 720; s += 7) ctts->getSample(s, nullptr);
-    EXPECT_EQ(capture.all().find("old={"), std::string::npos) << capture.all();
-    EXPECT_TRUE(ctts->rebuildAbs(600, nullptr));
-    EXPECT_FALSE(ctts->rebuildAbs(2000, nullptr));  // past the table
-}
-
-TEST(QtAtomCompTimeFrames, DumpCondensesAUnitIntoRepeatedGops) {
-    QtGopPattern pattern(0);
-    for (char c : std::string("IBBP")) pattern += c == 'I' ? SampleCodingI : c == 'P' ? SampleCodingP : SampleCodingB;
-    pattern.markRepeat();
-    int n = 0;
-    EXPECT_STREQ(pattern.toString(n).get(), "0{IBBP}*2");
-    EXPECT_STREQ(pattern.toString(n).get(), ",0{IBBP}*2");
-
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(repeat("IBBPBBPBBPBB", 60), 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    MessageCapture capture;
-    ctts->getFrameSet(256, nullptr)->dumpSet();
-    // Unit 1 starts 4 frames into a GOP (256 = 21 * 12 + 4).
-    EXPECT_NE(capture.all().find("[256]={256{BBPBBPBB},264{IBBPBBPBBPBB}*20,504{IBBPBBPB}}"), std::string::npos)
-        << capture.all();
-}

@@ -2,13 +2,13 @@
 
 #include <random>
 
-#include "SyncTableTestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 
-using namespace SyncTest;
+
 using DiskEntry = QtAtomCompTime::DiskEntry;
 using Sparse = QtAtomCompTime::Sparse;
 
@@ -88,61 +88,7 @@ INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeCorpus, ::testing::ValuesIn(corpusMovie
     return name;
 });
 
-TEST(QtAtomCompTime, VersionOneTablesKeepTheirNegativeOffsets) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_negcts.mov").c_str());
-    QtAtomCompTime const* ctts = compTable(*root);
-    ASSERT_NE(ctts, nullptr);
-    EXPECT_EQ(ctts->getVersionAndFlags().version, 1u);
-    bool negative = false;
-    for (unsigned int i = 0; i < ctts->getNumEntries(); ++i)
-        negative = negative || ctts->getEntry(i, nullptr).offset < 0;
-    EXPECT_TRUE(negative);
-}
-
 // --- reading and writing the atom ---
-
-TEST(QtAtomCompTime, SixteenEntriesStayInMemoryAndSeventeenSlotsLiveInTheFile) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(48), cttsAtom(gopRuns(8, 10))}));
-    QtAtomCompTime const* small = compTable(*root);
-    ASSERT_EQ(small->getSize(), 144u);
-    EXPECT_TRUE(small->needsAllData());
-    EXPECT_FALSE(small->hasVirtualTable());
-    EXPECT_EQ(small->getEncodeSize(), 144u);
-
-    TempFile other;
-    root = readMovie(other, movieWithTable({stszAtom(48), cttsAtom(gopRuns(8, 10), 1)}));
-    QtAtomCompTime const* large = compTable(*root);
-    ASSERT_EQ(large->getSize(), 152u);
-    EXPECT_FALSE(large->needsAllData());
-    EXPECT_TRUE(large->hasVirtualTable());
-    EXPECT_EQ(large->getEncodeSize(), 16u);
-    EXPECT_EQ(large->getEntry(15, nullptr), DiskEntry(2, 0));
-    EXPECT_EQ(large->getEntry(14, nullptr), DiskEntry(1, 30));
-}
-
-TEST(QtAtomCompTime, CountLargerThanTheAtomEmptiesTheTable) {
-    TempFile file;
-    Bytes ctts = fullAtom("ctts", {3, 1, 5, 2, 0});  // claims 3 runs, holds 2
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(3), ctts}));
-    QtAtomCompTime const* table = compTable(*root);
-    ASSERT_NE(table, nullptr);
-    EXPECT_EQ(table->getNumEntries(), 0u);
-    QtAtomCompTime::DiskIterator it(table->getArray(), 0, nullptr);
-    EXPECT_FALSE(it++);
-}
-
-TEST(QtAtomCompTime, EncodesAnInMemoryTableWithItsReserveAsZeros) {
-    GrowingTable table(4);
-    ASSERT_FALSE(table.ctts->hasVirtualTable());
-    DiskEntry first(2, 512), second(1, -512);
-    ASSERT_TRUE(table.ctts->addCTTSEntry(first, 7));  // an empty table starts at index 0 whatever is asked
-    ASSERT_TRUE(table.ctts->addCTTSEntry(second, 1));
-    QtAtomBuffer buffer(64);
-    EXPECT_TRUE(table.ctts->encode(buffer));
-    Bytes expected = fullAtom("ctts", {2, 2, 512, 1, static_cast<uint32_t>(-512)}, 2 * 8);
-    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()), expected);
-}
 
 TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
     TempFile file;
@@ -176,17 +122,6 @@ TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
     EXPECT_EQ(shifted.getDependOff(), 1u);  // the B run (offset -3 shifted) is not zero
     shifted++;
     EXPECT_EQ(shifted.getDependOff(), 1u);  // on a P whose shifted offset is 0, after a non-zero run
-}
-
-TEST(QtAtomCompTime, IteratorStopsAtARunWithCountZero) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(5), cttsAtom({{2, 1}, {0, 0}, {3, 2}})}));
-    QtAtomCompTime const* ctts = compTable(*root);
-    QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
-    EXPECT_TRUE(it++);
-    EXPECT_FALSE(it++);  // entry 1 has no samples
-    EXPECT_EQ(it.getDiskIdx(), 1u);
 }
 
 TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
@@ -258,171 +193,9 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
     EXPECT_EQ(empty.ctts->getArray().getVirtualSize(), 5000u);
 }
 
-TEST(QtAtomCompTime, AnInMemoryTableGoesToTheFileWhenItGrowsPastSixteen) {
-    GrowingTable table(4);
-    ASSERT_FALSE(table.ctts->hasVirtualTable());
-    DiskEntry entry(3, 7);
-    ASSERT_TRUE(table.ctts->addDiskEntry(entry, 0));
-    table.ctts->setCapacity(40);  // one entry per sample so far is planned as 2/3
-    EXPECT_TRUE(table.ctts->hasVirtualTable());
-    EXPECT_EQ(table.ctts->getArray().getVirtualSize(), 27u);
-    EXPECT_EQ(table.ctts->getEntry(0, nullptr), DiskEntry(3, 7));
-}
-
-TEST(QtAtomCompTime, DamagedRunsAreReportedOncePerLowestIndexAndRepairedInTheCopy) {
-    GrowingTable table(4);
-    MessageCapture capture;
-    DiskEntry bad(0, 44);
-    EXPECT_FALSE(table.ctts->badDiskEntry(9, bad));
-    EXPECT_EQ(bad, DiskEntry(1, 0));
-    DiskEntry again(0, 1);
-    table.ctts->badDiskEntry(12, again);  // later than the first: silent
-    table.ctts->badDiskEntry(9, again);   // the same: silent
-    EXPECT_EQ(capture.count(MsgLevel::Error), 1u);
-    table.ctts->badDiskEntry(3, again);  // earlier: reported
-    EXPECT_EQ(capture.count(MsgLevel::Error), 2u);
-    EXPECT_TRUE(capture.contains("ctts[3 of -1].cnt=0,ctts")) << capture.all();
-    EXPECT_EQ(table.ctts->getFirstBadEntry(), 3u);
-}
-
 // --- seeds ---
 
-TEST(QtAtomCompTime, SeedKeepsEverySixtyFourthAnchorAndGivesThemBack) {
-    GrowingTable table(4);
-    QtAtomCompTime::SparseArray& anchors = table.ctts->getSparseArray();
-    for (unsigned int unit = 0; unit < 300; ++unit)
-        anchors.set(unit, Sparse(unit, 1, unit * 256, unit * 256 - (unit > 0)));
-    anchors.set(192, Sparse());  // one never reached
-    MessageCapture capture;
-    QtAtomCompTime::SparseSeed seed = table.ctts->getSeed(100000);
-    EXPECT_EQ(seed.nEntries, 7u);
-    EXPECT_EQ(seed.used, 5u);  // units 0, 64, 128, 192, 256
-    EXPECT_EQ(seed.interval, 16384u);
-    EXPECT_EQ(seed.slots[2], Sparse(128, 1, 128 * 256, 128 * 256 - 1));
-    EXPECT_TRUE(capture.contains("Warning: QtAtomCompTime::SparseSeed has 1 zeros"));
-
-    GrowingTable reopened(4);
-    reopened.ctts->setSeed(seed);
-    QtAtomCompTime::SparseArray& restored = reopened.ctts->getSparseArray();
-    EXPECT_EQ(restored.size(), 257u);
-    EXPECT_EQ(restored.get(64), anchors.get(64));
-    EXPECT_EQ(restored.get(256), anchors.get(256));
-    EXPECT_FALSE(restored.get(65).valid());
-    EXPECT_TRUE(reopened.ctts->getSeed(0) == seed);
-}
-
-TEST(QtAtomCompTime, SeedCopiesCompareByTheirUsedSlots) {
-    QtAtomCompTime::SparseSeed a;
-    a.setSize(3);
-    a.used = 2;
-    a.interval = 16384;
-    a.slots[0] = Sparse(0, 1, 0, 0);
-    a.slots[1] = Sparse(9, 2, 16384, 16383);
-    a.slots[2] = Sparse(7, 7, 7, 7);
-    QtAtomCompTime::SparseSeed b(a);
-    EXPECT_TRUE(a == b);
-    b.slots[2] = Sparse();  // beyond the used slots
-    EXPECT_TRUE(a == b);
-    b.slots[1].anchor = 1;
-    EXPECT_FALSE(a == b);
-    b = a;
-    EXPECT_TRUE(a == b);
-    b.setSize(2);  // shrinking keeps the allocation
-    EXPECT_EQ(b.nEntries, 2u);
-    EXPECT_EQ(b.slots[1], a.slots[1]);
-}
-
-TEST(QtAtomCompTime, SparseTextNamesItsFieldsOnlyOnce) {
-    Sparse sparse(1, 2, 3, 4);
-    std::string first = sparse.toString().get();
-    std::string second = sparse.toString().get();
-    EXPECT_EQ(second, "{1,2,3,4}");
-    EXPECT_TRUE(first == second || first == "{diskIdx,count,sample,anchor}={1,2,3,4}") << first;
-}
-
 // --- siblings and printout ---
-
-TEST(QtAtomCompTime, FindsItsSiblingTables) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());
-    QtAtomCompTime const* ctts = compTable(*root);
-    ASSERT_NE(ctts, nullptr);
-    EXPECT_NE(ctts->getStss(), nullptr);
-    EXPECT_EQ(ctts->getStps(), nullptr);
-    EXPECT_NE(ctts->getSdtp(), nullptr);
-    EXPECT_EQ(ctts->getCslg(), nullptr);
-    EXPECT_EQ(ctts->getTicksPerSample(), 512u);  // 25 fps in a time scale of 12800
-    AutoPtr<QtAtomRoot> withShift = QtAtomReader::readFile(testDataPath("h264_negcts_cslg_alis.mov").c_str());
-    EXPECT_NE(compTable(*withShift)->getCslg(), nullptr);
-}
-
-TEST(QtAtomCompTime, ShowMarksGroupsWithDamagedRuns) {
-    TempFile file;
-    std::vector<std::pair<uint32_t, int32_t>> runs = gopRuns(5, 1);
-    runs[3].first = 0;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(15), cttsAtom(runs)}));
-    QtAtomCompTime const* ctts = compTable(*root);
-    MessageCapture capture;
-    ctts->show();
-    EXPECT_NE(capture.all().find(",cap=10,cnt/off[10]={{1,3},{2,0},{1,3},...,{2,0}}\n"), std::string::npos)
-        << capture.all();
-    capture.clear();
-    ScopedDebugFlag all("quicktimeDbg", "all sizes");
-    ctts->show();
-    std::string indent(14, ' ');
-    EXPECT_NE(capture.all().find("={\n" + indent +
-                                 "0:{1,3},{2,0},{1,3},{0,0},{1,3},{2,0},{1,3},{2,0}, <-- bad!!\n" + indent +
-                                 "[8]=f10:{1,3},{2,0}}\n"),
-              std::string::npos)
-        << capture.all();
-}
-
-TEST(QtAtomCompTime, MovingTheAtomTakesItsRunsAlong) {
-    TempFile file;
-    Bytes bytes = movieWithTable({stszAtom(60), cttsAtom(gopRuns(20, 7))});
-    AutoPtr<QtAtomRoot> root = readMovie(file, bytes);
-    QtAtomCompTime const* ctts = compTable(*root);
-    ASSERT_TRUE(ctts->hasVirtualTable());
-    unsigned long from = ctts->getFileOffset(), to = from + 1000;
-    ctts->setSizeAndOffset(QtTreeSize(true, ctts->getSize(), to));
-    Bytes moved = readFileBytes(file.path());
-    ASSERT_GE(moved.size(), to + ctts->getSize());
-    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 16),
-                    moved.begin() + static_cast<long>(to + ctts->getSize())),
-              Bytes(bytes.begin() + static_cast<long>(from + 16),
-                    bytes.begin() + static_cast<long>(from + ctts->getSize())));
-    EXPECT_EQ(ctts->getEntry(39, nullptr), DiskEntry(2, 0));
-    EXPECT_EQ(ctts->getEntry(38, nullptr), DiskEntry(1, 21));
-}
-
-TEST(QtAtomCompTime, RandomDamageNeverBreaksAWalk) {
-    std::mt19937 random(23);
-    MessageCapture quiet;
-    for (int round = 0; round < 60; ++round) {
-        unsigned int slots = random() % 30;
-        std::vector<uint32_t> words{static_cast<uint32_t>(random() % 2 ? slots : random() % 60)};
-        for (unsigned int i = 0; i < slots; ++i) {
-            words.push_back(random() % 4 ? random() % 5 : 0);
-            words.push_back(random() % 3 ? 0 : random());
-        }
-        Bytes ctts = fullAtom("ctts", words);
-        ctts.resize(ctts.size() - random() % 8);
-        ctts[3] = static_cast<unsigned char>(ctts.size());
-        TempFile file;
-        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(100), ctts}));
-        ASSERT_TRUE(root);
-        QtAtomCompTime const* table = compTable(*root);
-        if (!table) continue;
-        FileIoClientRec agent;
-        QtAtomCompTime::DiskIterator it(table->getArray(), random(), &agent);
-        for (int step = 0; step < 400; ++step) {
-            it.getAnchor();
-            if (it.onSparse()) table->getSparseArray().update(it);
-            if (!it++) break;
-        }
-        table->getSeed(100);
-        table->show();
-    }
-}
 
 TEST(QtAtomCompTime, NeedsAllItsDataOnlyBelow145Bytes) {
     QtAtomCompTime table(nullptr);

@@ -41,7 +41,7 @@ TEST(QtAtomSampleChunkOffTest, BothWidthsDecodeIntoMemoryUpTo16EntriesAndOntoDis
     for (char const* type : {"stco", "co64"}) {
         for (unsigned int count : {16u, 17u}) {
             uint64_t first = type[0] == 'c' ? (5ul << 32) : 1000;
-            MovieOnDisk movie(movieWithTables({chunkOffsets(type, count, 0, first, 4096)}));
+            MovieOnDisk movie(movieWithTable({chunkOffsets(type, count, 0, first, 4096)}));
             auto const* table = movie.table<QtAtomSampleChunkOff>(type);
             ASSERT_NE(table, nullptr) << type;
             EXPECT_EQ(table->is64Bit(), type[0] == 'c');
@@ -55,32 +55,11 @@ TEST(QtAtomSampleChunkOffTest, BothWidthsDecodeIntoMemoryUpTo16EntriesAndOntoDis
     }
 }
 
-TEST(QtAtomSampleChunkOffTest, ACountLargerThanTheRoomEmptiesTheTableAndKeepsTheRoom) {
-    std::vector<unsigned char> atom = tableAtom("stco", {5}, offsets(4, 100, 100), 4);
-    MovieOnDisk movie(movieWithTables({atom}));
-    auto const* table = movie.table<QtAtomSampleChunkOff>("stco");
-    EXPECT_EQ(table->getNumChunks(), 0u);
-    EXPECT_EQ(table->nArrayEntries(), 4u);
-    EXPECT_EQ(table->getHeadroom(), 4u);
-}
-
-TEST(QtAtomSampleChunkOffTest, ANewTableIs64BitUnlessStcoIsAskedFor) {
-    QtAtomSampleChunkOff wide(nullptr);
-    EXPECT_TRUE(wide.is64Bit());
-    EXPECT_EQ(wide.getSize(), 16u + 16 * 8);
-    EXPECT_EQ(wide.getHeadroom(), 16u);
-    ScopedDebugFlag useStco("quicktimeLegacyDbg", "use stco");
-    QtAtomSampleChunkOff narrow(nullptr);
-    EXPECT_FALSE(narrow.is64Bit());
-    EXPECT_EQ(narrow.getSize(), 16u + 16 * 4);
-    EXPECT_EQ(narrow.getVariableSize(), 64u);
-}
-
 // 1000 chunks ending at 3,000,000,000: 3,000,000 bytes apart, so 2^32 / 3,000,000 - 2 = 1429 fit
 // below 4 GiB.
 TEST(QtAtomSampleChunkOffTest, TheOffsetsProjectedForTheRoomDecideWhetherAStcoBecomesCo64) {
     for (unsigned int request : {1500u, 1400u}) {
-        MovieOnDisk movie(movieWithTables({chunkOffsets("stco", 0, 1000, 0, 0)}));
+        MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 1000, 0, 0)}));
         QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
         for (unsigned int i = 1; i <= 1000; ++i) ASSERT_TRUE(table->addOffset(i * 3000000l));
         EXPECT_FALSE(table->need64BitChunkOff(nullptr));
@@ -91,22 +70,8 @@ TEST(QtAtomSampleChunkOffTest, TheOffsetsProjectedForTheRoomDecideWhetherAStcoBe
     }
 }
 
-TEST(QtAtomSampleChunkOffTest, ReservingTwoThousandFortyEightChunksMakesACo64OnceThereAreOffsets) {
-    MovieOnDisk withOffsets(movieWithTables({chunkOffsets("stco", 0, 4, 0, 0)}));
-    QtAtomSampleChunkOff* table = withOffsets.table<QtAtomSampleChunkOff>("stco")->write();
-    ASSERT_TRUE(table->addOffset(1));
-    table->setCapacity(2048);
-    EXPECT_TRUE(table->is64Bit());
-
-    MovieOnDisk empty(movieWithTables({chunkOffsets("stco", 0, 4, 0, 0)}));
-    table = empty.table<QtAtomSampleChunkOff>("stco")->write();
-    table->setCapacity(2048);
-    EXPECT_FALSE(table->is64Bit());
-    EXPECT_EQ(table->nArrayEntries(), 2048u);
-}
-
 TEST(QtAtomSampleChunkOffTest, AnOffsetPast4GiBMakesAnEmptyStcoACo64AndIsStored) {
-    MovieOnDisk movie(movieWithTables({chunkOffsets("stco", 0, 4, 0, 0)}));
+    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 4, 0, 0)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     EXPECT_TRUE(table->addOffset(1l << 32));
     EXPECT_TRUE(table->is64Bit());
@@ -117,7 +82,7 @@ TEST(QtAtomSampleChunkOffTest, AnOffsetPast4GiBMakesAnEmptyStcoACo64AndIsStored)
 }
 
 TEST(QtAtomSampleChunkOffTest, AStcoWithOffsetsDoesNotTakeOneBeyond32BitsButAsksForRoom) {
-    MovieOnDisk movie(movieWithTables({chunkOffsets("stco", 0, 8, 0, 0)}));
+    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 8, 0, 0)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     ASSERT_TRUE(table->addOffset(4000000000l));
     EXPECT_FALSE(table->addOffset(5000000000l));
@@ -139,7 +104,7 @@ TEST(QtAtomSampleChunkOffTest, AStcoWithOffsetsDoesNotTakeOneBeyond32BitsButAsks
 TEST(QtAtomSampleChunkOffTest, WideningInPlaceOrElsewhereKeepsEveryOffset) {
     constexpr unsigned int kChunks = 100000;
     for (bool inPlace : {true, false}) {
-        MovieOnDisk movie(movieWithTables({chunkOffsets("stco", kChunks, 1, 48, 1000)}));
+        MovieOnDisk movie(movieWithTable({chunkOffsets("stco", kChunks, 1, 48, 1000)}));
         QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
         ASSERT_TRUE(table->hasVirtualTable());
         ASSERT_TRUE(table->addOffset(48 + kChunks * 1000l));
@@ -159,46 +124,11 @@ TEST(QtAtomSampleChunkOffTest, WideningInPlaceOrElsewhereKeepsEveryOffset) {
     }
 }
 
-TEST(QtAtomSampleChunkOffTest, ACapacityBelowTheCountIsReportedAndRaisedToIt) {
-    MovieOnDisk movie(movieWithTables({chunkOffsets("stco", 10, 2, 100, 10)}));
-    QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
-    MessageCapture capture;
-    table->setCapacity(4);
-    EXPECT_TRUE(capture.contains("QtAtomSampleChunkOff::setCapacity(4) < nEntries==10\n"));
-    EXPECT_EQ(table->nArrayEntries(), 10u);
-    EXPECT_EQ(table->getHeadroom(), 0u);
-}
-
-TEST(QtAtomSampleChunkOffTest, EncodeWritesTheOffsetsAndZerosForTheReservedRoom) {
-    std::vector<unsigned char> atom = chunkOffsets("co64", 3, 5, 1ul << 33, 77);
-    MovieOnDisk movie(movieWithTables({atom}));
-    auto const* table = movie.table<QtAtomSampleChunkOff>("co64");
-    EXPECT_EQ(table->getHeadroom(), 5u);
-    QtAtomBuffer buffer(table->getEncodeSize());
-    EXPECT_TRUE(table->encode(buffer));
-    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), atom);
-}
-
-TEST(QtAtomSampleChunkOffTest, TheOffsetNeededIsTheLastAddedTheLastEntryOrAConstantTablesEnd) {
-    MovieOnDisk movie(movieWithTables({tableAtom("stsz", {4, 1u << 30}, {}, 4), chunkOffsets("stco", 0, 4, 0, 0),
-                                       chunkOffsets("stco", 2, 0, 10, 90)}));
-    auto const* stsz = movie.table<QtAtomSampleSize>("stsz");
-    auto const* empty = movie.table<QtAtomSampleChunkOff>("stco");
-    auto const* listed = dynamic_cast<QtAtomSampleChunkOff const*>(empty->getSibling());
-    EXPECT_EQ(empty->getOffsetNeeded(stsz), 4ul << 30);
-    EXPECT_TRUE(empty->need64BitChunkOff(stsz));
-    EXPECT_EQ(empty->getOffsetNeeded(nullptr), 0u);
-    EXPECT_EQ(listed->getOffsetNeeded(stsz), 100u);
-    listed->write()->setCapacity(3);
-    listed->write()->addOffset(7);
-    EXPECT_EQ(listed->getOffsetNeeded(stsz), 7u);
-}
-
 TEST(QtAtomSampleChunkOffTest, CreateOffsetsLaysOutChunksOneAfterAnother) {
     // Three chunks: two of 2 samples of 100 bytes, then one of 1 sample.
     std::vector<unsigned char> stsc = tableAtom("stsc", {2}, {1, 2, 1, 3, 1, 1}, 4);
     std::vector<unsigned char> stts = tableAtom("stts", {1}, {5, 10}, 4);
-    MovieOnDisk movie(movieWithTables(
+    MovieOnDisk movie(movieWithTable(
         {stts, stsc, tableAtom("stsz", {100, 5}, {}, 4), chunkOffsets("stco", 0, 0, 0, 0)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     table->createOffsets(5000, movie.table<QtAtomSampleTime>("stts"), movie.table<QtAtomSampleChunk>("stsc"),
@@ -210,19 +140,4 @@ TEST(QtAtomSampleChunkOffTest, CreateOffsetsLaysOutChunksOneAfterAnother) {
     EXPECT_EQ(table->getChunkOffset(1, nullptr), 5200u);
     EXPECT_EQ(table->getChunkOffset(2, nullptr), 5400u);
     EXPECT_EQ(table->getHeadroom(), 13u);
-}
-
-TEST(QtAtomSampleChunkOffTest, ShowListsAShortFormOrEveryOffset) {
-    MovieOnDisk movie(movieWithTables({chunkOffsets("stco", 9, 1, 10, 10)}));
-    auto const* table = movie.table<QtAtomSampleChunkOff>("stco");
-    {
-        MessageCapture capture;
-        table->show();
-        EXPECT_TRUE(capture.contains(",cap=10,off[9]={10,20,30,...,90}\n")) << capture.all();
-    }
-    ScopedDebugFlag all("quicktimeDbg", "all sizes");
-    MessageCapture capture;
-    table->show();
-    EXPECT_TRUE(capture.contains("0:10,20,30,40,50,60,70,80,\n")) << capture.all();
-    EXPECT_TRUE(capture.contains("8:90}\n")) << capture.all();
 }

@@ -37,7 +37,7 @@ void addChunk(QtAtomSampleChunk& table, unsigned int samples, unsigned int desc 
 
 // Runs: chunks 1-3 of 10 samples, 4-5 of 5, then 3 per chunk in description 2 up to 46 samples,
 // that is chunks 6 and 7.
-MovieOnDisk threeRuns() { return MovieOnDisk(movieWithTables({stts(46), stsc({1, 10, 1, 4, 5, 1, 6, 3, 2})})); }
+MovieOnDisk threeRuns() { return MovieOnDisk(movieWithTable({stts(46), stsc({1, 10, 1, 4, 5, 1, 6, 3, 2})})); }
 
 }  // namespace
 
@@ -59,40 +59,6 @@ TEST(QtAtomSampleChunkTest, ChunksOfEqualShapeMergeIntoOneRunOneChunkLate) {
     ASSERT_TRUE(table.encode(buffer));
     std::vector<unsigned char> expected = stsc({1, 10, 1, 3, 10, 1}, 2);
     EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), expected);
-}
-
-TEST(QtAtomSampleChunkTest, AChunkOfAnotherSizeGetsItsOwnEntryWhenTheNextChunkComes) {
-    ScopedDebugFlag allocator("quicktimeDbg", "chunk allocator");
-    MessageCapture capture;
-    QtAtomSampleChunk table(nullptr);
-    for (unsigned int samples : {10, 10, 10, 8, 10}) addChunk(table, samples);
-    EXPECT_TRUE(capture.contains(": add entry: 2nd entry\n"));
-    EXPECT_TRUE(capture.contains(": add entry: nSamples change: [0]=10 --> [1]=8\n")) << capture.all();
-    ASSERT_EQ(table.getNumEntries(), 3u);
-    expectEntry(table, 1, {30, 4, 8, 1});
-    expectEntry(table, 2, {38, 5, 10, 1});
-
-    addChunk(table, 10, 2);
-    EXPECT_TRUE(capture.contains(": add entry: desc change: 1-->2\n")) << capture.all();
-    addChunk(table, 10, 2);
-    EXPECT_TRUE(capture.contains(": add entry: descriptor change: [2]=1 --> [3]=2\n")) << capture.all();
-}
-
-TEST(QtAtomSampleChunkTest, SamplesWithoutANewChunkJoinTheChunkBeingFilled) {
-    QtAtomSampleChunk table(nullptr);
-    QtSampleLocation location(1, 4, false);
-    ASSERT_TRUE(table.addSamples(location));
-    EXPECT_FALSE(location.newChunk);  // the very first chunk does not set it
-    ASSERT_TRUE(table.addSamples(location));
-    expectEntry(table, 0, {0, 1, 8, 1});
-    expectEntry(table, 1, {8, 2, 0, 1});
-    location.newChunk = 1;
-    ASSERT_TRUE(table.addSamples(location));
-    EXPECT_TRUE(location.newChunk);
-    location.descIndex = 2;
-    location.newChunk = 0;
-    ASSERT_TRUE(table.addSamples(location));  // another description always opens a chunk
-    EXPECT_EQ(table.getNumChunks(), 3u);
 }
 
 TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirection) {
@@ -134,35 +100,14 @@ TEST(QtAtomSampleChunkTest, TheLastRunIsCompletedFromTheTimeToSampleTable) {
     EXPECT_EQ(table->getChunkDesc(41), 2u);
     EXPECT_EQ(table->getChunkDesc(1000), 2u);
 
-    MovieOnDisk alone(movieWithTables({stsc({1, 10, 1, 4, 5, 1, 6, 3, 2})}));
+    MovieOnDisk alone(movieWithTable({stsc({1, 10, 1, 4, 5, 1, 6, 3, 2})}));
     EXPECT_EQ(alone.table<QtAtomSampleChunk>("stsc")->getNumChunks(), 6u);  // the last run is one chunk
-}
-
-TEST(QtAtomSampleChunkTest, ATimeTableWithFewerSamplesThanTheRunsIsReported) {
-    ScopedDebugFlag atomErrors("quicktimeDbg", "atom errors");
-    MovieOnDisk movie(movieWithTables({stts(20), stsc({1, 10, 1, 4, 5, 1})}));
-    MessageCapture capture;
-    EXPECT_EQ(movie.table<QtAtomSampleChunk>("stsc")->getNumChunks(), 4u);
-    EXPECT_TRUE(capture.contains(": 20s stts vs 30s stsc\n")) << capture.all();
-}
-
-TEST(QtAtomSampleChunkTest, TheOldLookupCrossChecksTheNewOne) {
-    ScopedDebugFlag old("quicktimeLegacyDbg", "old stsc lookup");
-    MovieOnDisk movie = threeRuns();
-    auto const* table = movie.table<QtAtomSampleChunk>("stsc");
-    MessageCapture capture;
-    QtChunkSet set;
-    EXPECT_TRUE(table->getChunkSet(20, set));
-    EXPECT_TRUE(table->getChunkSet(35, set));
-    EXPECT_EQ(capture.messages().size(), 0u) << capture.all();
-    EXPECT_FALSE(table->getChunkSet(500, set));  // the two answer a sample past the runs differently
-    EXPECT_TRUE(capture.contains(": old/new chunkSet={")) << capture.all();
 }
 
 TEST(QtAtomSampleChunkTest, DamagedInputIsHandledSoftly) {
     std::vector<unsigned char> claimsTooMany = stsc({1, 10, 1});
     claimsTooMany[15] = 2;
-    MovieOnDisk damaged(movieWithTables({claimsTooMany}));
+    MovieOnDisk damaged(movieWithTable({claimsTooMany}));
     auto const* table = damaged.table<QtAtomSampleChunk>("stsc");
     EXPECT_EQ(table->getNumEntries(), 0u);
     EXPECT_EQ(table->getCapacity(), 0u);
@@ -171,28 +116,14 @@ TEST(QtAtomSampleChunkTest, DamagedInputIsHandledSoftly) {
     EXPECT_EQ(table->getChunkDesc(0), 0u);
 
     MessageCapture capture;
-    MovieOnDisk zeroDescription(movieWithTables({stsc({1, 10, 0})}));
+    MovieOnDisk zeroDescription(movieWithTable({stsc({1, 10, 0})}));
     EXPECT_TRUE(capture.contains("Invalid STSC entry (desc = 0) found at ")) << capture.all();
     EXPECT_EQ(zeroDescription.table<QtAtomSampleChunk>("stsc")->getEntry(0).descIndex, 0u);
 }
 
-TEST(QtAtomSampleChunkTest, AnEmptiedTableEncodesNoRoomBeyondItsCapacity) {
-    std::vector<unsigned char> claimsTooMany = stsc({1, 10, 1});
-    claimsTooMany[15] = 2;
-    MovieOnDisk damaged(movieWithTables({claimsTooMany}));
-    auto const* table = damaged.table<QtAtomSampleChunk>("stsc");
-    std::vector<unsigned char> storage(table->getEncodeSize());
-    QtAtomBuffer buffer(storage.data(), static_cast<unsigned int>(storage.size()), QtAtomBuffer::Empty);
-    ASSERT_TRUE(table->encode(buffer));
-    std::vector<unsigned char> head(claimsTooMany.begin(), claimsTooMany.begin() + 16);
-    head[15] = 0;
-    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), head);
-    EXPECT_EQ(buffer.nOccupied(), table->getFixedSize() + table->getVariableSize());
-}
-
 TEST(QtAtomSampleChunkTest, RoomIsDoubledOnlyWhenNoneIsLeftAndKeptOnDiskAsZeros) {
     std::vector<unsigned char> atom = stsc({1, 10, 1}, 2);
-    MovieOnDisk movie(movieWithTables({stts(100), atom}));
+    MovieOnDisk movie(movieWithTable({stts(100), atom}));
     QtAtomSampleChunk* table = movie.table<QtAtomSampleChunk>("stsc")->write();
     EXPECT_EQ(table->getCapacity(), 3u);
     QtAtomBuffer buffer(table->getEncodeSize());
@@ -215,7 +146,7 @@ TEST(QtAtomSampleChunkTest, RoomIsDoubledOnlyWhenNoneIsLeftAndKeptOnDiskAsZeros)
 TEST(QtAtomSampleChunkTest, RunsOfConstantSizeSamplesAreContiguousWhenBackToBack) {
     // Description 1 in chunks 1 and 3, description 2 in chunk 2; 4 samples of 10 bytes a chunk.
     std::vector<unsigned char> offsets = tableAtom("stco", {3}, {1000, 3000, 1040}, 4);
-    MovieOnDisk movie(movieWithTables({stts(12), stsc({1, 4, 1, 2, 4, 2, 3, 4, 1}), tableAtom("stsz", {10, 12}, {}, 4),
+    MovieOnDisk movie(movieWithTable({stts(12), stsc({1, 4, 1, 2, 4, 2, 3, 4, 1}), tableAtom("stsz", {10, 12}, {}, 4),
                                        offsets, tableAtom("stsz", {0, 0}, {}, 4)}));
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");
     auto const* stco = movie.table<QtAtomSampleChunkOff>("stco");
@@ -228,13 +159,4 @@ TEST(QtAtomSampleChunkTest, RunsOfConstantSizeSamplesAreContiguousWhenBackToBack
     EXPECT_FALSE(table->contiguous(stco, stsz, 1));
     stco->write()->assignAt(2, 996);  // starting before the first run
     EXPECT_FALSE(table->contiguous(stco, stsz, 1));
-}
-
-TEST(QtAtomSampleChunkTest, ShowListsTheEntriesAndTheImpliedEnd) {
-    MovieOnDisk movie = threeRuns();
-    MessageCapture capture;
-    movie.table<QtAtomSampleChunk>("stsc")->show();
-    std::string text = capture.all();
-    EXPECT_NE(text.find(",cap=3{inSmpl,1stChunk,nSmpl,stsd#}[3]=\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("{0,1,10,1},{30,4,5,1},{40,6,3,2},implied:{43,7,0,0}\n"), std::string::npos) << text;
 }

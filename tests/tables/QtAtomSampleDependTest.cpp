@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "SyncTableTestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
 
-using namespace SyncTest;
+
 
 namespace {
 
@@ -18,7 +18,7 @@ QtAtomSampleDepend const* dependTable(QtAtomRoot const& root) {
 Bytes sdtpAtom(Bytes const& flags) {
     Bytes body{0, 0, 0, 0};
     body.insert(body.end(), flags.begin(), flags.end());
-    return atom("sdtp", body);
+    return atomBytes("sdtp", body);
 }
 
 }  // namespace
@@ -41,46 +41,6 @@ TEST(QtAtomSampleDepend, ReadsEveryByteOfTheCorpusTableThroughAReadersAgent) {
     }
     EXPECT_TRUE(someDiffer);
     EXPECT_EQ(sdtp->getSampleDepend(60, &agent), 0);
-}
-
-TEST(QtAtomSampleDepend, SmallAtomsAreHandedWholeButOnlySixteenBytesStayInMemory) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({sdtpAtom(Bytes(64, 0x10))}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    ASSERT_EQ(sdtp->getSize(), 76u);
-    EXPECT_TRUE(sdtp->needsAllData());
-    EXPECT_TRUE(sdtp->hasVirtualTable());  // 64 bytes of room: in the file
-    EXPECT_EQ(sdtp->getEncodeSize(), 12u);
-
-    TempFile other;
-    root = readMovie(other, movieWithTable({sdtpAtom(Bytes(65, 0x10))}));
-    EXPECT_FALSE(dependTable(*root)->needsAllData());
-
-    TempFile small;
-    root = readMovie(small, movieWithTable({stszAtom(3), sdtpAtom({0x20, 0x18, 0x08, 0, 0})}));
-    sdtp = dependTable(*root);
-    EXPECT_FALSE(sdtp->hasVirtualTable());
-    EXPECT_EQ(sdtp->getSampleDepend(1, nullptr), 0x18);
-    EXPECT_EQ(sdtp->getHeadroom(), 2u);
-}
-
-TEST(QtAtomSampleDepend, TableThatCannotHoldTheSampleCountIsEmpty) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(6), sdtpAtom({1, 2, 3, 4, 5})}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    EXPECT_EQ(sdtp->getArray().getVirtualSize(), 0u);
-    EXPECT_EQ(sdtp->getSampleDepend(0, nullptr), 0);
-}
-
-TEST(QtAtomSampleDepend, WithoutItsSampleSizesTheTableHasNoEntries) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({sdtpAtom({1, 2, 3})}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    EXPECT_EQ(sdtp->getNumEntries(), 0u);
-    EXPECT_EQ(sdtp->getSampleDepend(2, nullptr), 3);  // the bytes are there, only uncounted
-    MessageCapture capture;
-    sdtp->show();
-    EXPECT_NE(capture.all().find(",cap=3,dep[0]={}\n"), std::string::npos) << capture.all();
 }
 
 TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
@@ -108,73 +68,4 @@ TEST(QtAtomSampleDepend, CapacityIsTheRequestedCountEvenWhenSmaller) {
     EXPECT_EQ(sdtp->getArray().getVirtualSize(), 10u);
     EXPECT_EQ(sdtp->getSampleDepend(9, nullptr), 7);
     EXPECT_EQ(sdtp->getSampleDepend(10, nullptr), 0);
-}
-
-TEST(QtAtomSampleDepend, EncodesItsBytesWithZeroReserveAndCopiesByteForByte) {
-    TempFile file;
-    Bytes bytes = movieWithTable({stszAtom(3), sdtpAtom({0x20, 0x18, 0x08, 0, 0})});
-    AutoPtr<QtAtomRoot> root = readMovie(file, bytes);
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    QtAtomBuffer buffer(32);
-    EXPECT_TRUE(sdtp->encode(buffer));
-    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied()),
-              sdtpAtom({0x20, 0x18, 0x08, 0, 0}));
-    TempFile copy;
-    AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
-    ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
-    EXPECT_EQ(readFileBytes(copy.path()), bytes);
-}
-
-TEST(QtAtomSampleDepend, ShowListsTheBytesShortOrInFull) {
-    std::string path = testDataPath("hevc_sdtp.mov");
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    Bytes file = readFileBytes(path);
-    auto byteAt = [&](int i) { return std::to_string(file[13073 + 12 + i]); };
-    MessageCapture capture;
-    sdtp->show();
-    std::string expected =
-        ",cap=60,dep[60]={" + byteAt(0) + "," + byteAt(1) + "," + byteAt(2) + ",...," + byteAt(59) + "}\n";
-    EXPECT_NE(capture.all().find(expected), std::string::npos) << capture.all();
-    capture.clear();
-    ScopedDebugFlag all("quicktimeDbg", "all sizes");
-    sdtp->show();
-    EXPECT_NE(capture.all().find("\n" + std::string(14, ' ') + "16:" + byteAt(16) + ","), std::string::npos)
-        << capture.all();
-}
-
-TEST(QtAtomSampleDepend, MovingTheAtomTakesItsBytesAlong) {
-    TempFile file;
-    Bytes flags;
-    for (int i = 0; i < 40; ++i) flags.push_back(static_cast<unsigned char>(i * 3));
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(40), sdtpAtom(flags)}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
-    ASSERT_TRUE(sdtp->hasVirtualTable());
-    unsigned long to = sdtp->getFileOffset() + 333;
-    sdtp->setSizeAndOffset(QtTreeSize(true, sdtp->getSize(), to));
-    Bytes moved = readFileBytes(file.path());
-    ASSERT_GE(moved.size(), to + 52);
-    EXPECT_EQ(Bytes(moved.begin() + static_cast<long>(to + 12), moved.begin() + static_cast<long>(to + 52)),
-              flags);
-    FileIoClientRec agent;
-    EXPECT_EQ(sdtp->getSampleDepend(39, &agent), 39 * 3);
-}
-
-TEST(QtAtomSampleDepend, CutOffAtomsAreReadOnlyAsFarAsTheyGo) {
-    for (unsigned int room : {0u, 3u, 16u, 17u, 70u}) {
-        Bytes sdtp = sdtpAtom(Bytes(room, 0x2A));
-        for (unsigned int cut : {0u, 1u, 3u}) {
-            if (cut > sdtp.size() - 8) continue;
-            Bytes damaged(sdtp.begin(), sdtp.end() - cut);
-            damaged[3] = static_cast<unsigned char>(damaged.size());
-            TempFile file;
-            AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({damaged, stszAtom(room)}));
-            ASSERT_TRUE(root);
-            QtAtomSampleDepend const* table = dependTable(*root);
-            if (!table) continue;
-            unsigned int kept = damaged.size() >= 12 ? static_cast<unsigned int>(damaged.size() - 12) : 0;
-            for (unsigned int i = 0; i < room + 4; ++i)
-                ASSERT_EQ(table->getSampleDepend(i, nullptr), i < kept ? 0x2A : 0) << room << "/" << cut << " @" << i;
-        }
-    }
 }

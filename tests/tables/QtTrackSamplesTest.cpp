@@ -7,10 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "../TestSupport.h"
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "tests/TestSupport.h"
+#include "tests/tools/QtMovieRun.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -32,15 +33,6 @@ std::vector<std::string> expectedRows(std::string const& movie) {
     std::getline(text, line);  // header
     while (std::getline(text, line)) rows.push_back(line);
     return rows;
-}
-
-std::string runQtMovie(std::string const& args) {
-    std::string output;
-    FILE* pipe = popen((std::string(QT_QTMOVIE_PATH) + " " + args + " 2>&1").c_str(), "r");
-    char buffer[4096];
-    while (pipe && fgets(buffer, sizeof buffer, pipe)) output += buffer;
-    if (pipe) pclose(pipe);
-    return output;
 }
 
 }  // namespace
@@ -95,19 +87,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies
     return name;
 });
 
-TEST(QtMovieSamples, PrintsTheExpectationAndRanges) {
-    std::string movie = testDataPath("mpeg2_twos.mov");
-    EXPECT_EQ(runQtMovie("samples " + movie), readFileText(movie + ".samples.csv"));
-    std::vector<std::string> rows = expectedRows("mpeg2_twos.mov");
-    // Track 2 starts after the 100 video samples.
-    std::string range = runQtMovie("samples " + movie + " --track 2 --from 31990 --count 20");
-    std::string expected = "track,sample,offset,size,dts,pts,key\n";
-    for (size_t i = 100 + 31990; i < rows.size(); ++i) expected += rows[i] + "\n";
-    EXPECT_EQ(range, expected);
-    EXPECT_NE(runQtMovie("samples " + movie + " --track 9").find("has 2 tracks"), std::string::npos);
-    EXPECT_NE(runQtMovie("samples " + movie + " --from x").find("needs a number"), std::string::npos);
-}
-
 TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());
     ASSERT_TRUE(root);
@@ -137,16 +116,6 @@ TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
         EXPECT_TRUE(copy.allAtomsDefined());
     }
     delete edts;
-}
-
-TEST(QtSampleTable, IsInvalidWithoutItsTablesAndLooksAgain) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-    auto* mdia = new QtAtomHeader(qtId("mdia"), &root);
-    QtSampleTable table(mdia);
-    EXPECT_FALSE(table.valid());
-    EXPECT_FALSE(table.valid());
-    QtSampleTable empty(nullptr);
-    EXPECT_FALSE(empty.validate());
 }
 
 // A movie cut short in the middle of a flush: its chunk offset count (written last) still says
@@ -186,8 +155,8 @@ TEST(QtTrackSamples, CountsOnlyTheSamplesThatTheChunkOffsetsReach) {
         unsigned long walked = 0;
         while (walk.next(info)) ++walked;
         EXPECT_EQ(walked, count);
-        EXPECT_NE(runQtMovie("info " + temp.path()).find(", " + std::to_string(count) + " samples"), std::string::npos);
-        std::string rows = runQtMovie("samples " + temp.path() + " --track 2");
+        EXPECT_NE(runQtMovie("info " + temp.path()).out.find(", " + std::to_string(count) + " samples"), std::string::npos);
+        std::string rows = runQtMovie("samples " + temp.path() + " --track 2").out;
         EXPECT_EQ(static_cast<unsigned long>(std::count(rows.begin(), rows.end(), '\n')), count + 1);
     }
 }

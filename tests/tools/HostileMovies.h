@@ -14,20 +14,12 @@
 
 namespace hostile {
 
-using Bytes = std::vector<unsigned char>;
-
-inline Bytes words(std::vector<uint32_t> const& values) {
-    Bytes out;
-    for (uint32_t v : values) putUint32(out, v);
-    return out;
-}
-
 // An atom with a wide header giving `size` (whatever the body really is).
 inline Bytes wideAtom(char const* type, uint64_t size, Bytes const& body) {
     Bytes out = words({1});
     putType(out, type);
-    putUint32(out, static_cast<uint32_t>(size >> 32));
-    putUint32(out, static_cast<uint32_t>(size));
+    put32(out, static_cast<uint32_t>(size >> 32));
+    put32(out, static_cast<uint32_t>(size));
     out.insert(out.end(), body.begin(), body.end());
     return out;
 }

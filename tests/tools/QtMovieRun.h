@@ -17,6 +17,7 @@ struct CommandRun {
     int status = -1;  // exit status, -1 when it did not exit normally
     std::string out;
     std::string err;
+    std::string all() const { return out + err; }
 };
 
 inline CommandRun runCommand(std::string const& commandLine) {

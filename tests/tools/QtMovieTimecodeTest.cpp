@@ -1,38 +1,19 @@
 // qtmovie timecode: the start timecodes of the real movies against their expectations and ffprobe,
 // and --set on copies of them, judged byte for byte and by ffprobe.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/TestSupport.h"
+#include "tests/tools/QtMovieRun.h"
 
 namespace {
 
-struct ToolRun {
-    int status;
-    std::string output;
-};
-
-ToolRun run(std::string const& command) {
-    ToolRun result{-1, ""};
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return result;
-    char chunk[4096];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) result.output.append(chunk, n);
-    int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-ToolRun timecode(std::string const& path, std::string const& options = "") {
-    return run(std::string(QT_QTMOVIE_PATH) + " timecode '" + path + "' " + options);
+CommandRun timecode(std::string const& path, std::string const& options = "") {
+    return runQtMovie("timecode '" + path + "' " + options);
 }
 
 bool haveFfprobe() { return system("command -v ffprobe >/dev/null 2>&1") == 0; }
@@ -53,14 +34,14 @@ TEST(QtMovieTimecode, PrintsTheStartTimecodesOfTheExpectationsAndOfFfprobe) {
     unsigned int timecodeTracks = 0;
     for (std::string const& movie : corpusMovies()) {
         SCOPED_TRACE(movie);
-        ToolRun listed = timecode(testDataPath(movie));
+        CommandRun listed = timecode(testDataPath(movie));
         EXPECT_EQ(listed.status, 0);
         std::string expected = readFileText(testDataPath(movie + ".timecode.txt"));
-        EXPECT_EQ(listed.output, expected);
+        EXPECT_EQ(listed.all(), expected);
         // Every file has at most one timecode track; ffprobe tags it and the video stream it serves.
         std::string ffprobe = readFileText(testDataPath(movie + ".ffprobe.json"));
         for (std::sregex_iterator it(ffprobe.begin(), ffprobe.end(), tag), end; it != end; ++it)
-            EXPECT_EQ("3," + (*it)[1].str() + "\n", listed.output);
+            EXPECT_EQ("3," + (*it)[1].str() + "\n", listed.all());
         timecodeTracks += !expected.empty();
     }
     EXPECT_EQ(timecodeTracks, 4u);
@@ -78,9 +59,9 @@ TEST(QtMovieTimecode, SetRewritesOnlyTheTimecodeSampleAndFfprobeReadsIt) {
         TempFile copy;
         std::vector<unsigned char> before = readFileBytes(testDataPath(c.movie));
         copy.write(before);
-        ToolRun set = timecode(copy.path(), std::string("--set '") + c.timecode + "'");
-        EXPECT_EQ(set.status, 0) << set.output;
-        EXPECT_EQ(set.output, std::string("3,") + c.timecode + "\n");
+        CommandRun set = timecode(copy.path(), std::string("--set '") + c.timecode + "'");
+        EXPECT_EQ(set.status, 0) << set.all();
+        EXPECT_EQ(set.all(), std::string("3,") + c.timecode + "\n");
 
         std::vector<unsigned char> after = readFileBytes(copy.path());
         ASSERT_EQ(after.size(), before.size());
@@ -92,12 +73,12 @@ TEST(QtMovieTimecode, SetRewritesOnlyTheTimecodeSampleAndFfprobeReadsIt) {
             ++changed;
         }
         EXPECT_GT(changed, 0u);
-        EXPECT_EQ(timecode(copy.path()).output, std::string("3,") + c.timecode + "\n");
+        EXPECT_EQ(timecode(copy.path()).all(), std::string("3,") + c.timecode + "\n");
         if (!haveFfprobe()) continue;
-        ToolRun ffprobe =
-            run("ffprobe -v error -select_streams d -show_entries stream_tags=timecode -of csv=p=0 '" +
+        CommandRun ffprobe =
+            runCommand("ffprobe -v error -select_streams d -show_entries stream_tags=timecode -of csv=p=0 '" +
                 copy.path() + "'");
-        EXPECT_EQ(ffprobe.output, std::string(c.timecode) + "\n");
+        EXPECT_EQ(ffprobe.all(), std::string(c.timecode) + "\n");
     }
     if (!haveFfprobe()) GTEST_SKIP() << "ffprobe is not installed: only the bytes were compared";
 }
@@ -124,9 +105,9 @@ TEST(QtMovieTimecode, TimecodeTheTrackCannotHoldLeavesTheFileAsItWas) {
         TempFile copy;
         std::vector<unsigned char> before = readFileBytes(testDataPath(c.movie));
         copy.write(before);
-        ToolRun refused = timecode(copy.path(), c.options);
+        CommandRun refused = timecode(copy.path(), c.options);
         EXPECT_EQ(refused.status, c.status);
-        EXPECT_NE(refused.output.find(c.says), std::string::npos) << refused.output;
+        EXPECT_NE(refused.all().find(c.says), std::string::npos) << refused.all();
         EXPECT_TRUE(readFileBytes(copy.path()) == before);
     }
 }

@@ -2,47 +2,30 @@
 // atom has on disk, its offset and size). Exits 0 only when exactly one 'moov' is on disk.
 #include <cstdio>
 
-#include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/quicktime.h"
 #include "tools/qtmovie/QtMovieCommand.h"
 
 namespace {
 
-// Past this many top-level atoms the structure check's growing report is left out.
+// Past this many top-level atoms the one-line structure report is left out: the layout below says
+// the same, one atom a line.
 constexpr unsigned int kMaxReportedAtoms = 256;
 
 int runCheck(std::vector<std::string> const& args) {
     if (args.size() != 1) return qtMovieUsageError("check", "expected one FILE");
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(args[0].c_str());
     if (!root) return 1;
-    QtAtomMoov const* moov = nullptr;
-    unsigned int topLevel = root->countChildren();
-    if (topLevel <= kMaxReportedAtoms) {
-        // The structure check reports through the debug channel; make sure its findings are seen.
-        bool atomErrors = quicktimeDbg.on(QtDbgAtomErrors);
-        quicktimeDbg.setBit(QtDbgAtomErrors, true);
-        moov = root->checkStructure("check");
-        quicktimeDbg.setBit(QtDbgAtomErrors, atomErrors);
-    } else {
-        // Its report prints the line built so far after every atom: for this many atoms the
-        // output would grow with their square. The layout below says the same once.
-        printf("%s: %u top-level atoms, too many for the structure report\n", args[0].c_str(), topLevel);
-        for (BaseQtAtom const* atom = root->getChild(); atom && !moov; atom = atom->getSibling())
-            if (atom->getId() == qtId("moov")) moov = dynamic_cast<QtAtomMoov const*>(atom);
-    }
-    fflush(stdout);
-    int moovs = 0;
-    int skips = 0;
-    for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling()) {
-        QtAtomIdType diskId = atom->getDiskId();
-        moovs += diskId == qtId("moov");
-        skips += diskId == qtId("skip");
-    }
-    printf("%s: %d moov, %d skip on disk%s\n", args[0].c_str(), moovs, skips, moov ? "" : ", no movie atom");
-    for (BaseQtAtom const* atom = root->getChild(); atom; atom = atom->getSibling())
-        printf("  %s @%lu %lu\n", QtIdName(atom->getDiskId()).render(), atom->getFileOffset(),
-               atom->getSize());
-    return moovs == 1 ? 0 : 1;
+    QtAtomRoot::Structure structure = root->structure();
+    if (structure.atoms.size() > kMaxReportedAtoms)
+        printf("%s: %zu top-level atoms, too many for the structure report\n", args[0].c_str(),
+               structure.atoms.size());
+    else if (!structure.valid())
+        printf("%s\n", root->describeStructure("check").c_str());
+    printf("%s: %d moov, %d skip on disk%s\n", args[0].c_str(), structure.moovs, structure.skips,
+           structure.movie ? "" : ", no movie atom");
+    for (QtAtomRoot::Structure::Entry const& atom : structure.atoms)
+        printf("  %s @%lu %lu\n", QtIdName(atom.diskId).render(), atom.offset, atom.size);
+    return structure.valid() ? 0 : 1;
 }
 
 QtMovieCommand checkCommand(

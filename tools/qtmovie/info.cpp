@@ -300,10 +300,8 @@ int runInfo(std::vector<std::string> const& args) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
     if (!root) return 1;
     std::vector<TrackInfo> tracks;
-    BaseQtAtom const* moov = root->findAtom("moov", 0);
-    for (BaseQtAtom const* trak = moov ? moov->findAtom("trak", 0) : nullptr; trak; trak = trak->getSibling())
-        if (trak->getId() == qtId("trak"))
-            tracks.push_back(describeTrack(trak, static_cast<unsigned int>(tracks.size())));
+    for (BaseQtAtom const* trak : QtTrackSamples::tracksOf(*root))
+        tracks.push_back(describeTrack(trak, static_cast<unsigned int>(tracks.size())));
     std::string output = asJson ? json(*root, path, tracks) : text(tracks);
     if (tracks.empty() && !asJson) output = path + ": no tracks\n";
     fputs(output.c_str(), stdout);

@@ -43,14 +43,14 @@ int runSamples(std::vector<std::string> const& args) {
     if (path.empty()) path = defaultSamplePath();
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
     if (!root) return 1;
-    unsigned int tracks = QtTrackSamples::countTracks(*root);
-    if (track > tracks) {
-        fprintf(stderr, "qtmovie samples: %s has %u tracks\n", path.c_str(), tracks);
+    std::vector<BaseQtAtom const*> tracks = QtTrackSamples::tracksOf(*root);
+    if (track > tracks.size()) {
+        fprintf(stderr, "qtmovie samples: %s has %zu tracks\n", path.c_str(), tracks.size());
         return 1;
     }
     printf("%s\n", kQtMovieSampleHeader);
-    for (unsigned int t = 1; t <= tracks; ++t)
-        if (track == 0 || t == track) printTrack(t, QtTrackSamples::findTrackMedia(*root, t), from, count);
+    for (unsigned int t = 1; t <= tracks.size(); ++t)
+        if (track == 0 || t == track) printTrack(t, QtTrackSamples::mediaOf(tracks[t - 1]), from, count);
     fflush(stdout);
     return 0;
 }

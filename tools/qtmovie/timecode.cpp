@@ -24,10 +24,10 @@ struct TimecodeTrack {
 // The timecode tracks of the movie, all or only track `only` (1-based) when it is not 0.
 std::vector<TimecodeTrack> timecodeTracks(QtAtomRoot const& root, unsigned int only) {
     std::vector<TimecodeTrack> tracks;
-    unsigned int count = QtTrackSamples::countTracks(root);
-    for (unsigned int number = 1; number <= count; ++number) {
+    std::vector<BaseQtAtom const*> all = QtTrackSamples::tracksOf(root);
+    for (unsigned int number = 1; number <= all.size(); ++number) {
         if (only && number != only) continue;
-        QtSampleTable table(QtTrackSamples::findTrackMedia(root, number));
+        QtSampleTable table(QtTrackSamples::mediaOf(all[number - 1]));
         table.validate();
         auto const* stsd = dynamic_cast<QtAtomSampleDesc const*>(table.getStsd());
         if (QtTimecodeSampleDesc const* desc = stsd ? stsd->getTimecodeDesc(1) : nullptr)

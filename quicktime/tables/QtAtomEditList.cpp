@@ -1,10 +1,10 @@
-#include "quicktime/atoms/QtAtomEditList.h"
+#include "quicktime/tables/QtAtomEditList.h"
 
 #include <algorithm>
 
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {

@@ -1,6 +1,8 @@
 // The atom factory: turns a decoded header (the prototype) into the object of the right class,
 // attached as the last child of its parent, and recognises the usual kinds of garbage met where an
-// atom was expected (zero runs, resource-fork companions, DV frames, invalid headers).
+// atom was expected (zero runs, resource-fork companions, DV frames, invalid headers). Its table
+// names the classes of every folder, so it sits above them all; atoms/ only declares
+// BaseQtAtom::createActual.
 
 #include <cstring>
 
@@ -9,7 +11,6 @@
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtAtomApertDimensions.h"
 #include "quicktime/atoms/QtAtomBaseInf.h"
-#include "quicktime/atoms/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomFileType.h"
 #include "quicktime/atoms/QtAtomHandler.h"
 #include "quicktime/atoms/QtAtomHeader.h"
@@ -37,18 +38,16 @@
 #include "quicktime/refs/QtAtomDataAlias.h"
 #include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "quicktime/refs/QtAtomDataResource.h"
-#include "quicktime/tables/QtAtomSampleChunk.h"
-#include "quicktime/tables/QtAtomSampleChunkOff.h"
-#include "quicktime/tables/QtAtomSampleSize.h"
-#include "quicktime/tables/QtAtomSampleTime.h"
 #include "quicktime/tables/QtAtomCompSeed.h"
 #include "quicktime/tables/QtAtomCompShift.h"
 #include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
+#include "quicktime/tables/QtAtomSampleTime.h"
 
 namespace {
 
@@ -178,7 +177,7 @@ Creator findCreator(QtAtomIdType id) {
 }
 
 char const* filePathOf(BaseQtAtom const* atom, char const* fallback) {
-    QtAtomRoot const* root = atom ? atom->findRoot() : nullptr;
+    QtAtomRoot const* root = atom ? QtAtomRoot::of(atom) : nullptr;
     BasicFileIO* file = root ? root->file() : nullptr;
     return file ? file->path() : fallback;
 }
@@ -201,7 +200,7 @@ void reportGarbage(BaseQtAtom const* prototype, BaseQtAtom const* parent) {
     BaseQtAtom const* last = parent->getLastChild();
     bool unexpected = parent->getId() == QtAtomRoot::kRootId && last && last->getId() != qtId("mdat");
     if (!unexpected && !atomErrors) return;
-    QtAtomRoot const* root = parent->findRoot();
+    QtAtomRoot const* root = QtAtomRoot::of(parent);
     BasicFileIO* file = root ? root->file() : nullptr;
     auto report = file && file->statusFlag() ? warningMsg : infoMsg;
     report("%s: invalid atom %s.%s, %ld@%ld\n", path.getPath(), parent->getAtomPath().get(), prototype->idName().render(),

@@ -3,16 +3,9 @@
 #include <cstdio>
 #include <string>
 
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 
 namespace {
-
-std::string hmsf(QtTimeCode const& tc) {
-    char text[32];
-    snprintf(text, sizeof text, "%02u:%02u:%02u:%02u", tc.getHours(), tc.getMinutes(), tc.getSeconds(),
-             tc.getFraction());
-    return text;
-}
 
 }  // namespace
 
@@ -115,34 +108,6 @@ TEST(QtTimeCode, EveryCounterOfADayRoundTripsAndCountsLikeTheClock) {
     for (Rate const& rate : rates) EXPECT_EQ(countADay(rate), "") << rate.name;
 }
 
-// The drop-frame numbers are judged with every counter of a day above; here the ranges and the form.
-TEST(QtTimeCode, TextThatIsNoTimecodeOfTheRateIsRefused) {
-    struct Case {
-        char const* text;
-        unsigned int timeScale, frameDuration;
-        bool parses, valid;
-    } const cases[] = {
-        {"10:00:00:25", 25, 1, true, false},  // frames past the rate
-        {"10:00:60:00", 25, 1, true, false},  {"10:60:00:00", 25, 1, true, false},
-        {"24:00:00:00", 25, 1, true, false},  {"23:59:59:24", 25, 1, true, true},
-        {"1:00:00:00", 25, 1, false, false},  {"01:00:00.00", 25, 1, false, false},
-        {"01:00:00:0a", 25, 1, false, false}, {"01:00:00:000", 25, 1, false, false},
-    };
-    for (Case const& c : cases) {
-        QtTimeCode tc;
-        EXPECT_EQ(tc.setText(c.text), c.parses) << c.text;
-        EXPECT_EQ(c.parses && tc.isValidAt(c.timeScale, c.frameDuration), c.valid) << c.text;
-    }
-    QtTimeCode scaled(5500, 1000);
-    EXPECT_FALSE(scaled.isValidAt(1000, 1)) << "milliseconds are no frame number";
-}
-
-TEST(QtTimeCode, FrameModeShowsTheRawValue) {
-    QtTimeCode tc;
-    tc.setCounter(90000, 12800, 512, false);
-    EXPECT_STREQ(tc.toString().get(), "01:00:00.00(0x00015f90)");
-}
-
 TEST(QtTimeCode, ScaledTimePrintsMillisecondsWithThreeDigits) {
     QtTimeCode tc;
     tc.setScaled(5500, 1000);
@@ -154,21 +119,4 @@ TEST(QtTimeCode, ScaledTimePrintsMillisecondsWithThreeDigits) {
     // The milliseconds round to nearest: 1/3 s and 2/3 s.
     EXPECT_STREQ(QtTimeCode(1, 3).toString().get(), "00:00:00.333");
     EXPECT_STREQ(QtTimeCode(2, 3).toString().get(), "00:00:00.667");
-}
-
-TEST(QtTimeCode, ScaledTimeOfLargeScalesDoesNotOverflow) {
-    // 4000 s at a scale of 10 MHz: the intermediate products pass 32 bits.
-    QtTimeCode tc(4000000000u, 1000000);
-    EXPECT_STREQ(tc.toString().get(), "01:06:40.000");
-}
-
-TEST(QtTimeCode, DiscreteRecordUnpacksFromTheLastByteToTheFirst) {
-    QtTimeCode tc;
-    tc.setDiscrete(0x05040302);
-    EXPECT_EQ(hmsf(tc), "02:03:04:05");
-    EXPECT_EQ(tc.getDiscrete(), 0x05040302u);
-    EXPECT_STREQ(tc.toString().get(), "02:03:04.05(0x05040302)");
-    // Bit 15 is the sign, not part of the minutes.
-    tc.setDiscrete(0x00008A01);
-    EXPECT_EQ(tc.getMinutes(), 0x0Au);
 }

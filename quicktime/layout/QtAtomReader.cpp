@@ -1,4 +1,4 @@
-#include "quicktime/atoms/QtAtomReader.h"
+#include "quicktime/layout/QtAtomReader.h"
 
 #include <algorithm>
 

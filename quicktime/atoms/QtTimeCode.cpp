@@ -1,4 +1,4 @@
-#include "quicktime/descriptions/QtTimeCode.h"
+#include "quicktime/atoms/QtTimeCode.h"
 
 #include <cctype>
 #include <cstring>

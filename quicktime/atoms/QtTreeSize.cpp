@@ -1,4 +1,4 @@
-#include "quicktime/layout/QtTreeSize.h"
+#include "quicktime/atoms/QtTreeSize.h"
 
 #include <string>
 
