@@ -5,6 +5,7 @@
 #include "framework/AutoRefPtr.h"
 #include "framework/BasicFileIO.h"
 #include "framework/DebuggerOn.h"
+#include "framework/FaultyFileIO.h"
 #include "framework/FixedPoint.h"
 #include "framework/Messages.h"
 #include "framework/QtAtomBuffer.h"

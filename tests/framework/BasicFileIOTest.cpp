@@ -10,7 +10,7 @@
 #include "framework/BridgeAnchor.h"
 #include "framework/SorvanPosix.h"
 #include "tests/TestSupport.h"
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 
 namespace {
 

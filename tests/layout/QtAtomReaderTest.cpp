@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/TestSupport.h"
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtAtomWriter.h"

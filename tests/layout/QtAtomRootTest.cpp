@@ -13,7 +13,7 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {

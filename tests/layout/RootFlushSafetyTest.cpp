@@ -11,7 +11,7 @@
 #include "quicktime/layout/QtAtomSkip.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "tests/TestSupport.h"
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <chrono>
 
 #include "tests/TestSupport.h"
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 #include "tests/recorder/RecorderTestSupport.h"
 

@@ -1,4 +1,4 @@
-#include "tests/framework/FaultyFileIO.h"
+#include "framework/FaultyFileIO.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// FaultyFileIO: a real file on disk that fails or loses I/O on purpose, so that tests can check what
-// the library leaves behind. It fails the n-th write or fdatasync, pauses writes at a gate so a test
+// FaultyFileIO: a real file on disk that fails or loses I/O on purpose, so that tests (ours, and a
+// recording application's own) can check what the library leaves behind. It fails the n-th write or fdatasync, pauses writes at a gate so a test
 // can act while a write is in flight, cuts the power after n writes or syncs (later writes and syncs
 // report success and do nothing), and simulates a crash.
 //
