@@ -4,18 +4,34 @@
 // pwrite and an fdatasync at the same cadence. Resident memory is sampled after the first minute
 // and at the end: it must stay flat however long the recording.
 //
+// BM_RecorderWithReaders records the same stream while reader threads (the argument: how many),
+// each with its own agent, look up random samples of the video track through the tree the recorder
+// returns: it reports the time per lookup while the recorder runs, and the recording's own time.
+//
 // QT_RECORD_MINUTES sets the length (default 1; 60 for the hour); QT_RECORD_DIR the directory of
 // the files (default /tmp). Both benchmarks run as fast as the disk allows (no pacing).
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "framework/FileIoClientRec.h"
+#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/recorder/QtMovieRecorder.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleChunkOff.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtAtomSampleSync.h"
+#include "quicktime/tables/QtTrackSamples.h"
 
 namespace {
 
@@ -67,7 +83,39 @@ SampleInfo frameInfo(unsigned long frame) {
     return SampleInfo(n % 3 == 1 ? SampleCodingP : SampleCodingB);
 }
 
-void BM_Recorder(benchmark::State& state) {
+// Lookups of random samples of a track by one reader thread until `recording` ends.
+struct ReaderFigures {
+    unsigned long lookups = 0;
+    double seconds = 0;
+};
+
+void lookUpWhileRecording(QtTrackSamples const& track, std::atomic<bool> const& recording, unsigned int seed,
+                          ReaderFigures& figures) {
+    FileIoClientRec agent;
+    std::mt19937 random(seed);
+    QtSampleInfo info;
+    auto started = std::chrono::steady_clock::now();
+    while (recording.load(std::memory_order_acquire)) {
+        unsigned long count = track.getNumSamples();
+        if (count == 0) {
+            std::this_thread::yield();
+            continue;
+        }
+        for (unsigned int i = 0; i < 64; ++i) {
+            track.getSample(random() % count, info, &agent);
+            ++figures.lookups;
+        }
+    }
+    figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    QtSampleTable const& table = track.getSampleTable();
+    for (BaseQtAtom const* atom : {static_cast<BaseQtAtom const*>(table.getStsz()),
+                                   static_cast<BaseQtAtom const*>(table.getStco()),
+                                   static_cast<BaseQtAtom const*>(table.getStss()),
+                                   static_cast<BaseQtAtom const*>(table.getCtts())})
+        if (atom) atom->closeVirtualTable(&agent);
+}
+
+void record(benchmark::State& state, unsigned int readers) {
     std::vector<unsigned char> bytes(kFrameBytes, 0x5A);
     std::string file = path("record_bench.mov");
     for (auto _ : state) {
@@ -78,6 +126,16 @@ void BM_Recorder(benchmark::State& state) {
         if (!video || !sound) {
             state.SkipWithError("the recorder could not start");
             return;
+        }
+        std::atomic<bool> recording{true};
+        std::unique_ptr<QtTrackSamples> track;
+        std::vector<ReaderFigures> figures(readers);
+        std::vector<std::thread> threads;
+        if (readers) {
+            track = std::make_unique<QtTrackSamples>(QtTrackSamples::findTrackMedia(recorder->getRoot(), video));
+            for (unsigned int r = 0; r < readers; ++r)
+                threads.emplace_back(lookUpWhileRecording, std::cref(*track), std::cref(recording), r + 1,
+                                     std::ref(figures[r]));
         }
         bool ok = true;
         long afterOneMinute = 0;
@@ -94,8 +152,20 @@ void BM_Recorder(benchmark::State& state) {
             ok = ok && recorder->flush();
             if (second == 59) afterOneMinute = residentKb();
         }
+        recording.store(false, std::memory_order_release);
+        for (std::thread& thread : threads) thread.join();
         ok = ok && recorder->close();
         if (!ok) state.SkipWithError("recording failed");
+        if (readers) {
+            unsigned long lookups = 0;
+            double seconds = 0;
+            for (ReaderFigures const& f : figures) {
+                lookups += f.lookups;
+                seconds += f.seconds;
+            }
+            state.counters["lookups"] = static_cast<double>(lookups);
+            state.counters["lookup_ns"] = lookups ? seconds * 1e9 / static_cast<double>(lookups) : 0;
+        }
         state.counters["rss_kb_1min"] = static_cast<double>(afterOneMinute);
         state.counters["rss_kb_end"] = static_cast<double>(residentKb());
     }
@@ -103,6 +173,9 @@ void BM_Recorder(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * minutes() * 60 * kBytesPerSecond));
     unlink(file.c_str());
 }
+
+void BM_Recorder(benchmark::State& state) { record(state, 0); }
+void BM_RecorderWithReaders(benchmark::State& state) { record(state, static_cast<unsigned int>(state.range(0))); }
 
 void BM_PlainWrites(benchmark::State& state) {
     std::vector<unsigned char> bytes(kFrameBytes, 0x5A);
@@ -129,5 +202,6 @@ void BM_PlainWrites(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_Recorder)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_RecorderWithReaders)->Arg(1)->Arg(3)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_PlainWrites)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_MAIN();
