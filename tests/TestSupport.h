@@ -2,6 +2,20 @@
 // small real movies kept in tests/data, and building atoms from bytes.
 #pragma once
 
+// Built with AddressSanitizer: memory and time carry the sanitizer's own bookkeeping.
+#if defined(__SANITIZE_ADDRESS__)
+#define QT_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QT_TEST_SANITIZED 1
+#endif
+#endif
+#ifdef QT_TEST_SANITIZED
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 #include <unistd.h>
 
 #include <cstdint>

@@ -236,19 +236,8 @@ ToolRun runLimited(std::vector<std::string> const& args, std::string const& outp
     return run;
 }
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QT_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QT_TEST_SANITIZED 1
-#endif
-#endif
-#ifdef QT_TEST_SANITIZED
 // The sanitizers' own bookkeeping comes on top of what the program needs.
-constexpr double kSlowdown = 4;
-#else
-constexpr double kSlowdown = 1;
-#endif
+constexpr double kSlowdown = kSanitized ? 4 : 1;
 constexpr double kSecondsLimit = 5 * kSlowdown;
 constexpr long kMemoryLimitKb = static_cast<long>(64 * 1024 * kSlowdown);
 
