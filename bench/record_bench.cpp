@@ -32,6 +32,7 @@
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtTrackSamples.h"
+#include "bench/BenchSupport.h"
 
 namespace {
 
@@ -52,15 +53,6 @@ unsigned long minutes() {
 std::string path(char const* name) {
     char const* dir = getenv("QT_RECORD_DIR");
     return std::string(dir ? dir : "/tmp") + "/" + name;
-}
-
-long residentKb() {
-    long pages = 0, resident = 0;
-    if (FILE* statm = fopen("/proc/self/statm", "r")) {
-        if (fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
-        fclose(statm);
-    }
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 // One second of media in the order a live recorder receives it: each video frame followed by the

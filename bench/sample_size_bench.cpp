@@ -18,6 +18,7 @@
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
+#include "bench/BenchSupport.h"
 
 namespace {
 
@@ -130,15 +131,6 @@ std::string const& moviePath() {
         return written;
     }();
     return path;
-}
-
-long residentKb() {
-    long pages = 0, resident = 0;
-    if (FILE* statm = fopen("/proc/self/statm", "r")) {
-        if (fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
-        fclose(statm);
-    }
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 long peakResidentKb() {

@@ -17,6 +17,7 @@
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleSync.h"
+#include "bench/BenchSupport.h"
 
 namespace {
 
@@ -24,22 +25,6 @@ constexpr unsigned long kFrames = 10000000;
 constexpr unsigned int kGop = 15;
 constexpr unsigned int kKeys = (kFrames + kGop - 1) / kGop;
 constexpr unsigned int kRandomFrames = 1 << 20;
-
-void put32(std::vector<unsigned char>& out, uint32_t v) {
-    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<unsigned char>(v >> shift));
-}
-
-void putAtom(std::vector<unsigned char>& out, char const* type, std::vector<unsigned char> const& body) {
-    put32(out, static_cast<uint32_t>(body.size() + 8));
-    out.insert(out.end(), type, type + 4);
-    out.insert(out.end(), body.begin(), body.end());
-}
-
-std::vector<unsigned char> nest(char const* type, std::vector<unsigned char> const& body) {
-    std::vector<unsigned char> out;
-    putAtom(out, type, body);
-    return out;
-}
 
 // moov > trak > mdia > minf > stbl > (stsz, stss) written once per run, removed at exit.
 std::string const& movieFile() {

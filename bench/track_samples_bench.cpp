@@ -18,6 +18,7 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtTrackSamples.h"
+#include "bench/BenchSupport.h"
 
 namespace {
 
@@ -27,22 +28,6 @@ constexpr unsigned int kTicks = 1001;
 constexpr unsigned int kRandomSamples = 1 << 16;
 
 unsigned int samplesInChunk(unsigned int chunk) { return chunk % 100 == 99 ? 5 : 10; }
-
-void put32(std::vector<unsigned char>& out, uint32_t v) {
-    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<unsigned char>(v >> shift));
-}
-
-void putAtom(std::vector<unsigned char>& out, char const* type, std::vector<unsigned char> const& body) {
-    put32(out, static_cast<uint32_t>(body.size() + 8));
-    out.insert(out.end(), type, type + 4);
-    out.insert(out.end(), body.begin(), body.end());
-}
-
-std::vector<unsigned char> nest(char const* type, std::vector<unsigned char> const& body) {
-    std::vector<unsigned char> out;
-    putAtom(out, type, body);
-    return out;
-}
 
 // Chunks lie 300,000 bytes apart from 1 MiB on; the file is extended (sparsely) to hold them.
 constexpr unsigned long kChunkSpacing = 300000;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "framework/VirtualArray.h"
+#include "bench/BenchSupport.h"
 
 namespace {
 
@@ -45,15 +46,6 @@ void dropFromPageCache(std::string const& path) {
     int fd = open(path.c_str(), O_RDONLY);
     posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
     close(fd);
-}
-
-long residentKb() {
-    long pages = 0, resident = 0;
-    if (FILE* statm = fopen("/proc/self/statm", "r")) {
-        if (fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
-        fclose(statm);
-    }
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 long peakResidentKb() {
