@@ -5,6 +5,7 @@
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
 
@@ -114,4 +115,15 @@ TEST(QtAtomMoov, OnlyAMovieAtTheTopLevelIsRelocated) {
     addPreserved(wrap, "free", 8, 0);
     EXPECT_FALSE(moov->relocate());
     EXPECT_EQ(moov->getParent(), wrap);
+}
+
+TEST(QtAtomMoov, ANeverWrittenLastMovieWithDiskTablesIsRelocatedByItsSize) {
+    TempFile temp;
+    QtAtomRoot root(BasicFileIO::open(temp.c_str(), BasicFileIO::Create), 0);
+    auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
+    auto* stsz = new QtAtomSampleSize(new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("trak"), moov)));
+    stsz->setCapacity(1000);
+    root.recalcOffset(QtTreeSize(true, 0, 0));
+    ASSERT_TRUE(stsz->hasVirtualTable());
+    EXPECT_TRUE(moov->relocate());
 }
