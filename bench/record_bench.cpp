@@ -27,10 +27,6 @@
 #include "framework/FileIoClientRec.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/recorder/QtMovieRecorder.h"
-#include "quicktime/tables/QtAtomCompTime.h"
-#include "quicktime/tables/QtAtomSampleChunkOff.h"
-#include "quicktime/tables/QtAtomSampleSize.h"
-#include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtTrackSamples.h"
 #include "bench/BenchSupport.h"
 
@@ -99,12 +95,7 @@ void lookUpWhileRecording(QtTrackSamples const& track, std::atomic<bool> const& 
         }
     }
     figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    QtSampleTable const& table = track.getSampleTable();
-    for (BaseQtAtom const* atom : {static_cast<BaseQtAtom const*>(table.getStsz()),
-                                   static_cast<BaseQtAtom const*>(table.getStco()),
-                                   static_cast<BaseQtAtom const*>(table.getStss()),
-                                   static_cast<BaseQtAtom const*>(table.getCtts())})
-        if (atom) atom->closeVirtualTable(&agent);
+    track.getSampleTable().closeVirtualTables(&agent);
 }
 
 void record(benchmark::State& state, unsigned int readers) {

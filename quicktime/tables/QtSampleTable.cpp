@@ -195,3 +195,10 @@ std::string QtSampleTable::whyNoSamples() const {
     if (m_stsc->getNumEntries() == 0) return "'stsc' has no entries";
     return "";
 }
+
+void QtSampleTable::closeVirtualTables(FileIoClientRec* agent) const {
+    for (BaseQtAtom const* atom : {static_cast<BaseQtAtom const*>(m_stsz), static_cast<BaseQtAtom const*>(m_stco),
+                                   static_cast<BaseQtAtom const*>(m_stss), static_cast<BaseQtAtom const*>(m_stps),
+                                   static_cast<BaseQtAtom const*>(m_ctts), static_cast<BaseQtAtom const*>(m_sdtp)})
+        if (atom) atom->closeVirtualTable(agent);
+}

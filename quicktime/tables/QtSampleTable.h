@@ -51,6 +51,8 @@ public:
     QtAtomSampleSync const* getStss() const { return m_stss; }
     QtAtomSampleSync const* getStps() const { return m_stps; }
     QtAtomSampleDepend const* getSdtp() const { return m_sdtp; }
+    // Releases what `agent` holds of the track's disk-backed tables (before the agent goes away).
+    void closeVirtualTables(FileIoClientRec* agent) const;
     QtAtomHeader const* getEdts() const { return m_edts; }
     QtAtomEditList const* getElst() const { return m_elst; }
     QtAtomHandler const* getHdlr() const { return m_hdlr; }

@@ -67,14 +67,7 @@ void readWhileRecording(QtTrackSamples const* const* tracks, std::atomic<bool> c
             for (unsigned int i = 0; i < 200 && walk.next(info); ++i) log.answers[t].push_back(info);
         }
     }
-    for (unsigned int t = 0; t < 2; ++t) {
-        QtSampleTable const& table = tracks[t]->getSampleTable();
-        for (BaseQtAtom const* atom : {static_cast<BaseQtAtom const*>(table.getStsz()),
-                                       static_cast<BaseQtAtom const*>(table.getStco()),
-                                       static_cast<BaseQtAtom const*>(table.getStss()),
-                                       static_cast<BaseQtAtom const*>(table.getCtts())})
-            if (atom) atom->closeVirtualTable(&agent);
-    }
+    for (unsigned int t = 0; t < 2; ++t) tracks[t]->getSampleTable().closeVirtualTables(&agent);
 }
 
 bool appendFrame(QtMovieRecorder& recorder, unsigned int n, std::vector<unsigned char>& bytes) {

@@ -179,10 +179,7 @@ void readWhileRecording(QtTrackSamples const& track, std::atomic<bool> const& re
         QtTrackSamples::Iterator walk(track, random() % count, &agent);
         for (unsigned int i = 0; i < 300 && walk.next(info); ++i) log.answers.push_back(info);
     }
-    QtSampleTable const& table = track.getSampleTable();
-    for (BaseQtAtom const* atom : std::initializer_list<BaseQtAtom const*>{
-             table.getStsz(), table.getStco(), table.getStss(), table.getCtts()})
-        atom->closeVirtualTable(&agent);
+    track.getSampleTable().closeVirtualTables(&agent);
 }
 
 }  // namespace
