@@ -7,6 +7,7 @@
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/QtAtomMvhd.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/atoms/QtAtomWriter.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
@@ -34,17 +35,6 @@ QtAtomPreserved* makePad(unsigned long size) {
 
 // The atom's own bytes as they go to the file: the header and fixed part of a container, the
 // head of a table whose entries live on disk, the whole atom otherwise.
-std::vector<unsigned char> encodeOwn(BaseQtAtom const& atom) {
-    unsigned int fixed = atom.getFixedSize();
-    bool container = atom.hasEncodedChildren() && atom.getChild();
-    unsigned int room = container ? fixed : std::max(atom.getEncodeSize(), fixed);
-    QtAtomBuffer buffer(room + 16);
-    atom.encode(buffer);
-    unsigned long take = buffer.nOccupied();
-    if (container) take = std::min<unsigned long>(take, fixed);
-    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + take);
-}
-
 template <class Visit>
 void preOrder(BaseQtAtom const* atom, Visit const& visit) {
     visit(atom);
@@ -76,7 +66,7 @@ bool QtRecordingLayout::create(uint32_t timeScale) {
     if (!placeMovie()) return false;
     m_lastMdat = m_openMdat = new QtAtomMdat(&m_root, 0);
     m_chunks.addMdat(m_lastMdat);
-    std::vector<unsigned char> ftypBytes = encodeOwn(*m_root.getChild());
+    std::vector<unsigned char> ftypBytes = QtAtomWriter::encodeOwn(*m_root.getChild());
     if (!writeBytes(0, ftypBytes) || !writeSkipHeader(*m_switch) || !writeWholeMovie() ||
         !writeMdatHeader(*m_lastMdat, true) || !sync())
         return false;
@@ -222,7 +212,7 @@ bool QtRecordingLayout::writeWholeMovie() {
             ok = false;
             return;
         }
-        ok = writeBytes(atom->getFileOffset(), encodeOwn(*atom));
+        ok = writeBytes(atom->getFileOffset(), QtAtomWriter::encodeOwn(*atom));
     });
     if (!ok) return false;
     m_moov->flushVirtualChildren();
@@ -245,7 +235,7 @@ bool QtRecordingLayout::flushInPlace() {
     // 1. entries past the counts, where no reader looks
     preOrder(m_moov, [&](BaseQtAtom const* atom) {
         if (!ok || !atom->isDirty()) return;
-        std::vector<unsigned char> bytes = encodeOwn(*atom);
+        std::vector<unsigned char> bytes = QtAtomWriter::encodeOwn(*atom);
         size_t fixed = std::min<size_t>(atom->getFixedSize(), bytes.size());
         if (bytes.size() > fixed)
             ok = writeBytes(atom->getFileOffset() + fixed,
