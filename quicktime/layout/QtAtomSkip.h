@@ -36,7 +36,6 @@ class QtAtomSkip : public QtAtomUnknown {
 
     ReservationDesk& getReservations() const { return m_reservations; }
     // Tells the desk where the atom is (it is kept in step by every placement and relink anyway).
-    void refreshPlace() const { m_reservations.setPlace(getFileOffset(), getSize()); }
 
   private:
     std::atomic<QtAtomIdType> m_diskId;

@@ -149,7 +149,6 @@ bool QtRecordingLayout::relocate() {
         if (end % kMoovAlignment) m_lastMdat->grow(kMoovAlignment - end % kMoovAlignment);
         m_root.appendChild(fresh);
         m_root.appendChild(m_moov);
-        before->refreshPlace();
     }
     m_newSwitch = fresh;
     m_switched = false;
