@@ -604,5 +604,9 @@ class QtAtomCompTime : public BaseQtAtom {
     // Set by the first appendSample: the table changes from then on, so units get no signatures.
     mutable std::atomic<bool> m_recording{false};
     mutable std::atomic<unsigned long> m_settledSamples{0};
+    // Held by the recorder while it rewrites the open entries and refreshes the cached frame sets,
+    // and by a reader while it fills a set that reaches past the settled samples: a set filled from
+    // the open entries is then either refreshed after its fill or filled from the new entries.
+    mutable std::recursive_mutex m_openEntries;
     mutable std::once_flag m_seedLoaded;
 };

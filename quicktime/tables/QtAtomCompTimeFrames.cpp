@@ -602,6 +602,8 @@ AutoReleasePtr<QtAtomCompTime::FrameSet> QtAtomCompTime::getFrameSet(unsigned lo
 }
 
 void QtAtomCompTime::fillFrameSet(FrameSet& set, FileIoClientRec* agent, bool signUnits) const {
+    std::unique_lock<std::recursive_mutex> open(m_openEntries, std::defer_lock);
+    if (isRecording() && QtFrameSet::unitToFrame(set.getUnit() + 1) > getSettledSamples()) open.lock();
     AutoReleasePtr<QtAtomSampleSync::KeySet> keys = getKeySet(set.getUnit(), agent);
     if (!keys) return;  // every sample then reads as an I frame
     set.set(keys);

@@ -91,6 +91,7 @@ QtAtomCompTime::Sample QtAtomCompTime::appendSample(unsigned long sample, Sample
     SampleCodingType type = info.getEncoding();
     Sample result(static_cast<uint32_t>(sample), 0, type);
     if (sample > kMaxUint32 || ticks == 0) return result;
+    std::lock_guard<std::recursive_mutex> open(m_openEntries);
     if (!m_recording.exchange(true)) {
         m_shapes.disable();
         settleSiblings();
