@@ -1,15 +1,18 @@
 // The one round trip of the real movies of tests/data: every atom is listed as the independent
 // listing (.atoms.txt) has it, fits the room a writer gives it, and, all marked changed, is written
 // back by its own encoder to the bytes of the file (the aperture dimensions to their settled
-// fraction form); `qtmovie copy` reproduces each movie byte for byte.
+// fraction form); `qtmovie copy` reproduces each movie byte for byte. Atoms grown in memory without
+// their size being recomputed also fit their room.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "quicktime/quicktime.h"
+#include "tests/TestSupport.h"
 #include "tests/tools/QtMovieRun.h"
 
 namespace {
@@ -133,3 +136,51 @@ TEST_P(CorpusRoundTrip, QtMovieCopyReproducesTheMovie) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, CorpusRoundTrip, ::testing::ValuesIn(corpusMovies()), testName);
+
+TEST(AtomEncodeSize, AtomsGrownWithoutANewSizeStillEncodeWithinTheirRoom) {
+    struct Case {
+        char const* name;
+        std::function<BaseQtAtom*(BaseQtAtom const* parent)> grow;
+    } const cases[] = {
+        {"elst", [](BaseQtAtom const* p) { return new QtAtomEditList(p, 1); }},
+        {"stts", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleTime(p);
+             a->setFixedRate(0x1FFFFFFFFul, 1);
+             return a;
+         }},
+        {"stsc", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleChunk(p);
+             for (unsigned int samples = 1; samples <= 5; ++samples) {
+                 QtSampleLocation location(1, samples, true);
+                 a->addCapacity();
+                 a->addSamples(location);
+             }
+             return a;
+         }},
+        {"hdlr", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomHandler(p, qtId("mhlr"), qtId("vide"));
+             a->setName("a handler name longer than the room");
+             return a;
+         }},
+        {"tcmi", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomTimecodeInf(p);
+             a->setFontName("Helvetica Neue");
+             return a;
+         }},
+        {"stsz", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomSampleSize(p);
+             a->setCapacity(40);
+             return a;
+         }},
+        {"alis", [](BaseQtAtom const* p) {
+             auto* a = new QtAtomDataAlias(p);
+             a->setPath("/a/b/movie.mov", "/a/c/clip.mov");
+             return a;
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        QtAtomHeader parent(qtId("stbl"), nullptr);
+        EXPECT_TRUE(encodesWithinItsRoom(*c.grow(&parent)));
+    }
+}

@@ -1,15 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <algorithm>
 
-#include "tests/TestSupport.h"
-#include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/atoms/QtAtomPreserved.h"
-#include "quicktime/layout/QtAtomReader.h"
-#include "quicktime/atoms/QtAtomUnknown.h"
-#include "quicktime/atoms/QtDebug.h"
-#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/quicktime.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -23,25 +17,16 @@ BaseQtAtom* make(Bytes bytes, BaseQtAtom const* parent, unsigned long offset = 0
     return prototype.createActual(parent);
 }
 
-Bytes header(uint32_t size, char const* type) {
-    Bytes bytes;
-    putAtomHeader(bytes, size, type);
-    return bytes;
-}
+Bytes header(uint32_t size, char const* type) { return concat({words({size}), Bytes(type, type + 4)}); }
 
-struct FileRoot {
-    explicit FileRoot(char const* name = "movie.mov") : file(name) {
-        file.write(Bytes(64, 0));
-        root = new QtAtomRoot(BasicFileIO::open(file.c_str(), BasicFileIO::ReadOnly), 64);
-    }
-    ~FileRoot() { delete root; }
-    TempFile file;
-    QtAtomRoot* root;
-};
+template <class T>
+bool isA(BaseQtAtom const* atom) {
+    return dynamic_cast<T const*>(atom) != nullptr;
+}
 
 }  // namespace
 
-TEST(QtAtomFactory, BuildsContainersAndKeepsUnknownBytes) {
+TEST(QtAtomFactory, BuildsContainersKeepsUnknownBytesAndPadsUserData) {
     QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 100);
     BaseQtAtom* moov = make(header(100, "moov"), &root);
     ASSERT_NE(moov, nullptr);
@@ -49,65 +34,54 @@ TEST(QtAtomFactory, BuildsContainersAndKeepsUnknownBytes) {
     EXPECT_EQ(moov->getSize(), 100u);
     EXPECT_EQ(root.getChild(), moov);
 
-    BaseQtAtom* small = make(header(1024, "abcd"), moov);
-    EXPECT_NE(dynamic_cast<QtAtomPreserved*>(small), nullptr);
+    EXPECT_TRUE(isA<QtAtomPreserved>(make(header(1024, "abcd"), moov)));
     BaseQtAtom* large = make(header(1025, "abcd"), moov);
-    EXPECT_NE(dynamic_cast<QtAtomUnknown*>(large), nullptr);
+    EXPECT_TRUE(isA<QtAtomUnknown>(large));
     EXPECT_TRUE(large->hasUntouchedData());
     {
         ScopedDebugFlag allSizes("quicktimeDbg", "all sizes");
-        EXPECT_NE(dynamic_cast<QtAtomPreserved*>(make(header(5000, "abcd"), moov)), nullptr);
+        EXPECT_TRUE(isA<QtAtomPreserved>(make(header(5000, "abcd"), moov)));
     }
-    EXPECT_NE(dynamic_cast<QtAtomFree*>(make(header(16, "free"), &root)), nullptr);
-    EXPECT_NE(dynamic_cast<QtAtomWide*>(make(header(8, "wide"), &root)), nullptr);
-}
+    EXPECT_TRUE(isA<QtAtomFree>(make(header(16, "free"), &root)));
+    EXPECT_TRUE(isA<QtAtomWide>(make(header(8, "wide"), &root)));
+    BaseQtAtom* wide = make(concat({header(1, "free"), words({0, 24})}), &root);
+    ASSERT_NE(wide, nullptr);
+    EXPECT_EQ(wide->getHeaderSize(), 16u);
+    EXPECT_EQ(wide->getSize(), 24u);
 
-TEST(QtAtomFactory, KeepsTheWideHeaderForm) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 100);
-    Bytes bytes = header(1, "free");
-    put32(bytes, 0);
-    put32(bytes, 24);
-    BaseQtAtom* atom = make(bytes, &root);
-    ASSERT_NE(atom, nullptr);
-    EXPECT_EQ(atom->getHeaderSize(), 16u);
-    EXPECT_EQ(atom->getSize(), 24u);
-}
-
-TEST(QtAtomFactory, PadsTheEndOfUserData) {
-    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 100);
+    // Four zero bytes at the end of user data are its padding.
     BaseQtAtom* udta = make(header(30, "udta"), &root);
     BaseQtAtom* pad = make({0, 0, 0, 0}, udta, 26);
-    ASSERT_NE(dynamic_cast<QtAtomPad*>(pad), nullptr);
+    ASSERT_TRUE(isA<QtAtomPad>(pad));
     EXPECT_EQ(pad->getSize(), 4u);
-    BaseQtAtom* item = make(header(12, "abcd"), udta);
-    EXPECT_NE(dynamic_cast<QtAtomPreserved*>(item), nullptr);
+    EXPECT_TRUE(isA<QtAtomPreserved>(make(header(12, "abcd"), udta)));
 }
 
 TEST(QtAtomFactory, ReportsInvalidAtomsAfterAMoovButNotAfterAnMdat) {
-    FileRoot f;
+    TempFile file;
+    file.write(Bytes(64, 0));
+    QtAtomRoot root(BasicFileIO::open(file.c_str(), BasicFileIO::ReadOnly), 64);
     Bytes garbage = {0, 0, 0, 3, 1, 2, 3, 4};
-    make(header(16, "moov"), f.root, 0);
+    make(header(16, "moov"), &root, 0);
     {
         MessageCapture capture;
-        EXPECT_EQ(make(garbage, f.root, 16), nullptr);
+        EXPECT_EQ(make(garbage, &root, 16), nullptr);
         ASSERT_EQ(capture.messages().size(), 1u);
         EXPECT_EQ(capture.messages()[0].level, MsgLevel::Warning);
         // The undersized header's id became 0, which renders as nothing.
-        EXPECT_EQ(capture.messages()[0].text, f.file.path() + ": invalid atom Root., 3@16\n");
+        EXPECT_EQ(capture.messages()[0].text, file.path() + ": invalid atom Root., 3@16\n");
     }
-    f.root->file()->setStatusFlag(false);
+    root.file()->setStatusFlag(false);
     {
         MessageCapture capture;
-        make(garbage, f.root, 16);
+        make(garbage, &root, 16);
         ASSERT_EQ(capture.messages().size(), 1u);
         EXPECT_EQ(capture.messages()[0].level, MsgLevel::Info);
     }
-    make(header(16, "mdat"), f.root, 16);
-    {
-        MessageCapture capture;
-        EXPECT_EQ(make(garbage, f.root, 32), nullptr);
-        EXPECT_TRUE(capture.messages().empty());
-    }
+    make(header(16, "mdat"), &root, 16);
+    MessageCapture capture;
+    EXPECT_EQ(make(garbage, &root, 32), nullptr);
+    EXPECT_TRUE(capture.messages().empty());
 }
 
 TEST(QtAtomFactory, MakesEachStructureTypeAsItsOwnClass) {
@@ -115,24 +89,13 @@ TEST(QtAtomFactory, MakesEachStructureTypeAsItsOwnClass) {
         char const* type;
         bool (*isExpected)(BaseQtAtom const*);
     } const cases[] = {
-        {"mvhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomMvhd const*>(a); }},
-        {"tkhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomTrakHdr const*>(a); }},
-        {"mdhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomMediaHdr const*>(a); }},
-        {"hdlr", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomHandler const*>(a); }},
-        {"vmhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomVideoInf const*>(a); }},
-        {"smhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomSoundInf const*>(a); }},
-        {"gmin", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomBaseInf const*>(a); }},
-        {"tcmi", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomTimecodeInf const*>(a); }},
-        {"hmhd", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomHintMediaHdr const*>(a); }},
-        {"elst", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomEditList const*>(a); }},
-        {"tref", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomTrakRef const*>(a); }},
-        {"ftyp", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomFileType const*>(a); }},
-        {"clef", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomApertDimensions const*>(a); }},
-        {"prof", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomApertDimensions const*>(a); }},
-        {"enof", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomApertDimensions const*>(a); }},
-        {"iods", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomObjectDesc const*>(a); }},
-        {"sean", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomValueTriple const*>(a); }},
-        {"m12v", [](BaseQtAtom const* a) { return !!dynamic_cast<QtAtomValueTriple const*>(a); }},
+        {"mvhd", isA<QtAtomMvhd>},          {"tkhd", isA<QtAtomTrakHdr>},     {"mdhd", isA<QtAtomMediaHdr>},
+        {"hdlr", isA<QtAtomHandler>},       {"vmhd", isA<QtAtomVideoInf>},    {"smhd", isA<QtAtomSoundInf>},
+        {"gmin", isA<QtAtomBaseInf>},       {"tcmi", isA<QtAtomTimecodeInf>}, {"hmhd", isA<QtAtomHintMediaHdr>},
+        {"elst", isA<QtAtomEditList>},      {"tref", isA<QtAtomTrakRef>},     {"ftyp", isA<QtAtomFileType>},
+        {"clef", isA<QtAtomApertDimensions>}, {"prof", isA<QtAtomApertDimensions>},
+        {"enof", isA<QtAtomApertDimensions>}, {"iods", isA<QtAtomObjectDesc>},
+        {"sean", isA<QtAtomValueTriple>},     {"m12v", isA<QtAtomValueTriple>},
     };
     for (Case const& c : cases) {
         QtAtomHeader parent(qtId("trak"), nullptr);

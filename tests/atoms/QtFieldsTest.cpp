@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtFields.h"
 #include "tests/TestSupport.h"
-
 
 TEST(QtPascalString, FixedStringDecodeConsumesItsCapacityWhateverTheLength) {
     unsigned char bytes[40] = {2, 'h', 'i'};
@@ -36,15 +34,13 @@ TEST(QtPascalString, ZeroLengthByteMeasuresUpToTheNextZeroWithinTheBuffer) {
 }
 
 TEST(QtFraction, ReducesAndReplacesAZeroDenominator) {
-    QtFraction a(30000, 0);
-    EXPECT_EQ(a.numerator(), 30000u);
-    EXPECT_EQ(a.denominator(), 1u);
-    QtFraction b(30000, 1001);
-    EXPECT_EQ(b.numerator(), 30000u);
-    EXPECT_EQ(b.denominator(), 1001u);
-    QtFraction c(60, 2);
-    EXPECT_EQ(c.numerator(), 30u);
-    EXPECT_EQ(c.denominator(), 1u);
+    auto reduced = [](uint32_t n, uint32_t d) {
+        QtFraction f(n, d);
+        return std::pair(f.numerator(), f.denominator());
+    };
+    EXPECT_EQ(reduced(30000, 0), std::pair(30000u, 1u));
+    EXPECT_EQ(reduced(30000, 1001), std::pair(30000u, 1001u));
+    EXPECT_EQ(reduced(60, 2), std::pair(30u, 1u));
     EXPECT_EQ(QtFraction(4, 3).encoded4ByteValue(), 0x00040003u);
     EXPECT_STREQ(QtFraction(3, 2).toString().get(), "1.5");
 }

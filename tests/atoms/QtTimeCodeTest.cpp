@@ -5,10 +5,6 @@
 
 #include "quicktime/atoms/QtTimeCode.h"
 
-namespace {
-
-}  // namespace
-
 TEST(QtTimeCode, FramesPerSecondRoundsTheFrameRateToWholeFrames) {
     EXPECT_EQ(QtTimeCode::framesPerSecond(30000, 1001), 30u);
     EXPECT_EQ(QtTimeCode::framesPerSecond(60000, 1001), 60u);

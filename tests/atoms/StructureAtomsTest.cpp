@@ -93,17 +93,8 @@ struct Row {
 };
 
 std::vector<Row> rows() {
-    Bytes hmhd;
-    putAtomHeader(hmhd, 28, "hmhd");
-    put32(hmhd, 0);
-    put16(hmhd, 1450);
-    put16(hmhd, 1200);
-    putBytes(hmhd, words({4000000, 3000000, 3500000}));
-    Bytes mdhd;
-    putAtomHeader(mdhd, 32, "mdhd");
-    putBytes(mdhd, words({0, 0xC1, 0xC2, 48000, 481024}));
-    put16(mdhd, 0x55C4);
-    put16(mdhd, 0x0100);
+    Bytes hmhd = fullAtom("hmhd", {1450 << 16 | 1200, 4000000, 3000000, 3500000});
+    Bytes mdhd = fullAtom("mdhd", {0xC1, 0xC2, 48000, 481024, 0x55C40100});
     Bytes iods = fullAtom("iods", {});
     putBytes(iods, Bytes{0x10, 0x80, 0x80, 0x80, 0x07, 0x00, 0x4F, 0xFF, 0xFF, 0x29, 0xAB});
     iods[3] = static_cast<unsigned char>(iods.size());
@@ -117,6 +108,8 @@ std::vector<Row> rows() {
     Bytes nameless = withText(handlerFields(32, "dhlr", "alis"), std::string("Next\0more", 9));
     Bytes padded = withText(handlerFields(40, "mhlr", "vide"), std::string("\3abc\0\0\0\0", 8));
     Bytes claim = withText(handlerFields(36, "mhlr", "soun"), "\4abc");
+    Make mvhd = [] { return new QtAtomMvhd(nullptr, 0); };
+    Make hdlr = [] { return new QtAtomHandler(nullptr, 0, 0); };
     return {
         {"gmin fields", make<QtAtomBaseInf>(),
          atomBytes("gmin", Bytes{0, 0, 0, 0, 0, 0x24, 0x11, 0x11, 0x22, 0x22, 0x33, 0x33, 0xFF, 0x80, 0xAB, 0xCD}), 0,
@@ -130,13 +123,12 @@ std::vector<Row> rows() {
          "hmhd: 28b@0,v0,f=0,max/avg pdu=1450/1200, max/avg/sliding bps=4000000/3000000/3500000\n"},
         {"mdhd", make<QtAtomMediaHdr>(), mdhd, 0, {},
          "mdhd: 32b@0,v0,f=0,48000hz,len=481024=00:00:10.021,lang=21956,q=256\n"},
-        {"mvhd", [] { return new QtAtomMvhd(nullptr, 0); }, movieHeaderBytes(0), 0, {},
+        {"mvhd", mvhd, movieHeaderBytes(0), 0, {},
          "mvhd: 108b@0,v0,f=0,600hz,len=1200(movie)=00:00:02.000,next trak=3\n"
          "  cre=0xd0000001,mod=0xd0000002,cur=0x168\n"
          "  preview: start=00:00:00.100(60:movie),len=00:00:00.200(120:movie)\n"
          "  selection: start=00:00:00.400(240:movie),len=00:00:00.500(300:movie)\n"},
-        {"mvhd version 1 keeps the 32-bit layout", [] { return new QtAtomMvhd(nullptr, 0); },
-         movieHeaderBytes(0x01000000), 0, {}, nullptr},
+        {"mvhd version 1 keeps the 32-bit layout", mvhd, movieHeaderBytes(0x01000000), 0, {}, nullptr},
         {"tkhd", make<QtAtomTrakHdr>(), trackHeaderBytes(3, 0x02D00000, 0x01E00000), 0, {}, nullptr},
         {"tkhd keeps whole pixels", make<QtAtomTrakHdr>(), trackHeaderBytes(3, 0x02D08000, 0x01E0FFFF), 0,
          trackHeaderBytes(3, 0x02D00000, 0x01E00000), nullptr},
@@ -160,20 +152,19 @@ std::vector<Row> rows() {
         {"tref entries of one type merge", make<QtAtomTrakRef>(),
          trefBytes({trefEntry("tmcd", {3}), trefEntry("chap", {4, 5}), trefEntry("tmcd", {6})}), 0,
          trefBytes({trefEntry("tmcd", {3, 6}), trefEntry("chap", {4, 5})}, 8), "tref: 48b@0,tmcd[2]=3,6 chap[2]=4,5\n"},
-        {"hdlr Pascal name", [] { return new QtAtomHandler(nullptr, 0, 0); },
-         withText(handlerFields(45, "mhlr", "vide"), "\x0c" "VideoHandler"), 0, {},
+        {"hdlr Pascal name", hdlr, withText(handlerFields(45, "mhlr", "vide"), "\x0c" "VideoHandler"), 0, {},
          "hdlr: 45b@0,v0,f=0,type=mhlr.vide,VideoHandler\n"},
-        {"hdlr C name written as Pascal", [] { return new QtAtomHandler(nullptr, 0, 0); },
+        {"hdlr C name written as Pascal", hdlr,
          withText(handlerFields(45, "mhlr", "vide"), std::string("VideoHandler\0", 13)), 0,
          withText(handlerFields(45, "mhlr", "vide"), "\x0c" "VideoHandler"), nullptr},
-        {"hdlr without room names itself from what follows", [] { return new QtAtomHandler(nullptr, 0, 0); },
-         nameless, 32, handlerFields(32, "dhlr", "alis"), "hdlr: 32b@0,v0,f=0,type=dhlr.alis,Next\n"},
-        {"hdlr C name filling the room loses a character", [] { return new QtAtomHandler(nullptr, 0, 0); },
+        {"hdlr without room names itself from what follows", hdlr, nameless, 32, handlerFields(32, "dhlr", "alis"),
+         "hdlr: 32b@0,v0,f=0,type=dhlr.alis,Next\n"},
+        {"hdlr C name filling the room loses a character", hdlr,
          withText(handlerFields(44, "mhlr", "soun"), "SoundHandler"), 0,
          withText(handlerFields(44, "mhlr", "soun"), "\x0b" "SoundHandle"), nullptr},
-        {"hdlr Pascal length one past the atom", [] { return new QtAtomHandler(nullptr, 0, 0); }, claim, 0,
-         withText(handlerFields(36, "mhlr", "soun"), "\3abc"), nullptr},
-        {"hdlr padding after the name", [] { return new QtAtomHandler(nullptr, 0, 0); }, padded, 0, {}, nullptr},
+        {"hdlr Pascal length one past the atom", hdlr, claim, 0, withText(handlerFields(36, "mhlr", "soun"), "\3abc"),
+         nullptr},
+        {"hdlr padding after the name", hdlr, padded, 0, {}, nullptr},
     };
 }
 

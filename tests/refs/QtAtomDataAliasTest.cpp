@@ -1,20 +1,14 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "quicktime/quicktime.h"
-#include "quicktime/refs/QtAtomDataAlias.h"
-#include "quicktime/refs/QtAtomDataRefHdr.h"
 #include "tests/TestSupport.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
 
 constexpr char const* kAliasMovie = "h264_negcts_cslg_alis.mov";
 constexpr char const* kAliasPath = "moov.trak.mdia.minf.dinf.dref.alis";
@@ -53,23 +47,6 @@ void writeMovie(QtAtomRoot const& root, std::string const& path) {
     ASSERT_TRUE(QtAtomWriter::copyTree(root, *out));
 }
 
-// An 'alis' atom around `body`, with flags.
-Bytes aliasAtom(unsigned int flags, Bytes const& body) {
-    Bytes atom;
-    putAtomHeader(atom, static_cast<uint32_t>(12 + body.size()), "alis");
-    put32(atom, flags);
-    atom.insert(atom.end(), body.begin(), body.end());
-    return atom;
-}
-
-// The encoded record of a fresh record pointed at `target` from `base`.
-Bytes recordBytes(char const* base, char const* target) {
-    QtAliasRecord record;
-    EXPECT_TRUE(record.setPath(base, target));
-    QtAtomBuffer out(16);
-    record.encode(out);
-    return Bytes(out.ptrData(), out.ptrData() + out.nOccupied());
-}
 }  // namespace
 
 TEST(QtAtomDataAlias, PathSetInAMovieResolvesAfterReadingAndAfterTheMovieMoved) {
@@ -108,17 +85,15 @@ TEST(QtAtomDataAlias, PathSetInAMovieResolvesAfterReadingAndAfterTheMovieMoved) 
 
 TEST(QtAtomDataAlias, RecordIsNotReadPastTheAtom) {
     // The record's size field claims more than the atom holds; the next atom's bytes follow.
-    Bytes body = recordBytes("/a/b/movie.mov", "/a/c/clip.mov");
-    body.resize(150);
+    QtAliasRecord record;
+    ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
+    QtAtomBuffer out(16);
+    record.encode(out);
+    Bytes body(out.ptrData(), out.ptrData() + 150);
     body[4] = 0x10;  // size field 0x10000096
-    Bytes bytes = aliasAtom(0, body);
-    Bytes next;
-    putAtomHeader(next, 12, "url ");
-    put32(next, 1);
-    bytes.insert(bytes.end(), next.begin(), next.end());
     QtAtomDataAlias alias(nullptr);
-    QtAtomBuffer in(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
-    alias.decode(in);
-    EXPECT_EQ(in.bufferOffset(), 162u);
+    unsigned int consumed = 0;
+    decodeFrom(alias, concat({atomBytes("alis", concat({words({0}), body})), atomBytes("url ", words({1}))}), &consumed);
+    EXPECT_EQ(consumed, 162u);
     EXPECT_EQ(alias.getAliasRecord().getFirstVarInfo(), nullptr);
 }

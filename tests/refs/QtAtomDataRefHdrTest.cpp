@@ -1,51 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "quicktime/quicktime.h"
-#include "quicktime/refs/QtAtomDataAlias.h"
-#include "quicktime/refs/QtAtomDataRefHdr.h"
-#include "quicktime/refs/QtAtomDataResource.h"
 #include "tests/TestSupport.h"
 
-namespace {
-
-
-void collect(BaseQtAtom const* atom, QtAtomIdType id, std::vector<BaseQtAtom const*>& out) {
-    for (BaseQtAtom const* child = atom->getChild(); child; child = child->getSibling()) {
-        if (child->getId() == id) out.push_back(child);
-        collect(child, id, out);
-    }
-}
-
-// A small movie: moov { dref { alis (self reference), url , rsrc with two stray bytes } }.
-Bytes craftedMovie() {
-    Bytes body;
-    putAtomHeader(body, 12, "alis");
-    put32(body, 1);
-    putAtomHeader(body, 12, "url ");
-    put32(body, 1);
-    putAtomHeader(body, 14, "rsrc");
-    put32(body, 0);
-    body.push_back(0xAB);
-    body.push_back(0xCD);
-    Bytes dref;
-    putAtomHeader(dref, static_cast<uint32_t>(16 + body.size()), "dref");
-    put32(dref, 0);
-    put32(dref, 3);
-    dref.insert(dref.end(), body.begin(), body.end());
-    Bytes movie;
-    putAtomHeader(movie, static_cast<uint32_t>(8 + dref.size()), "moov");
-    movie.insert(movie.end(), dref.begin(), dref.end());
-    return movie;
-}
-
-}  // namespace
-
 TEST(QtAtomDataRefHdr, ReadsAndWritesItsReferencesByteForByte) {
+    // moov { dref { alis (self reference), url , rsrc with two stray bytes } }
+    Bytes refs = concat({atomBytes("alis", words({1})), atomBytes("url ", words({1})),
+                         atomBytes("rsrc", Bytes{0, 0, 0, 0, 0xAB, 0xCD})});
+    Bytes movie = atomBytes("moov", atomBytes("dref", concat({words({0, 3}), refs})));
     TempFile source;
-    Bytes movie = craftedMovie();
     source.write(movie);
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(source.c_str());
     ASSERT_TRUE(root);
@@ -69,12 +32,10 @@ TEST(QtAtomDataRefHdr, ReadsAndWritesItsReferencesByteForByte) {
 }
 
 TEST(QtAtomDataRefHdr, AListCutShortIsNotReadPastItsBytes) {
-    Bytes bytes;
-    putAtomHeader(bytes, 16, "dref");
-    put32(bytes, 0);  // the count is missing
+    Bytes bytes = concat({words({16}), Bytes{'d', 'r', 'e', 'f', 0, 0, 0, 0}});  // the count is missing
     QtAtomDataRefHdr dref(nullptr);
-    QtAtomBuffer in(bytes.data(), static_cast<unsigned int>(bytes.size()), QtAtomBuffer::Full);
-    EXPECT_FALSE(dref.decode(in));
+    unsigned int consumed = 0;
+    EXPECT_FALSE(decodeFrom(dref, bytes, &consumed));
     EXPECT_EQ(dref.getCount(), 0u);
-    EXPECT_EQ(in.nOccupied(), 4u);
+    EXPECT_EQ(consumed, 8u) << "the version and flags are left";
 }

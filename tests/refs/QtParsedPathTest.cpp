@@ -7,13 +7,13 @@
 
 namespace {
 
-std::vector<std::string> elems(QtParsedPath const& path) {
-    std::vector<std::string> out;
+using Elems = std::vector<std::string>;
+
+Elems elems(QtParsedPath const& path) {
+    Elems out;
     for (unsigned int i = 0; i < path.getElemCount(); ++i) out.push_back(path.getElem(i));
     return out;
 }
-
-using Elems = std::vector<std::string>;
 
 struct Expected {
     char const* path;
@@ -28,42 +28,26 @@ struct Expected {
 }  // namespace
 
 TEST(QtParsedPath, ParsesAndRendersTheSamplePathsUnderEveryConvention) {
+    auto const D = OsEnvDrive, U = OsEnvUnix, M = OsEnvMacOSX, C = OsEnvColon;
+    char const* const N = "NONAME";
     Expected const cases[] = {
-        {"C:\\dir\\file.mov", OsEnvDrive, "C", true, false, {"dir", "file.mov"}, "C:/dir/file.mov"},
-        {"C:\\dir\\file.mov", OsEnvUnix, "NONAME", false, true, {"C:\\dir\\file.mov"}, "./C:\\dir\\file.mov"},
-        {"C:\\dir\\file.mov",
-         OsEnvMacOSX,
-         "NONAME",
-         false,
-         true,
-         {"C:\\dir\\file.mov"},
-         "./C:\\dir\\file.mov"},
-        {"C:\\dir\\file.mov", OsEnvColon, "C", false, false, {"\\dir\\file.mov"}, "C:\\dir\\file.mov"},
-        {"Media:clips:a.mov",
-         OsEnvDrive,
-         "NONAME",
-         false,
-         true,
-         {"Media:clips:a.mov"},
-         "./Media:clips:a.mov"},
-        {"Media:clips:a.mov", OsEnvUnix, "NONAME", false, true, {"Media:clips:a.mov"}, "./Media:clips:a.mov"},
-        {"Media:clips:a.mov",
-         OsEnvMacOSX,
-         "NONAME",
-         false,
-         true,
-         {"Media:clips:a.mov"},
-         "./Media:clips:a.mov"},
-        {"Media:clips:a.mov", OsEnvColon, "Media", false, false, {"clips", "a.mov"}, "Media:clips:a.mov"},
-        {"1:\\dir", OsEnvDrive, "NONAME", false, true, {"1:", "dir"}, "./1:/dir"},  // no drive letter
-        {"a//b", OsEnvDrive, "NONAME", false, true, {"a", "b"}, "./a/b"},
-        {"a//b", OsEnvUnix, "NONAME", false, true, {"a", "b"}, "./a/b"},
-        {"a//b", OsEnvMacOSX, "NONAME", false, true, {"a", "b"}, "./a/b"},
-        {"a//b", OsEnvColon, "a//b", false, false, {}, "a//b"},
-        {"/a/c/clip.mov", OsEnvDrive, "NONAME", false, true, {"a", "c", "clip.mov"}, "./a/c/clip.mov"},
-        {"/a/c/clip.mov", OsEnvUnix, "NONAME", false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
-        {"/a/c/clip.mov", OsEnvMacOSX, "NONAME", false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
-        {"/a/c/clip.mov", OsEnvColon, "/a/c/clip.mov", false, false, {}, "/a/c/clip.mov"},
+        {"C:\\dir\\file.mov", D, "C", true, false, {"dir", "file.mov"}, "C:/dir/file.mov"},
+        {"C:\\dir\\file.mov", U, N, false, true, {"C:\\dir\\file.mov"}, "./C:\\dir\\file.mov"},
+        {"C:\\dir\\file.mov", M, N, false, true, {"C:\\dir\\file.mov"}, "./C:\\dir\\file.mov"},
+        {"C:\\dir\\file.mov", C, "C", false, false, {"\\dir\\file.mov"}, "C:\\dir\\file.mov"},
+        {"Media:clips:a.mov", D, N, false, true, {"Media:clips:a.mov"}, "./Media:clips:a.mov"},
+        {"Media:clips:a.mov", U, N, false, true, {"Media:clips:a.mov"}, "./Media:clips:a.mov"},
+        {"Media:clips:a.mov", M, N, false, true, {"Media:clips:a.mov"}, "./Media:clips:a.mov"},
+        {"Media:clips:a.mov", C, "Media", false, false, {"clips", "a.mov"}, "Media:clips:a.mov"},
+        {"1:\\dir", D, N, false, true, {"1:", "dir"}, "./1:/dir"},  // no drive letter
+        {"a//b", D, N, false, true, {"a", "b"}, "./a/b"},
+        {"a//b", U, N, false, true, {"a", "b"}, "./a/b"},
+        {"a//b", M, N, false, true, {"a", "b"}, "./a/b"},
+        {"a//b", C, "a//b", false, false, {}, "a//b"},
+        {"/a/c/clip.mov", D, N, false, true, {"a", "c", "clip.mov"}, "./a/c/clip.mov"},
+        {"/a/c/clip.mov", U, N, false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
+        {"/a/c/clip.mov", M, N, false, false, {"a", "c", "clip.mov"}, "/a/c/clip.mov"},
+        {"/a/c/clip.mov", C, "/a/c/clip.mov", false, false, {}, "/a/c/clip.mov"},
     };
     for (Expected const& e : cases) {
         SCOPED_TRACE(std::string(e.path) + " under " + std::to_string(e.env));
