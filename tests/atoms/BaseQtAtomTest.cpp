@@ -7,12 +7,6 @@
 
 namespace {
 
-Bytes encodeHeader(BaseQtAtom const& atom) {
-    QtAtomBuffer buffer(16);
-    atom.encode(buffer);
-    return Bytes(buffer.ptrData(), buffer.ptrEnd());
-}
-
 // A leaf atom of a given body size, for building trees in memory.
 class Leaf : public BaseQtAtom {
 public:
@@ -29,14 +23,14 @@ TEST(AtomHeader, DecodesAndEncodesTheWideForm) {
     EXPECT_EQ(atom.getSize(), 0x100000010ul);
     EXPECT_EQ(atom.getHeaderSize(), 16u);
     EXPECT_TRUE(atom.isDecoded());
-    EXPECT_EQ(encodeHeader(atom), bytes);
+    EXPECT_EQ(encodeToBytes(atom), bytes);
 }
 
 TEST(AtomHeader, ChoosesTheShortFormUnlessTheSizeNeedsMore) {
     BaseQtAtom small(qtId("free"), nullptr, 100);
-    EXPECT_EQ(encodeHeader(small), (Bytes{0, 0, 0, 100, 'f', 'r', 'e', 'e'}));
+    EXPECT_EQ(encodeToBytes(small), (Bytes{0, 0, 0, 100, 'f', 'r', 'e', 'e'}));
     BaseQtAtom large(qtId("mdat"), nullptr, 0x100000000ul);
-    EXPECT_EQ(encodeHeader(large),
+    EXPECT_EQ(encodeToBytes(large),
               (Bytes{0, 0, 0, 1, 'm', 'd', 'a', 't', 0, 0, 0, 1, 0, 0, 0, 0}));
 }
 

@@ -219,9 +219,8 @@ Bytes spsOf(size_t length) {
 
 // The header's profile (100) is replaced by the SPS's when the atom is read.
 Bytes avcWithProfileOfSps(Bytes bytes) {
-    bytes[9] = 77;
-    bytes[10] = 0x40;
-    bytes[11] = 41;
+    Bytes sps = spsOf(4);
+    std::copy(sps.begin() + 1, sps.end(), bytes.begin() + 9);
     return bytes;
 }
 

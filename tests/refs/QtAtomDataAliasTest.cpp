@@ -14,25 +14,20 @@ constexpr char const* kAliasMovie = "h264_negcts_cslg_alis.mov";
 constexpr char const* kAliasPath = "moov.trak.mdia.minf.dinf.dref.alis";
 
 // A directory tree for one test, removed with the object.
-class TempDir {
-  public:
-    TempDir() {
+struct TempDir {
+    std::string root = [] {
         char pattern[] = "/tmp/qtrefs.XXXXXX";
-        char* dir = mkdtemp(pattern);
-        m_path = dir ? dir : "/tmp";
-    }
+        return std::string(mkdtemp(pattern) ? pattern : "/tmp/qtrefs.unmade");
+    }();
     ~TempDir() {
         std::error_code ignored;
-        fs::remove_all(m_path, ignored);
+        fs::remove_all(root, ignored);
     }
     std::string path(std::string const& relative) const {
-        fs::path full = fs::path(m_path) / relative;
+        fs::path full = fs::path(root) / relative;
         fs::create_directories(full.parent_path());
         return full.string();
     }
-
-  private:
-    std::string m_path;
 };
 
 QtAtomDataAlias const* findAlias(QtAtomRoot const& root) {
