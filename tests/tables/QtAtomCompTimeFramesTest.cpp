@@ -1,14 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <random>
-#include <thread>
-
-#include "CompTimeTestSupport.h"
+// Samples of a composition offset table (type, anchor, display offset) against a decode of every
+// run from entry 0: on the corpus from several agents, and rule by rule on small tables.
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
-#include "quicktime/tables/QtGopPattern.h"
-
+#include "tests/tables/CompTimeTestSupport.h"
 
 using namespace CompTest;
 
@@ -42,8 +36,6 @@ std::vector<unsigned long> boundariesThenBackwards(unsigned long n) {
 
 }  // namespace
 
-// --- the corpus, against a decode of every run from entry 0 ---
-
 class CompTimeFramesCorpus : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CompTimeFramesCorpus, EverySampleMatchesAFullDecodeFromEveryAgentInAnyOrder) {
@@ -66,22 +58,13 @@ TEST_P(CompTimeFramesCorpus, EverySampleMatchesAFullDecodeFromEveryAgentInAnyOrd
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeFramesCorpus, ::testing::ValuesIn(corpusMovies()), [](auto const& info) {
-    std::string name = info.param.substr(0, info.param.find('.'));
-    for (char& c : name)
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    return name;
-});
-
-// --- the rules, on small tables ---
+INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeFramesCorpus, ::testing::ValuesIn(corpusMovies()), corpusName);
 
 TEST(QtAtomCompTimeFrames, TypesComeFromZeroOffsetsAndKeyFrames) {
-    TempFile file;
     // (1,1) then (2,0), no 'cslg': the first sample is I or P by the key set, the others B.
     for (bool key : {true, false}) {
-        AutoPtr<QtAtomRoot> root = readMovie(
-            file, movieWithTable({stszAtom(3), syncAtom("stss", {key ? 1u : 3u}), cttsAtom({{1, 1}, {2, 0}})}));
-        QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
+        MovieOnDisk movie(movieWithTable({stszAtom(3), syncAtom("stss", {key ? 1u : 3u}), cttsAtom({{1, 1}, {2, 0}})}));
+        auto const* ctts = movie.table<QtAtomCompTime>("ctts");
         EXPECT_EQ(ctts->getSample(0, nullptr).type, key ? SampleCodingI : SampleCodingP);
         EXPECT_EQ(text(ctts->getSample(1, nullptr)), "p=B1,a=0,d=-1");
         EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=B2,a=0,d=-1");
@@ -89,42 +72,33 @@ TEST(QtAtomCompTimeFrames, TypesComeFromZeroOffsetsAndKeyFrames) {
 }
 
 TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
-    TempFile file;
     Bytes stts = fullAtom("stts", {1, 3, 100});
-    AutoPtr<QtAtomRoot> root = readMovie(
-        file, movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cttsAtom({{1, 200}, {2, 0}})}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
-    EXPECT_EQ(ctts->getSample(0, nullptr).offset, 1);  // 2 frames stored
+    MovieOnDisk plain(movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cttsAtom({{1, 200}, {2, 0}})}));
+    EXPECT_EQ(plain.table<QtAtomCompTime>("ctts")->getSample(0, nullptr).offset, 1);  // 2 frames stored
     // With a 'cslg', a shift of one frame: the B frames stored at -100 are the zeros.
     Bytes cslg = fullAtom("cslg", {100, static_cast<uint32_t>(-100), 200, 0, 300});
-    root = readMovie(file, movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cslg,
-                                           cttsAtom({{1, 200}, {2, static_cast<uint32_t>(-100)}})}));
-    ctts = compTable(root->findAtom(kStblPath, 0));
+    MovieOnDisk shifted(movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cslg, cttsAtom({{1, 200}, {2, -100}})}));
+    auto const* ctts = shifted.table<QtAtomCompTime>("ctts");
     EXPECT_EQ(text(ctts->getSample(0, nullptr)), "p=I0,a=0,d=+2");
     EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=B2,a=0,d=-1");
 }
 
 TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
-    TempFile file;
     Bytes sdtp = atomBytes("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
     // I P P P P, the last four marked: not depended on; depends, depended on; not depended on;
     // independent but not a key frame.
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(5), syncAtom("stss", {1}), cttsAtom({{5, 1}}), sdtp}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
+    MovieOnDisk movie(movieWithTable({stszAtom(5), syncAtom("stss", {1}), cttsAtom({{5, 1}}), sdtp}));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
     EXPECT_EQ(text(ctts->getSample(1, nullptr)), "p=B1,a=0,d=+0");
     EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=P2,a=0,d=+0");  // reference before the disposable one
     EXPECT_EQ(text(ctts->getSample(3, nullptr)), "p=B3,a=2,d=+0");
     EXPECT_EQ(text(ctts->getSample(4, nullptr)), "p=B4,a=2,d=+0,r");
 }
 
-// --- frame sets and anchors ---
-
 TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit) {
-    TempFile file;
     std::string types = repeat("IBBPBBPBBPBB", 300);
-    AutoPtr<QtAtomRoot> root = readMovie(file, gopMovie(types, 1));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
+    MovieOnDisk movie(gopMovie(types, 1));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
     std::vector<Sample> expected = referenceDecode(*ctts, types.size());
     EXPECT_EQ(text(ctts->getSample(3500, nullptr)), text(expected[3500]));
     QtAtomCompTime::SparseArray& anchors = ctts->getSparseArray();
@@ -138,5 +112,3 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
     EXPECT_EQ(text(ctts->getSample(5 * 256 + 5, &agent)), text(expected[5 * 256 + 5]));
     EXPECT_EQ(anchors.get(5), good) << "rebuilt by the walk from unit 4";
 }
-
-// --- the older path and the printouts ---

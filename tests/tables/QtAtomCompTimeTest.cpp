@@ -1,48 +1,43 @@
-#include <gtest/gtest.h>
-
-#include <random>
-
-#include "tests/tables/TableTestSupport.h"
-#include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomWriter.h"
-#include "quicktime/atoms/QtDebug.h"
+// QtAtomCompTime ('ctts') walked run by run, its room while recording, and its companions: the
+// shift ('cslg') and the seed of anchors kept in the file.
 #include "quicktime/tables/QtAtomCompTime.h"
 
+#include "framework/FileIoClientRec.h"
+#include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtAtomCompSeed.h"
+#include "tests/tables/CompTimeTestSupport.h"
 
+using namespace CompTest;
 using DiskEntry = QtAtomCompTime::DiskEntry;
 using Sparse = QtAtomCompTime::Sparse;
 
 namespace {
 
-QtAtomCompTime const* compTable(QtAtomRoot const& root) {
-    BaseQtAtom const* stbl = root.findAtom(kStblPath, 0);
-    return stbl ? dynamic_cast<QtAtomCompTime const*>(stbl->findAtom("ctts", 0)) : nullptr;
-}
-
-// Runs of the I B B P B B ... pattern with offsets in frames of `ticks` each.
-std::vector<std::pair<uint32_t, int32_t>> gopRuns(unsigned int gops, int32_t ticks) {
-    std::vector<std::pair<uint32_t, int32_t>> runs;
-    for (unsigned int g = 0; g < gops; ++g) {
-        runs.push_back({1, 3 * ticks});
-        runs.push_back({2, 0});
-    }
-    return runs;
-}
-
 // A table in a file, with room to append `reserve` more entries.
 struct GrowingTable {
-    GrowingTable(unsigned int reserve) {
-        root = readMovie(file, movieWithTable({stszAtom(0), cttsAtom({}, reserve)}));
-        ctts = root ? compTable(*root) : nullptr;
-    }
-    TempFile file;
-    AutoPtr<QtAtomRoot> root;
-    QtAtomCompTime const* ctts;
+    explicit GrowingTable(unsigned int reserve) : movie(movieWithTable({stszAtom(0), cttsAtom({}, reserve)})) {}
+    MovieOnDisk movie;
+    QtAtomCompTime const* ctts = movie.table<QtAtomCompTime>("ctts");
 };
 
-}  // namespace
+// 48000 samples of a long GOP: seed slots at 0, 16384 and 32768.
+std::string seedStream() { return repeat("IBBPBBPBBPBB", 4000); }
 
-// --- the corpus ---
+// The seed of the stream's table, taken after a walk over all of it, as the bytes of its atom;
+// `entriesClaimed` overwrites its entry count (at offset 28).
+Bytes seedAtomBytes(unsigned int entriesClaimed = 0) {
+    MovieOnDisk movie(gopMovie(seedStream(), 1));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
+    ctts->getSample(seedStream().size() - 1, nullptr);
+    QtAtomCompSeed seed(nullptr, 3);
+    EXPECT_TRUE(seed.store(*ctts, seedStream().size()));
+    Bytes bytes = encodeToBytes(seed);
+    if (entriesClaimed)
+        for (unsigned int i = 0; i < 4; ++i) bytes[28 + i] = static_cast<unsigned char>(entriesClaimed >> (24 - 8 * i));
+    return bytes;
+}
+
+}  // namespace
 
 class CompTimeCorpus : public ::testing::TestWithParam<std::string> {};
 
@@ -81,34 +76,20 @@ TEST_P(CompTimeCorpus, WalkingTheRunsGivesEverySamplesDisplayOffset) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeCorpus, ::testing::ValuesIn(corpusMovies()), [](auto const& info) {
-    std::string name = info.param.substr(0, info.param.find('.'));
-    for (char& c : name)
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    return name;
-});
-
-// --- reading and writing the atom ---
+INSTANTIATE_TEST_SUITE_P(Corpus, CompTimeCorpus, ::testing::ValuesIn(corpusMovies()), corpusName);
 
 TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
-    TempFile file;
     MessageCapture capture;
     ScopedDebugFlag flag("quicktimeDbg", "atom errors");
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})}));
-    QtAtomCompTime const* table = compTable(*root);
-    EXPECT_EQ(table->getNumEntries(), 4u);
+    MovieOnDisk movie(movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})}));
+    EXPECT_EQ(movie.table<QtAtomCompTime>("ctts")->getNumEntries(), 4u);
     EXPECT_TRUE(capture.contains("ctts: 48b@") && capture.contains("[4]: last 2 of 4 zero")) << capture.all();
 }
 
-// --- walking the runs ---
-
 TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
-    TempFile file;
     // I P B B P B B P P: offsets in frames of 1 tick.
-    AutoPtr<QtAtomRoot> root = readMovie(
-        file, movieWithTable({stszAtom(9), cttsAtom({{1, 1}, {1, 3}, {2, 0}, {1, 3}, {2, 0}, {2, 1}})}));
-    QtAtomCompTime const* ctts = compTable(*root);
+    MovieOnDisk movie(movieWithTable({stszAtom(9), cttsAtom({{1, 1}, {1, 3}, {2, 0}, {1, 3}, {2, 0}, {2, 1}})}));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
     QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
     std::vector<unsigned int> anchors;
     do anchors.push_back(it.getAnchor());
@@ -125,10 +106,8 @@ TEST(QtAtomCompTime, DependOffsetCountsBackToTheReferenceFrame) {
 }
 
 TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(3000), cttsAtom(gopRuns(1000, 100))}));
-    QtAtomCompTime const* ctts = compTable(*root);
+    MovieOnDisk movie(movieWithTable({stszAtom(3000), cttsAtom(derivedRuns(repeat("IBB", 1000), 100))}));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
     ASSERT_TRUE(ctts->hasVirtualTable());
     QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, nullptr);
     QtAtomCompTime::SparseArray& anchors = ctts->getSparseArray();
@@ -148,8 +127,6 @@ TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
         from++;
     }
 }
-
-// --- recording ---
 
 TEST(QtAtomCompTime, AppendsKeepTwoSlotsFreeAndAskForRoomInstead) {
     GrowingTable table(20);
@@ -193,14 +170,45 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
     EXPECT_EQ(empty.ctts->getArray().getVirtualSize(), 5000u);
 }
 
-// --- seeds ---
-
-// --- siblings and printout ---
-
 TEST(QtAtomCompTime, NeedsAllItsDataOnlyBelow145Bytes) {
     QtAtomCompTime table(nullptr);
     for (unsigned int size : {144u, 145u}) {
         table.setSize(size);
         EXPECT_EQ(table.needsAllData(), size < 145) << size;
+    }
+}
+
+TEST(QtAtomCompShift, VersionOneFieldsAreSixtyFourBitsWide) {
+    Bytes body{1, 0, 0, 0};
+    for (int64_t field : {int64_t(200), int64_t(-100), int64_t(300), int64_t(0), int64_t(1) << 40})
+        put64(body, static_cast<uint64_t>(field));
+    Bytes bytes = movieWithTable({stszAtom(1), atomBytes("cslg", body)});
+    MovieOnDisk movie(bytes);
+    auto const* cslg = movie.table<QtAtomCompShift>("cslg");
+    ASSERT_NE(cslg, nullptr);
+    EXPECT_EQ(cslg->getShift(), 200);
+    EXPECT_EQ(cslg->getLsDelta(), -100);
+    EXPECT_EQ(cslg->getEndTm(), INT32_MAX);  // kept to 32 bits
+    Bytes written = encodeToBytes(*cslg);
+    EXPECT_EQ(written.size(), 52u);
+    EXPECT_EQ(Bytes(written.begin(), written.begin() + 36), Bytes(bytes.end() - 52, bytes.end() - 16));
+}
+
+TEST(QtAtomCompSeed, AFreshReaderStartsFromTheKeptAnchors) {
+    Bytes seed = seedAtomBytes();
+    ASSERT_EQ(seed.size(), QtAtomCompSeed::kHeadSize + 3 * QtAtomCompSeed::kSlotSize);
+    for (bool matching : {true, false}) {
+        MovieOnDisk movie(gopMovie(seedStream(), 1, {matching ? seed : seedAtomBytes(12345)}));
+        auto const* ctts = movie.table<QtAtomCompTime>("ctts");
+        QtAtomCompSeed const* found = QtAtomCompSeed::findFor(*ctts);
+        ASSERT_NE(found, nullptr);
+        EXPECT_EQ(found->getSeed().used, 3u);
+        unsigned long far = 33000;  // unit 128 holds the third anchor
+        Sample expected = referenceDecode(*ctts, far + 1)[far];
+        FileIoClientRec agent;
+        EXPECT_EQ(ctts->getSample(far, &agent), expected);
+        // Kept anchors: the walk began at unit 128, so nothing below it was walked.
+        EXPECT_EQ(ctts->getSparseArray().get(1).valid(), !matching) << (matching ? "kept" : "stale");
+        EXPECT_TRUE(ctts->getSparseArray().get(128).valid());
     }
 }

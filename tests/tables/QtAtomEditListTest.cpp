@@ -1,17 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "quicktime/tables/QtAtomEditList.h"
+
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
-#include "tests/TestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 
 namespace {
 
-// moov with a movie header, one trak with an edit list under edts and a media with its header and
-// a time-to-sample table of `samples` samples of `ticks` in minf.stbl. Returns the edit list; the
-// tree is owned by `moov`.
+// A movie header and one trak (edts.elst, and mdia with `samples` samples of `ticks`) under `moov`;
+// returns the edit list.
 QtAtomEditList* buildTrack(QtAtomHeader& moov, unsigned int movieScale, unsigned int mediaScale,
                            unsigned int samples, unsigned int ticks, unsigned int edits) {
     new QtAtomMvhd(&moov, movieScale);
@@ -30,6 +26,17 @@ void setEdit(QtAtomEditList* list, unsigned int index, uint32_t duration, uint32
     edit.mediaTime = mediaTime;
     edit.empty = empty;
 }
+
+// One movie second of nothing (24 samples of 100 at 2400), then media samples 0..47.
+struct EmptyThenMedia {
+    EmptyThenMedia() {
+        setEdit(list, 0, 600, 0, true);
+        setEdit(list, 1, 1200, 0, false);
+        list->calcMedia(true);
+    }
+    QtAtomHeader moov{qtId("moov"), nullptr};
+    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
+};
 
 }  // namespace
 
@@ -95,54 +102,27 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
 }
 
 TEST(QtAtomEditList, MapsMediaSamplesPastEmptyEditsToPresentationSamples) {
-    QtAtomEditList none(nullptr, 0);
-    EXPECT_EQ(none.physicalToVirtualSample(17), 17u);
-
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 0, true);    // one second of nothing: 24 samples
-    setEdit(list, 1, 1200, 0, false);  // then samples 0..47
-    list->calcMedia(true);
-    EXPECT_EQ(list->physicalToVirtualSample(0), 24u);
-    EXPECT_EQ(list->physicalToVirtualSample(10), 34u);
-    EXPECT_EQ(list->physicalToVirtualSample(47), 71u);
-    EXPECT_EQ(list->physicalToVirtualSample(60), 60u);  // beyond all edits
+    EXPECT_EQ(QtAtomEditList(nullptr, 0).physicalToVirtualSample(17), 17u);
+    EmptyThenMedia track;
+    for (auto [media, shown] : {std::pair{0u, 24u}, {10u, 34u}, {47u, 71u}, {60u, 60u}})  // 60: beyond all edits
+        EXPECT_EQ(track.list->physicalToVirtualSample(media), shown) << media;
 }
 
 TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_EQ(QtAtomEditList(nullptr, 0).getSpan(5, 3).end, 0u);
-
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 0, true);
-    setEdit(list, 1, 1200, 0, false);
-    list->calcMedia(true);
-
-    QtAtomEditList::Phys inEmpty = list->getSpan(5, 100);
-    EXPECT_EQ(inEmpty.index, 0u);
-    EXPECT_TRUE(inEmpty.empty);
-    EXPECT_EQ(inEmpty.remain, 19u);
+    EmptyThenMedia track;
+    QtAtomEditList::Phys inEmpty = track.list->getSpan(5, 100);
+    EXPECT_EQ(std::tie(inEmpty.index, inEmpty.empty, inEmpty.remain), std::make_tuple(0u, true, 19ul));
     EXPECT_EQ(inEmpty.end - inEmpty.first, 19u);  // cut at the edit's end
-
-    QtAtomEditList::Phys inMedia = list->getSpan(30, 10);
-    EXPECT_EQ(inMedia.index, 1u);
-    EXPECT_FALSE(inMedia.empty);
-    EXPECT_EQ(inMedia.first, 6u);
-    EXPECT_EQ(inMedia.end, 16u);
-    EXPECT_EQ(inMedia.remain, 42u);
-    QtAtomEditList::Phys atTheEnd = list->getSpan(24, 10);  // where the empty edit ends
-    EXPECT_EQ(atTheEnd.index, 1u);
-    EXPECT_EQ(atTheEnd.first, 0u);
-
-    list->setMediaOffset(100);  // media positions move, presentation positions with them
-    QtAtomEditList::Phys shifted = list->getSpan(130, 10);
-    EXPECT_EQ(shifted.index, 1u);
-    EXPECT_EQ(shifted.first, 106u);
-
-    list->setMediaOffset(0);
-    QtAtomEditList::Phys beyond = list->getSpan(80, 4);
-    EXPECT_EQ(beyond.index, 1u);
-    EXPECT_FALSE(beyond.empty);
-    EXPECT_EQ(beyond.first, 56u);
-    EXPECT_EQ(beyond.end, 60u);
+    EXPECT_EQ(track.list->getSpan(30, 10).remain, 42u);
+    // In the media edit, from where the empty one ends, and with media positions moved by an offset.
+    struct Case {
+        unsigned long at, length, mediaOffset, first, end;
+    };
+    for (Case c : {Case{30, 10, 0, 6, 16}, Case{24, 10, 0, 0, 10}, Case{130, 10, 100, 106, 116}, Case{80, 4, 0, 56, 60}}) {
+        track.list->setMediaOffset(c.mediaOffset);
+        QtAtomEditList::Phys span = track.list->getSpan(c.at, c.length);
+        EXPECT_EQ(std::tie(span.index, span.empty, span.first, span.end), std::make_tuple(1u, false, c.first, c.end))
+            << c.at;
+    }
 }

@@ -1,24 +1,13 @@
-#include <gtest/gtest.h>
-
-#include "tests/tables/TableTestSupport.h"
-#include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomWriter.h"
-#include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleDepend.h"
 
-
+#include "framework/FileIoClientRec.h"
+#include "tests/tables/TableTestSupport.h"
 
 namespace {
 
-QtAtomSampleDepend const* dependTable(QtAtomRoot const& root) {
-    BaseQtAtom const* stbl = root.findAtom(kStblPath, 0);
-    return stbl ? dynamic_cast<QtAtomSampleDepend const*>(stbl->findAtom("sdtp", 0)) : nullptr;
-}
-
-Bytes sdtpAtom(Bytes const& flags) {
-    Bytes body{0, 0, 0, 0};
-    body.insert(body.end(), flags.begin(), flags.end());
-    return atomBytes("sdtp", body);
+// A movie whose 'sdtp' holds the given bytes.
+MovieOnDisk dependMovie(Bytes const& flags) {
+    return MovieOnDisk(movieWithTable({stszAtom(0), atomBytes("sdtp", concat({zeros(4), flags}))}));
 }
 
 }  // namespace
@@ -27,26 +16,20 @@ TEST(QtAtomSampleDepend, ReadsEveryByteOfTheCorpusTableThroughAReadersAgent) {
     std::string path = testDataPath("hevc_sdtp.mov");
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
     ASSERT_TRUE(root);
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    auto const* sdtp = dynamic_cast<QtAtomSampleDepend const*>(root->findAtom("moov.trak.mdia.minf.stbl.sdtp", 0));
     ASSERT_NE(sdtp, nullptr);
     EXPECT_EQ(sdtp->getFileOffset(), 13073u);
     EXPECT_EQ(sdtp->getNumEntries(), 60u);  // the 'stsz' after it has 60 samples
     EXPECT_TRUE(sdtp->hasVirtualTable());
     Bytes file = readFileBytes(path);
     FileIoClientRec agent;
-    bool someDiffer = false;
-    for (unsigned int i = 0; i < 60; ++i) {
-        ASSERT_EQ(sdtp->getSampleDepend(i, &agent), file[13073 + 12 + i]) << i;
-        someDiffer = someDiffer || file[13073 + 12 + i] != file[13073 + 12];
-    }
-    EXPECT_TRUE(someDiffer);
+    for (unsigned int i = 0; i < 60; ++i) ASSERT_EQ(sdtp->getSampleDepend(i, &agent), file[13073 + 12 + i]) << i;
     EXPECT_EQ(sdtp->getSampleDepend(60, &agent), 0);
 }
 
 TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(4, 0))}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    MovieOnDisk movie = dependMovie(zeros(4));
+    auto const* sdtp = movie.table<QtAtomSampleDepend>("sdtp");
     EXPECT_TRUE(sdtp->addSamples(3, 0x24));
     EXPECT_EQ(sdtp->getSampleDepend(3, nullptr), 0x24);
     EXPECT_FALSE(sdtp->addSamples(4, 0x18));
@@ -60,9 +43,8 @@ TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
 }
 
 TEST(QtAtomSampleDepend, CapacityIsTheRequestedCountEvenWhenSmaller) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), sdtpAtom(Bytes(100, 7))}));
-    QtAtomSampleDepend const* sdtp = dependTable(*root);
+    MovieOnDisk movie = dependMovie(filled(100, 7));
+    auto const* sdtp = movie.table<QtAtomSampleDepend>("sdtp");
     ASSERT_EQ(sdtp->getArray().getVirtualSize(), 100u);
     sdtp->setCapacity(10);
     EXPECT_EQ(sdtp->getArray().getVirtualSize(), 10u);

@@ -1,21 +1,14 @@
-#include <gtest/gtest.h>
+// The samples of a track (offset, size, times, key) from all of its tables together.
+#include "quicktime/tables/QtTrackSamples.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "tests/TestSupport.h"
-#include "tests/tools/QtMovieRun.h"
-#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/atoms/QtAtomHeader.h"
-#include "quicktime/layout/QtAtomReader.h"
-#include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtAtomEditList.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
-#include "quicktime/tables/QtTrackSamples.h"
+#include "tests/tables/TableTestSupport.h"
+#include "tests/tools/QtMovieRun.h"
 
 namespace {
 
@@ -80,12 +73,7 @@ TEST_P(CorpusSamples, DirectLookupsAgreeWithTheWalk) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies()), [](auto const& info) {
-    std::string name = info.param.substr(0, info.param.find('.'));
-    for (char& c : name)
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    return name;
-});
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies()), corpusName);
 
 TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());
@@ -122,7 +110,7 @@ TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
 // fewer chunks than the other tables cover. The track counts the samples those chunks hold, and so
 // do `qtmovie info` and `samples`.
 TEST(QtTrackSamples, CountsOnlyTheSamplesThatTheChunkOffsetsReach) {
-    std::vector<unsigned char> source = readFileBytes(testDataPath("h264_faststart.mov"));
+    Bytes source = readFileBytes(testDataPath("h264_faststart.mov"));
     unsigned long stcoAt = 0;
     {
         AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_faststart.mov").c_str());
@@ -135,10 +123,10 @@ TEST(QtTrackSamples, CountsOnlyTheSamplesThatTheChunkOffsetsReach) {
     // Chunks of the sound track here hold 1 to 3 samples.
     for (unsigned int chunks : {1u, 97u, 248u}) {
         SCOPED_TRACE(chunks);
-        std::vector<unsigned char> cut = source;
+        Bytes cut = source;
         for (int i = 0; i < 4; ++i) cut[stcoAt + 12 + i] = static_cast<unsigned char>(chunks >> (24 - 8 * i));
         TempFile temp("cut.mov");
-        std::ofstream(temp.path(), std::ios::binary).write(reinterpret_cast<char const*>(cut.data()), static_cast<long>(cut.size()));
+        temp.write(cut);
         AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(temp.c_str());
         ASSERT_TRUE(root);
         QtTrackSamples sound(QtTrackSamples::findTrackMedia(*root, 2));

@@ -4,9 +4,10 @@
 // per-sample expectations of the movies of tests/data (samples.csv).
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,28 @@
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"
+
+// `count` values from `first`, `step` apart.
+inline std::vector<uint64_t> series(unsigned int count, uint64_t first, uint64_t step) {
+    std::vector<uint64_t> out;
+    for (unsigned int i = 0; i < count; ++i) out.push_back(first + i * step);
+    return out;
+}
+
+// The big-endian value of `width` bytes at `at`.
+inline uint64_t bigEndianAt(Bytes const& bytes, unsigned long at, unsigned int width) {
+    uint64_t value = 0;
+    for (unsigned int i = 0; i < width; ++i) value = (value << 8) | bytes[at + i];
+    return value;
+}
+
+// A corpus movie's name as a test parameter name.
+inline std::string corpusName(::testing::TestParamInfo<std::string> const& info) {
+    std::string name = info.param.substr(0, info.param.find('.'));
+    for (char& c : name)
+        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+    return name;
+}
 
 // A full atom: the head fields, then the entries (4 or 8 bytes each).
 inline Bytes tableAtom(char const* type, std::vector<uint32_t> const& head, std::vector<uint64_t> const& entries,
