@@ -20,6 +20,11 @@ inline QtAtomCompTime const* compTable(BaseQtAtom const* stbl) {
     return stbl ? dynamic_cast<QtAtomCompTime const*>(stbl->findAtom("ctts", 0)) : nullptr;
 }
 
+// A sample as its printout shows it, and ",r" when marked reserved.
+inline std::string text(Sample const& sample) {
+    return std::string(sample.toString().get()) + (sample.reserved ? ",r" : "");
+}
+
 // What getSample must answer for samples 0 .. n - 1.
 inline std::vector<Sample> referenceDecode(QtAtomCompTime const& ctts, unsigned long n) {
     auto const* cslg = ctts.getCslg();

@@ -1,6 +1,5 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 
-#include <algorithm>
 #include <random>
 
 #include "framework/FileIoClientRec.h"
@@ -25,44 +24,7 @@ std::vector<uint32_t> irregularKeys(unsigned int count, unsigned int maxGap, uns
     return keys;
 }
 
-std::vector<unsigned long> queryOrders(unsigned long frames, unsigned int seed) {
-    std::vector<unsigned long> order;
-    for (unsigned long f = 0; f < frames; ++f) order.push_back(f);               // forward
-    for (unsigned long f = frames; f-- > 0;) order.push_back(f);                 // backward
-    for (unsigned long f = 0; f < frames; f += 37) order.push_back(f);           // strided
-    std::vector<unsigned long> shuffled(order.begin(), order.begin() + frames);  // random
-    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(seed));
-    order.insert(order.end(), shuffled.begin(), shuffled.end());
-    return order;
-}
-
 }  // namespace
-
-class SyncCorpus : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(SyncCorpus, KeyOfEverySampleMatchesTheExpectationsInAnyOrder) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
-    ASSERT_TRUE(root);
-    for (auto const& [track, rows] : readSampleRows(GetParam())) {
-        BaseQtAtom const* stbl = trackTable(*root, track - 1);
-        ASSERT_NE(stbl, nullptr);
-        auto const* stss = dynamic_cast<QtAtomSampleSync const*>(stbl->findAtom("stss", 0));
-        FileIoClientRec agent;
-        for (unsigned long s : queryOrders(rows.size(), track)) {
-            bool key = stss ? stss->isKey(s, &agent) : true;
-            ASSERT_EQ(key, rows[s].key) << GetParam() << " track " << track << " sample " << s;
-        }
-        if (!stss) continue;
-        for (SampleRow const& row : rows) {
-            AutoReleasePtr<QtAtomSampleSync::KeySet> keys =
-                stss->getKeySet(QtFrameSet::frameToUnit(row.sample), &agent);
-            ASSERT_EQ(keys->isKey(row.sample), row.key)
-                << GetParam() << " track " << track << " sample " << row.sample;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Corpus, SyncCorpus, ::testing::ValuesIn(corpusMovies()), corpusName);
 
 TEST(QtAtomSampleSync, TrailingZeroEntriesCountAsFramesAfterTheLastKey) {
     for (unsigned int reserve : {0u, 20u}) {  // in memory, and in the file

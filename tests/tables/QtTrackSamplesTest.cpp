@@ -1,4 +1,4 @@
-// The samples of a track (offset, size, times, key) from all of its tables together.
+// A track's sample table put together from its atoms, and the samples of a track cut short.
 #include "quicktime/tables/QtTrackSamples.h"
 
 #include <algorithm>
@@ -9,71 +9,6 @@
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "tests/tables/TableTestSupport.h"
 #include "tests/tools/QtMovieRun.h"
-
-namespace {
-
-std::string rowOf(unsigned int track, QtSampleInfo const& s) {
-    char row[160];
-    snprintf(row, sizeof row, "%u,%lu,%lu,%u,%lu,%ld,%d", track, s.sample, s.offset, s.size, s.dts, s.pts,
-             s.key ? 1 : 0);
-    return row;
-}
-
-std::vector<std::string> expectedRows(std::string const& movie) {
-    std::vector<std::string> rows;
-    std::istringstream text(readFileText(testDataPath(movie + ".samples.csv")));
-    std::string line;
-    std::getline(text, line);  // header
-    while (std::getline(text, line)) rows.push_back(line);
-    return rows;
-}
-
-}  // namespace
-
-class CorpusSamples : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(CorpusSamples, WalkGivesEverySampleOfTheExpectation) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
-    ASSERT_TRUE(root);
-    std::vector<std::string> rows;
-    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
-        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
-        ASSERT_TRUE(track.valid());
-        QtTrackSamples::Iterator it(track, 0);
-        QtSampleInfo info;
-        unsigned long n = 0;
-        while (it.next(info)) {
-            rows.push_back(rowOf(t, info));
-            ++n;
-        }
-        EXPECT_EQ(n, track.getNumSamples());
-    }
-    EXPECT_EQ(rows, expectedRows(GetParam()));
-}
-
-TEST_P(CorpusSamples, DirectLookupsAgreeWithTheWalk) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
-    ASSERT_TRUE(root);
-    std::vector<std::string> expected = expectedRows(GetParam());
-    size_t row = 0;
-    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
-        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
-        unsigned long n = track.getNumSamples();
-        // Samples chosen across chunk and run boundaries, looked up backwards so that no cached
-        // state from a previous lookup can help.
-        for (unsigned long s : {n - 1, n / 2 + 1, n / 3, 17ul, 1ul, 0ul}) {
-            if (s >= n) continue;
-            QtSampleInfo info;
-            ASSERT_TRUE(track.getSample(s, info));
-            EXPECT_EQ(rowOf(t, info), expected[row + s]) << GetParam() << " track " << t << " sample " << s;
-        }
-        QtSampleInfo past;
-        EXPECT_FALSE(track.getSample(n, past));
-        row += n;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Corpus, CorpusSamples, ::testing::ValuesIn(corpusMovies()), corpusName);
 
 TEST(QtSampleTable, MakesUpAnEditListForATrackWithoutOne) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("hevc_sdtp.mov").c_str());

@@ -1,0 +1,168 @@
+// The sample tables of the movies of tests/data against their expectations (samples.csv): key
+// flags in any order, display offsets walked run by run and decoded from several agents, and whole
+// samples walked or looked up.
+#include <algorithm>
+#include <random>
+
+#include "framework/FileIoClientRec.h"
+#include "quicktime/tables/QtAtomSampleSize.h"
+#include "quicktime/tables/QtTrackSamples.h"
+#include "tests/tables/CompTimeTestSupport.h"
+
+using namespace CompTest;
+
+namespace {
+
+std::vector<unsigned long> queryOrders(unsigned long frames, unsigned int seed) {
+    std::vector<unsigned long> order;
+    for (unsigned long f = 0; f < frames; ++f) order.push_back(f);               // forward
+    for (unsigned long f = frames; f-- > 0;) order.push_back(f);                 // backward
+    for (unsigned long f = 0; f < frames; f += 37) order.push_back(f);           // strided
+    std::vector<unsigned long> shuffled(order.begin(), order.begin() + frames);  // random
+    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(seed));
+    order.insert(order.end(), shuffled.begin(), shuffled.end());
+    return order;
+}
+
+// Every sample asked in `order`, through one agent, against the reference decode.
+void expectAll(QtAtomCompTime const& ctts, std::vector<Sample> const& expected, std::vector<unsigned long> const& order,
+               FileIoClientRec* agent, std::string const& what) {
+    for (unsigned long s : order) ASSERT_EQ(text(ctts.getSample(s, agent)), text(expected[s])) << what << " sample " << s;
+}
+
+// Unit boundaries first (each unit's last and first sample), then everything backwards.
+std::vector<unsigned long> boundariesThenBackwards(unsigned long n) {
+    std::vector<unsigned long> order;
+    for (unsigned long s = 256; s < n; s += 256) order.insert(order.end(), {s, s - 1});
+    for (unsigned long s = n; s-- > 0;) order.push_back(s);
+    return order;
+}
+
+std::string rowOf(unsigned int track, QtSampleInfo const& s) {
+    char row[160];
+    snprintf(row, sizeof row, "%u,%lu,%lu,%u,%lu,%ld,%d", track, s.sample, s.offset, s.size, s.dts, s.pts,
+             s.key ? 1 : 0);
+    return row;
+}
+
+std::vector<std::string> expectedRows(std::string const& movie) {
+    std::vector<std::string> rows;
+    std::istringstream text(readFileText(testDataPath(movie + ".samples.csv")));
+    std::string line;
+    std::getline(text, line);  // header
+    while (std::getline(text, line)) rows.push_back(line);
+    return rows;
+}
+
+}  // namespace
+
+class TableCorpus : public ::testing::TestWithParam<std::string> {
+protected:
+    void SetUp() override { ASSERT_TRUE(root); }
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
+};
+
+INSTANTIATE_TEST_SUITE_P(Corpus, TableCorpus, ::testing::ValuesIn(corpusMovies()), corpusName);
+
+TEST_P(TableCorpus, KeyOfEverySampleMatchesTheExpectationsInAnyOrder) {
+    for (auto const& [track, rows] : readSampleRows(GetParam())) {
+        BaseQtAtom const* stbl = trackTable(*root, track - 1);
+        ASSERT_NE(stbl, nullptr);
+        auto const* stss = dynamic_cast<QtAtomSampleSync const*>(stbl->findAtom("stss", 0));
+        FileIoClientRec agent;
+        for (unsigned long s : queryOrders(rows.size(), track)) {
+            bool key = stss ? stss->isKey(s, &agent) : true;
+            ASSERT_EQ(key, rows[s].key) << GetParam() << " track " << track << " sample " << s;
+        }
+        if (!stss) continue;
+        for (SampleRow const& row : rows) {
+            AutoReleasePtr<QtAtomSampleSync::KeySet> keys =
+                stss->getKeySet(QtFrameSet::frameToUnit(row.sample), &agent);
+            ASSERT_EQ(keys->isKey(row.sample), row.key)
+                << GetParam() << " track " << track << " sample " << row.sample;
+        }
+    }
+}
+
+TEST_P(TableCorpus, WalkingTheCompositionRunsGivesEverySamplesDisplayOffset) {
+    for (auto const& [track, rows] : readSampleRows(GetParam())) {
+        QtAtomCompTime const* ctts = compTable(trackTable(*root, track - 1));
+        if (!ctts) {
+            for (SampleRow const& row : rows) ASSERT_EQ(row.pts, row.dts) << GetParam() << " track " << track;
+            continue;
+        }
+        FileIoClientRec agent;
+        QtAtomCompTime::DiskIterator it(ctts->getArray(), 0, &agent);
+        QtAtomCompTime::SparseArray anchors;
+        for (size_t s = 0; s < rows.size(); ++s) {
+            ASSERT_EQ(it.getSample(), s);
+            ASSERT_EQ(it.getOffset(), rows[s].pts - rows[s].dts)
+                << GetParam() << " track " << track << " sample " << s;
+            if (it.onSparse()) anchors.update(it);
+            bool more = it++;
+            ASSERT_EQ(more, s + 1 < rows.size()) << "the walk ends with the last sample";
+        }
+        // Any unit is reached again from its anchor.
+        for (unsigned int unit = anchors.size(); unit-- > 0;) {
+            QtAtomCompTime::Sparse anchor = anchors.get(unit);
+            ASSERT_TRUE(anchor.valid());
+            QtAtomCompTime::DiskIterator from(ctts->getArray(), 0, &agent);
+            from.seek(anchor);
+            for (size_t s = anchor.sample; s < std::min<size_t>(rows.size(), anchor.sample + 256); ++s) {
+                ASSERT_EQ(from.getOffset(), rows[s].pts - rows[s].dts) << "unit " << unit << " sample " << s;
+                from++;
+            }
+        }
+    }
+}
+
+TEST_P(TableCorpus, EveryCompositionSampleMatchesAFullDecodeFromEveryAgentInAnyOrder) {
+    for (unsigned int track = 0; BaseQtAtom const* stbl = trackTable(*root, track); ++track) {
+        QtAtomCompTime const* ctts = compTable(stbl);
+        if (!ctts) continue;
+        unsigned long n = dynamic_cast<QtAtomSampleSize const*>(stbl->findAtom("stsz", 0))->getSampleCount();
+        std::vector<Sample> expected = referenceDecode(*ctts, n);
+        std::vector<unsigned long> forwards(n);
+        for (unsigned long s = 0; s < n; ++s) forwards[s] = s;
+        FileIoClientRec first, second;
+        std::string what = GetParam() + " track " + std::to_string(track + 1);
+        expectAll(*ctts, expected, boundariesThenBackwards(n), &first, what + " (boundaries, backwards)");
+        expectAll(*ctts, expected, forwards, &second, what + " (forwards)");
+        expectAll(*ctts, expected, forwards, nullptr, what + " (owner)");
+        ctts->closeVirtualTable(&first);
+        ctts->closeVirtualTable(&second);
+    }
+}
+
+TEST_P(TableCorpus, WalkGivesEverySampleOfTheExpectation) {
+    std::vector<std::string> rows;
+    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
+        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
+        ASSERT_TRUE(track.valid());
+        QtTrackSamples::Iterator it(track, 0);
+        QtSampleInfo info;
+        unsigned long n = 0;
+        for (; it.next(info); ++n) rows.push_back(rowOf(t, info));
+        EXPECT_EQ(n, track.getNumSamples());
+    }
+    EXPECT_EQ(rows, expectedRows(GetParam()));
+}
+
+TEST_P(TableCorpus, DirectLookupsAgreeWithTheWalk) {
+    std::vector<std::string> expected = expectedRows(GetParam());
+    size_t row = 0;
+    for (unsigned int t = 1; t <= QtTrackSamples::countTracks(*root); ++t) {
+        QtTrackSamples track(QtTrackSamples::findTrackMedia(*root, t));
+        unsigned long n = track.getNumSamples();
+        // Across chunk and run boundaries, backwards so that no state cached by a lookup can help.
+        for (unsigned long s : {n - 1, n / 2 + 1, n / 3, 17ul, 1ul, 0ul}) {
+            if (s >= n) continue;
+            QtSampleInfo info;
+            ASSERT_TRUE(track.getSample(s, info));
+            EXPECT_EQ(rowOf(t, info), expected[row + s]) << GetParam() << " track " << t << " sample " << s;
+        }
+        QtSampleInfo past;
+        EXPECT_FALSE(track.getSample(n, past));
+        row += n;
+    }
+}
