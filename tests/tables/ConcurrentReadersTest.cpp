@@ -34,7 +34,6 @@ struct Plan {
     unsigned int readers;
     bool growsALot;  // twice what is needed, so that the movie moves at every resize
 };
-void PrintTo(Plan const& plan, std::ostream* out) { *out << plan.name; }
 
 unsigned int sizeOf(unsigned int sample) { return 500 + (sample * 7919u) % 20000; }
 // Chunks of 8 samples, every tenth of 3: the sample-to-chunk table both extends runs and opens new ones.
@@ -79,9 +78,7 @@ public:
                 resize();
             }
             for (unsigned int i = 0; i < samplesInChunk(chunk) && sample < kSamples; ++i, ++sample) {
-                if (codingOf(sample) == SampleCodingI) {
-                    ASSERT_TRUE(stss->appendKey(sample));
-                }
+                ASSERT_TRUE(codingOf(sample) != SampleCodingI || stss->appendKey(sample));
                 ctts->appendSample(sample, SampleInfo(codingOf(sample)), kTicks, nullptr);
                 QtSampleLocation location(1, 1, i == 0);
                 ASSERT_TRUE(stsc->write()->addSamples(location));
