@@ -16,6 +16,10 @@ namespace {
 // A table in a file, with room to append `reserve` more entries.
 struct GrowingTable {
     explicit GrowingTable(unsigned int reserve) : movie(movieWithTable({stszAtom(0), cttsAtom({}, reserve)})) {}
+    bool add(unsigned int count, int offset, unsigned int index) const {
+        DiskEntry entry(count, offset);
+        return ctts->addDiskEntry(entry, index);
+    }
     MovieOnDisk movie;
     QtAtomCompTime const* ctts = movie.table<QtAtomCompTime>("ctts");
 };
@@ -89,39 +93,37 @@ TEST(QtAtomCompTime, SparseAnchorsOnUnitBoundariesRestartWalksInTheMiddle) {
     }
 }
 
-TEST(QtAtomCompTimeFrames, TypesComeFromZeroOffsetsAndKeyFrames) {
-    // (1,1) then (2,0), no 'cslg': the first sample is I or P by the key set, the others B.
-    for (bool key : {true, false}) {
-        MovieOnDisk movie(movieWithTable({stszAtom(3), syncAtom("stss", {key ? 1u : 3u}), cttsAtom({{1, 1}, {2, 0}})}));
-        auto const* ctts = movie.table<QtAtomCompTime>("ctts");
-        EXPECT_EQ(ctts->getSample(0, nullptr).type, key ? SampleCodingI : SampleCodingP);
-        EXPECT_EQ(text(ctts->getSample(1, nullptr)), "p=B1,a=0,d=-1");
-        EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=B2,a=0,d=-1");
-    }
-}
-
-TEST(QtAtomCompTimeFrames, OffsetsAreInFramesOneLowerWithoutAShift) {
+// Each sample of small tables as its printout shows it: type and number, anchor, display offset.
+TEST(QtAtomCompTimeFrames, SmallTablesFollowTheRulesOfTypesAnchorsAndOffsets) {
     Bytes stts = fullAtom("stts", {1, 3, 100});
-    MovieOnDisk plain(movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cttsAtom({{1, 200}, {2, 0}})}));
-    EXPECT_EQ(plain.table<QtAtomCompTime>("ctts")->getSample(0, nullptr).offset, 1);  // 2 frames stored
-    // With a 'cslg', a shift of one frame: the B frames stored at -100 are the zeros.
     Bytes cslg = fullAtom("cslg", {100, static_cast<uint32_t>(-100), 200, 0, 300});
-    MovieOnDisk shifted(movieWithTable({stts, stszAtom(3), syncAtom("stss", {1}), cslg, cttsAtom({{1, 200}, {2, -100}})}));
-    auto const* ctts = shifted.table<QtAtomCompTime>("ctts");
-    EXPECT_EQ(text(ctts->getSample(0, nullptr)), "p=I0,a=0,d=+2");
-    EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=B2,a=0,d=-1");
-}
-
-TEST(QtAtomCompTimeFrames, DependencyBytesTurnUnreferencedFramesIntoBFrames) {
+    // The last four marked: not depended on; depends, depended on; not depended on; independent.
     Bytes sdtp = atomBytes("sdtp", Bytes{0, 0, 0, 0, 0x20, 0x08, 0x10, 0x18, 0x20});
-    // I P P P P, the last four marked: not depended on; depends, depended on; not depended on;
-    // independent but not a key frame.
-    MovieOnDisk movie(movieWithTable({stszAtom(5), syncAtom("stss", {1}), cttsAtom({{5, 1}}), sdtp}));
-    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
-    EXPECT_EQ(text(ctts->getSample(1, nullptr)), "p=B1,a=0,d=+0");
-    EXPECT_EQ(text(ctts->getSample(2, nullptr)), "p=P2,a=0,d=+0");  // reference before the disposable one
-    EXPECT_EQ(text(ctts->getSample(3, nullptr)), "p=B3,a=2,d=+0");
-    EXPECT_EQ(text(ctts->getSample(4, nullptr)), "p=B4,a=2,d=+0,r");
+    struct Case {
+        char const* rule;
+        std::vector<Bytes> tables;
+        std::vector<std::string> samples;
+    } const cases[] = {
+        {"zero offsets are B frames, the first a key frame",
+         {stszAtom(3), syncAtom("stss", {1}), cttsAtom({{1, 1}, {2, 0}})},
+         {"p=I0,a=0,d=+0", "p=B1,a=0,d=-1", "p=B2,a=0,d=-1"}},
+        {"the first not a key frame", {stszAtom(3), syncAtom("stss", {3}), cttsAtom({{1, 1}, {2, 0}})},
+         {"p=P0,a=0,d=+0", "p=B1,a=0,d=-1", "p=B2,a=0,d=-1"}},
+        {"offsets in frames, one lower without a shift",
+         {stts, stszAtom(3), syncAtom("stss", {1}), cttsAtom({{1, 200}, {2, 0}})}, {"p=I0,a=0,d=+1"}},
+        {"a shift of one frame: the B frames stored at -100 are the zeros",
+         {stts, stszAtom(3), syncAtom("stss", {1}), cslg, cttsAtom({{1, 200}, {2, -100}})},
+         {"p=I0,a=0,d=+2", "p=B1,a=0,d=-1", "p=B2,a=0,d=-1"}},
+        {"dependency bytes: a reference before a disposable frame stays P",
+         {stszAtom(5), syncAtom("stss", {1}), cttsAtom({{5, 1}}), sdtp},
+         {"p=I0,a=0,d=+0", "p=B1,a=0,d=+0", "p=P2,a=0,d=+0", "p=B3,a=2,d=+0", "p=B4,a=2,d=+0,r"}},
+    };
+    for (Case const& c : cases) {
+        MovieOnDisk movie(movieWithTable(c.tables));
+        auto const* ctts = movie.table<QtAtomCompTime>("ctts");
+        for (unsigned int s = 0; s < c.samples.size(); ++s)
+            EXPECT_EQ(text(ctts->getSample(s, nullptr)), c.samples[s]) << c.rule << ", sample " << s;
+    }
 }
 
 TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit) {
@@ -145,17 +147,12 @@ TEST(QtAtomCompTimeFrames, AWalkStoresTheAnchorsItPassesAndDropsOnesThatDoNotFit
 TEST(QtAtomCompTime, AppendsKeepTwoSlotsFreeAndAskForRoomInstead) {
     GrowingTable table(20);
     ASSERT_TRUE(table.ctts->hasVirtualTable());
-    for (unsigned int i = 0; i < 18; ++i) {
-        DiskEntry entry(1 + i % 2, static_cast<int>(i));
-        ASSERT_TRUE(table.ctts->addDiskEntry(entry, i)) << i;
-    }
+    for (unsigned int i = 0; i < 18; ++i) ASSERT_TRUE(table.add(1 + i % 2, static_cast<int>(i), i)) << i;
     EXPECT_EQ(table.ctts->getHeadroom(), 2u);
-    DiskEntry more(1, 99);
-    EXPECT_FALSE(table.ctts->addDiskEntry(more, 18));  // nEntries = virtual size - 2
+    EXPECT_FALSE(table.add(1, 99, 18));  // nEntries = virtual size - 2
     EXPECT_EQ(table.ctts->getNumEntries(), 18u);
     EXPECT_EQ(table.ctts->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
-    DiskEntry longer(5, 17);
-    EXPECT_TRUE(table.ctts->addDiskEntry(longer, 17));  // rewriting the last entry is always possible
+    EXPECT_TRUE(table.add(5, 17, 17));  // rewriting the last entry is always possible
     EXPECT_EQ(table.ctts->getEntry(17, nullptr), DiskEntry(5, 17));
     EXPECT_TRUE(table.ctts->isDirty());
 }
@@ -168,10 +165,7 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
     // 50 samples: too few to trust, 2/3; 550 of 1001: between 1/2 and 2/3, so 2/3; 400 of 1001 kept.
     for (Case c : {Case{30, 49, 2000}, Case{550, 1000, 2000}, Case{400, 1000, 1199}, Case{700, 1000, 2098}}) {
         GrowingTable table(1000);
-        for (unsigned int i = 0; i < c.entries; ++i) {
-            DiskEntry entry(1, 0);
-            ASSERT_TRUE(table.ctts->addDiskEntry(entry, i));
-        }
+        for (unsigned int i = 0; i < c.entries; ++i) ASSERT_TRUE(table.add(1, 0, i));
         table.ctts->setLastRecordedSample(c.lastSample);
         table.ctts->setCapacity(3000);
         EXPECT_EQ(table.ctts->getArray().getVirtualSize(), c.expected)

@@ -6,37 +6,35 @@
 
 namespace {
 
-// A movie header and one trak (edts.elst, and mdia with `samples` samples of `ticks`) under `moov`;
-// returns the edit list.
-QtAtomEditList* buildTrack(QtAtomHeader& moov, unsigned int movieScale, unsigned int mediaScale,
-                           unsigned int samples, unsigned int ticks, unsigned int edits) {
-    new QtAtomMvhd(&moov, movieScale);
-    auto* trak = new QtAtomHeader(qtId("trak"), &moov);
-    auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), edits);
-    auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
-    (new QtAtomMediaHdr(mdia))->set(0, mediaScale);
-    auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
-    (new QtAtomSampleTime(stbl))->setFixedRate(samples, ticks);
-    return list;
-}
+struct EditSpec {
+    uint32_t duration, mediaTime;
+    bool empty;
+};
 
-void setEdit(QtAtomEditList* list, unsigned int index, uint32_t duration, uint32_t mediaTime, bool empty) {
-    QtAtomEditList::Edit& edit = (*list->write())[index];
-    edit.trackDuration = duration;
-    edit.mediaTime = mediaTime;
-    edit.empty = empty;
-}
-
-// One movie second of nothing (24 samples of 100 at 2400), then media samples 0..47.
-struct EmptyThenMedia {
-    EmptyThenMedia() {
-        setEdit(list, 0, 600, 0, true);
-        setEdit(list, 1, 1200, 0, false);
+// A movie of the given time scale with one trak: the edits, then a media of 100 samples of 100 at
+// 2400; the media of each edit is calculated.
+struct Track {
+    Track(unsigned int movieScale, std::vector<EditSpec> const& edits) {
+        new QtAtomMvhd(&moov, movieScale);
+        auto* trak = new QtAtomHeader(qtId("trak"), &moov);
+        list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), static_cast<unsigned int>(edits.size()));
+        auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
+        (new QtAtomMediaHdr(mdia))->set(0, 2400);
+        auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
+        (new QtAtomSampleTime(stbl))->setFixedRate(100, 100);
+        for (unsigned int i = 0; i < edits.size(); ++i) {
+            QtAtomEditList::Edit& edit = (*list->write())[i];
+            std::tie(edit.trackDuration, edit.mediaTime, edit.empty) =
+                std::tie(edits[i].duration, edits[i].mediaTime, edits[i].empty);
+        }
         list->calcMedia(true);
     }
     QtAtomHeader moov{qtId("moov"), nullptr};
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
+    QtAtomEditList* list;
 };
+
+// One movie second of nothing (24 samples), then media samples 0..47.
+Track emptyThenMedia() { return Track(600, {{600, 0, true}, {1200, 0, false}}); }
 
 }  // namespace
 
@@ -85,32 +83,24 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
     // Media 2400 over movie 600: every edit gains a slack of 3 media units, which the cut to whole
     // movie units takes off again for all edits but the last. Starting 48 units into a sample, the
     // last edit's end passes the half of its 25th sample and takes it; the first edit's does not.
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 48, false);
-    setEdit(list, 1, 600, 48, false);
-    list->calcMedia(true);
-    EXPECT_EQ((*list)[0].numSamples, 24u);
-    EXPECT_EQ((*list)[1].numSamples, 25u);
-
+    Track coarse(600, {{600, 48, false}, {600, 48, false}});
+    EXPECT_EQ((*coarse.list)[0].numSamples, 24u);
+    EXPECT_EQ((*coarse.list)[1].numSamples, 25u);
     // A finer movie time scale has no slack.
-    QtAtomHeader fine(qtId("moov"), nullptr);
-    QtAtomEditList* exact = buildTrack(fine, 1000, 2400, 100, 100, 1);
-    setEdit(exact, 0, 1000, 50, false);
-    exact->calcMedia(true);
-    EXPECT_EQ((*exact)[0].numSamples, 24u);
+    Track fine(1000, {{1000, 50, false}});
+    EXPECT_EQ((*fine.list)[0].numSamples, 24u);
 }
 
 TEST(QtAtomEditList, MapsMediaSamplesPastEmptyEditsToPresentationSamples) {
     EXPECT_EQ(QtAtomEditList(nullptr, 0).physicalToVirtualSample(17), 17u);
-    EmptyThenMedia track;
+    Track track = emptyThenMedia();
     for (auto [media, shown] : {std::pair{0u, 24u}, {10u, 34u}, {47u, 71u}, {60u, 60u}})  // 60: beyond all edits
         EXPECT_EQ(track.list->physicalToVirtualSample(media), shown) << media;
 }
 
 TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_EQ(QtAtomEditList(nullptr, 0).getSpan(5, 3).end, 0u);
-    EmptyThenMedia track;
+    Track track = emptyThenMedia();
     QtAtomEditList::Phys inEmpty = track.list->getSpan(5, 100);
     EXPECT_EQ(std::tie(inEmpty.index, inEmpty.empty, inEmpty.remain), std::make_tuple(0u, true, 19ul));
     EXPECT_EQ(inEmpty.end - inEmpty.first, 19u);  // cut at the edit's end
