@@ -178,14 +178,6 @@ TEST(QtAtomCompTime, CapacityIsPlannedFromTheEntriesPerSampleSeen) {
     EXPECT_EQ(empty.ctts->getArray().getVirtualSize(), 5000u);
 }
 
-TEST(QtAtomCompTime, NeedsAllItsDataOnlyBelow145Bytes) {
-    QtAtomCompTime table(nullptr);
-    for (unsigned int size : {144u, 145u}) {
-        table.setSize(size);
-        EXPECT_EQ(table.needsAllData(), size < 145) << size;
-    }
-}
-
 TEST(QtAtomCompShift, VersionOneFieldsAreSixtyFourBitsWide) {
     Bytes body{1, 0, 0, 0};
     for (int64_t field : {int64_t(200), int64_t(-100), int64_t(300), int64_t(0), int64_t(1) << 40})

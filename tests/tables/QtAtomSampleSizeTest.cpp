@@ -19,10 +19,9 @@ TEST(QtAtomSampleSizeTest, ACountTheAtomCannotHoldGivesAnEmptyTableOfConstantSiz
     MovieOnDisk damaged(movieWithTable({stsz(21, sizesFrom(1, 20))}));
     auto const* table = damaged.table<QtAtomSampleSize>("stsz");
     ASSERT_NE(table, nullptr);
-    EXPECT_TRUE(table->isFixed());
-    EXPECT_EQ(table->getConstantSampleSize(), 1u);
-    EXPECT_EQ(table->getSampleCount(), 0u);
-    EXPECT_EQ(table->getCapacity(), 0u);
+    EXPECT_EQ(std::make_tuple(table->isFixed(), table->getConstantSampleSize(), table->getSampleCount(),
+                              table->getCapacity()),
+              std::make_tuple(true, 1u, 0u, 0u));
 
     // A constant table lists no sizes at all; its count is not checked against the room.
     MovieOnDisk constant(movieWithTable({tableAtom("stsz", {6, 32000}, {}, 4)}));

@@ -4,6 +4,7 @@
 
 #include "framework/FileIoClientRec.h"
 #include "quicktime/atoms/QtAtomWriter.h"
+#include "quicktime/tables/QtAtomCompTime.h"
 #include "tests/tables/TableTestSupport.h"
 
 namespace {
@@ -94,12 +95,14 @@ TEST(QtAtomSampleSync, CapacityFollowsTheKeyIntervalOrTheKeysSeenAndNeverShrinks
     EXPECT_EQ(stss->getArray().getAllocatedSize(), 4u);
 }
 
-TEST(QtAtomSampleSync, NeedsAllItsDataOnlyBelow81Bytes) {
-    for (QtAtomIdType type : {qtId("stss"), qtId("stps")}) {
-        QtAtomSampleSync table(nullptr, true, type);
-        for (unsigned int size : {80u, 81u}) {
-            table.setSize(size);
-            EXPECT_EQ(table.needsAllData(), size < 81) << QtIdName(type).render() << " " << size;
+// Small tables are read whole, larger ones stay on disk.
+TEST(QtAtomSampleSync, SyncAndCompositionTablesNeedAllTheirDataOnlyBelowTheirLimit) {
+    QtAtomSampleSync stss(nullptr, true, qtId("stss")), stps(nullptr, true, qtId("stps"));
+    QtAtomCompTime ctts(nullptr);
+    for (auto [table, limit] : {std::pair<BaseQtAtom*, unsigned int>{&stss, 81}, {&stps, 81}, {&ctts, 145}}) {
+        for (unsigned int size : {limit - 1, limit}) {
+            table->setSize(size);
+            EXPECT_EQ(table->needsAllData(), size < limit) << QtIdName(table->getId()).render() << " " << size;
         }
     }
 }
