@@ -17,8 +17,9 @@ SampleCodingType codingType(char letter) {
 struct Recording {
     Recording(unsigned int samples, unsigned int ticksIn, bool withShift)
         : ticks(ticksIn),
-          movie(movieWithTable({fullAtom("stts", {1, samples, ticks}), stszAtom(samples), syncAtom("stss", {}, samples),
-                                cttsAtom({}, samples + 4), withShift ? fullAtom("cslg", {ticks, 0, 0, 0, 0}) : Bytes{}})) {}
+          movie(movieWithTable({fullAtom("stts", {1, samples, ticks}), stszAtom(samples),
+                                syncAtom("stss", {}, samples), cttsAtom({}, samples + 4),
+                                withShift ? fullAtom("cslg", {ticks, 0, 0, 0, 0}) : Bytes{}})) {}
 
     // The sync table learns of a key frame before the composition table records it.
     Sample append(unsigned long s, char letter, std::optional<int> displayOffset = {}) {

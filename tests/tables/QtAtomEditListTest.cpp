@@ -109,7 +109,8 @@ TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     struct Case {
         unsigned long at, length, mediaOffset, first, end;
     };
-    for (Case c : {Case{30, 10, 0, 6, 16}, Case{24, 10, 0, 0, 10}, Case{130, 10, 100, 106, 116}, Case{80, 4, 0, 56, 60}}) {
+    for (Case c : {Case{30, 10, 0, 6, 16}, Case{24, 10, 0, 0, 10}, Case{130, 10, 100, 106, 116},
+                   Case{80, 4, 0, 56, 60}}) {
         track.list->setMediaOffset(c.mediaOffset);
         QtAtomEditList::Phys span = track.list->getSpan(c.at, c.length);
         EXPECT_EQ(std::tie(span.index, span.empty, span.first, span.end), std::make_tuple(1u, false, c.first, c.end))

@@ -67,15 +67,13 @@ TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirectio
     EXPECT_EQ(chunkStart, 43u);
 
     ASSERT_TRUE(table->getChunkSet(12, set));  // backwards, past entry 1
-    EXPECT_EQ(set.m_entryIndex, 0u);
-    EXPECT_EQ(set.m_numChunks, 3u);
+    EXPECT_EQ(std::tie(set.m_entryIndex, set.m_numChunks), std::make_tuple(0u, 3u));
     ASSERT_TRUE(table->getChunkSet(33, set));
     EXPECT_EQ(set.m_entryIndex, 1u);
 
-    EXPECT_FALSE(table->getChunkSet(46, set));  // past every run: the end entry
-    EXPECT_EQ(set.m_numChunks, 1u);
-    EXPECT_EQ(set.m_entryIndex, QtChunkSet::kNone);
-    EXPECT_EQ(set.m_firstChunk, 8u);  // as the end entry holds it, 1-based
+    EXPECT_FALSE(table->getChunkSet(46, set));  // past every run: the end entry, its first chunk 1-based
+    EXPECT_EQ(std::tie(set.m_numChunks, set.m_entryIndex, set.m_firstChunk),
+              std::make_tuple(1u, QtChunkSet::kNone, 8u));
 }
 
 TEST(QtAtomSampleChunkTest, TheLastRunIsCompletedFromTheTimeToSampleTable) {

@@ -34,7 +34,8 @@ std::vector<unsigned long> queryOrders(unsigned long frames, unsigned int seed) 
 // Every sample asked in `order`, through one agent, against the reference decode.
 void expectAll(QtAtomCompTime const& ctts, std::vector<Sample> const& expected, std::vector<unsigned long> const& order,
                FileIoClientRec* agent, std::string const& what) {
-    for (unsigned long s : order) ASSERT_EQ(text(ctts.getSample(s, agent)), text(expected[s])) << what << " sample " << s;
+    for (unsigned long s : order)
+        ASSERT_EQ(text(ctts.getSample(s, agent)), text(expected[s])) << what << " sample " << s;
 }
 
 // Unit boundaries first (each unit's last and first sample), then everything backwards.
