@@ -6,7 +6,7 @@
 
 namespace {
 
-struct EditSpec {
+struct NewEdit {
     uint32_t duration, mediaTime;
     bool empty;
 };
@@ -14,7 +14,7 @@ struct EditSpec {
 // A movie of the given time scale with one trak: the edits, then a media of 100 samples of 100 at
 // 2400; the media of each edit is calculated.
 struct Track {
-    Track(unsigned int movieScale, std::vector<EditSpec> const& edits) {
+    Track(unsigned int movieScale, std::vector<NewEdit> const& edits) {
         new QtAtomMvhd(&moov, movieScale);
         auto* trak = new QtAtomHeader(qtId("trak"), &moov);
         list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), static_cast<unsigned int>(edits.size()));
