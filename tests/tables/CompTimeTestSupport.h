@@ -20,6 +20,11 @@ inline QtAtomCompTime const* compTable(BaseQtAtom const* stbl) {
     return stbl ? dynamic_cast<QtAtomCompTime const*>(stbl->findAtom("ctts", 0)) : nullptr;
 }
 
+// A sample as its printout shows it, and ",r" when marked reserved.
+inline std::string text(Sample const& sample) {
+    return std::string(sample.toString().get()) + (sample.reserved ? ",r" : "");
+}
+
 // What getSample must answer for samples 0 .. n - 1.
 inline std::vector<Sample> referenceDecode(QtAtomCompTime const& ctts, unsigned long n) {
     auto const* cslg = ctts.getCslg();
@@ -96,14 +101,15 @@ inline std::vector<std::pair<uint32_t, int32_t>> derivedRuns(std::string const& 
 }
 
 // A movie with one video track of the given decode-order types: 'stts' of `ticks`, 'stss' at the I
-// frames, the derived 'ctts' and 'stsz'.
-inline Bytes gopMovie(std::string const& types, int32_t ticks) {
+// frames, the derived 'ctts' and 'stsz', then the `extra` tables.
+inline Bytes gopMovie(std::string const& types, int32_t ticks, std::vector<Bytes> extra = {}) {
     std::vector<uint32_t> keys;
     for (size_t i = 0; i < types.size(); ++i)
         if (types[i] == 'I') keys.push_back(static_cast<uint32_t>(i + 1));
     Bytes stts = fullAtom("stts", {1, static_cast<uint32_t>(types.size()), static_cast<uint32_t>(ticks)});
-    return movieWithTable({stts, stszAtom(static_cast<uint32_t>(types.size())), syncAtom("stss", keys),
-                           cttsAtom(derivedRuns(types, ticks))});
+    extra.insert(extra.begin(), {stts, stszAtom(static_cast<uint32_t>(types.size())), syncAtom("stss", keys),
+                                 cttsAtom(derivedRuns(types, ticks))});
+    return movieWithTable(extra);
 }
 
 // `gops` repetitions of a GOP pattern.

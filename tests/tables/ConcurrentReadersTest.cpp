@@ -1,26 +1,15 @@
 // Readers beside a recording: one thread records a long-GOP track into the tables of a movie over a
-// real file, as a recorder drives them (each table's recording operation; a table out of room asks
-// for a resize, after which the owner gives the tables room, places them, moves the movie when it
-// no longer fits, and flushes now and then; the 'stco' widens to 'co64' on the way), while reader
-// threads, each with its own agent, look samples up at random and in order through one shared
-// QtTrackSamples. Every answer must be what the finished file says; run under ThreadSanitizer it
-// must also be free of races.
-//
-// The recorder stores each sample's key and composition entries, its chunk, then its size, and its
-// time last: the readers' prefix is bounded by the time-to-sample table and by the composition
-// offsets that later B frames may still move.
-#include <gtest/gtest.h>
-
+// real file as a recorder drives them (resizes, relocations of the movie, flushes, 'stco' widening
+// to 'co64'), while reader threads with their own agents look samples up at random and in order
+// through one shared QtTrackSamples. Every answer must be what the finished file says, free of
+// races under ThreadSanitizer. Each sample's time is stored last, so it bounds the readers' prefix.
 #include <atomic>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "framework/FileIoClientRec.h"
-#include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
-#include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomCompTime.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -28,8 +17,8 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 #include "quicktime/tables/QtTrackSamples.h"
-#include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 
 namespace {
 
@@ -45,7 +34,6 @@ struct Plan {
     unsigned int readers;
     bool growsALot;  // twice what is needed, so that the movie moves at every resize
 };
-void PrintTo(Plan const& plan, std::ostream* out) { *out << plan.name; }
 
 unsigned int sizeOf(unsigned int sample) { return 500 + (sample * 7919u) % 20000; }
 // Chunks of 8 samples, every tenth of 3: the sample-to-chunk table both extends runs and opens new ones.
@@ -90,9 +78,7 @@ public:
                 resize();
             }
             for (unsigned int i = 0; i < samplesInChunk(chunk) && sample < kSamples; ++i, ++sample) {
-                if (codingOf(sample) == SampleCodingI) {
-                    ASSERT_TRUE(stss->appendKey(sample));
-                }
+                ASSERT_TRUE(codingOf(sample) != SampleCodingI || stss->appendKey(sample));
                 ctts->appendSample(sample, SampleInfo(codingOf(sample)), kTicks, nullptr);
                 QtSampleLocation location(1, 1, i == 0);
                 ASSERT_TRUE(stsc->write()->addSamples(location));
@@ -186,10 +172,9 @@ void readWhileRecording(QtTrackSamples const& track, std::atomic<bool> const& re
 
 class ConcurrentReadersTest : public testing::TestWithParam<Plan> {};
 
-// The second plan gives the tables much more room than they need, so that the movie (the last atom
-// of its file) moves at every resize, several times between flushes: each new place must lie past
-// all of the old one, whose tables are still copied from there. Without readers, nothing reads the
-// tables between flushes, so only what the tables themselves write reaches the file.
+// The second plan gives the tables far more room than needed, so that the movie (last in its file)
+// moves at every resize, several times between flushes; with no readers, only what the tables
+// themselves write reaches the file.
 INSTANTIATE_TEST_SUITE_P(Plans, ConcurrentReadersTest,
                          testing::Values(Plan{"ThreeReaders", 3, false}, Plan{"NoReaderMovieMovesOften", 0, true}),
                          [](testing::TestParamInfo<Plan> const& info) { return std::string(info.param.name); });
@@ -244,11 +229,9 @@ TEST_P(ConcurrentReadersTest, ReadersWithTheirOwnAgentsSeeAPrefixThatTheFinished
             QtSampleInfo expected;
             ASSERT_TRUE(finished.getSample(seen.sample, expected, &agent)) << seen.sample;
             ASSERT_EQ(seen.size, sizeOf(static_cast<unsigned int>(seen.sample))) << seen.sample;
-            ASSERT_EQ(seen.offset, expected.offset) << seen.sample;
-            ASSERT_EQ(seen.size, expected.size) << seen.sample;
-            ASSERT_EQ(seen.dts, expected.dts) << seen.sample;
-            ASSERT_EQ(seen.pts, expected.pts) << seen.sample;
-            ASSERT_EQ(seen.key, expected.key) << seen.sample;
+            ASSERT_EQ(std::tie(seen.offset, seen.size, seen.dts, seen.pts, seen.key),
+                      std::tie(expected.offset, expected.size, expected.dts, expected.pts, expected.key))
+                << seen.sample;
         }
     }
     if (plan.readers != 0) {

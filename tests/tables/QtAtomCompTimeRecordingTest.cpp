@@ -1,8 +1,7 @@
-#include <gtest/gtest.h>
-
-#include "CompTimeTestSupport.h"
+// Composition offsets recorded sample by sample, derived from the frame types or given by the
+// encoder, and read back.
 #include "framework/FileIoClientRec.h"
-
+#include "tests/tables/CompTimeTestSupport.h"
 
 using namespace CompTest;
 using DiskEntry = QtAtomCompTime::DiskEntry;
@@ -16,22 +15,15 @@ SampleCodingType codingType(char letter) {
 // A track ready to record `samples` samples of `ticks`: room in 'stss' and 'ctts', and a 'cslg'
 // whose shift is one frame when asked for.
 struct Recording {
-    Recording(unsigned int samples, unsigned int ticksIn, bool withShift) : ticks(ticksIn) {
-        std::vector<Bytes> tables{fullAtom("stts", {1, samples, ticks}), stszAtom(samples), syncAtom("stss", {}, samples),
-                                  cttsAtom({}, samples + 4)};
-        if (withShift) tables.push_back(fullAtom("cslg", {ticks, 0, 0, 0, 0}));
-        root = readMovie(file, movieWithTable(tables));
-        BaseQtAtom const* stbl = root->findAtom(kStblPath, 0);
-        ctts = compTable(stbl);
-        stss = dynamic_cast<QtAtomSampleSync const*>(stbl->findAtom("stss", 0));
-        cslg = ctts->getCslg();
-    }
+    Recording(unsigned int samples, unsigned int ticksIn, bool withShift)
+        : ticks(ticksIn),
+          movie(movieWithTable({fullAtom("stts", {1, samples, ticks}), stszAtom(samples),
+                                syncAtom("stss", {}, samples), cttsAtom({}, samples + 4),
+                                withShift ? fullAtom("cslg", {ticks, 0, 0, 0, 0}) : Bytes{}})) {}
 
     // The sync table learns of a key frame before the composition table records it.
     Sample append(unsigned long s, char letter, std::optional<int> displayOffset = {}) {
-        if (letter == 'I') {
-            EXPECT_TRUE(stss->appendKey(s));
-        }
+        EXPECT_TRUE(letter != 'I' || stss->appendKey(s));
         SampleInfo info = displayOffset ? SampleInfo(codingType(letter), static_cast<int8_t>(*displayOffset))
                                         : SampleInfo(codingType(letter));
         return ctts->appendSample(s, info, ticks, cslg);
@@ -44,11 +36,10 @@ struct Recording {
     }
 
     unsigned int ticks;
-    TempFile file;
-    AutoPtr<QtAtomRoot> root;
-    QtAtomCompTime const* ctts = nullptr;
-    QtAtomSampleSync const* stss = nullptr;
-    QtAtomCompShift const* cslg = nullptr;
+    MovieOnDisk movie;
+    QtAtomCompTime const* ctts = movie.table<QtAtomCompTime>("ctts");
+    QtAtomSampleSync const* stss = movie.table<QtAtomSampleSync>("stss");
+    QtAtomCompShift const* cslg = ctts->getCslg();
 };
 
 // Display slots of a decode-order stream: each reference is shown after the B frames that follow
@@ -130,10 +121,8 @@ TEST(QtAtomCompTimeRecording, StreamsReadBackAsRecorded) {
 }
 
 TEST(QtAtomCompTimeRecording, AFullTableAsksForRoomWhenOffsetsAreGiven) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(
-        file, movieWithTable({stszAtom(40), cttsAtom({}, 2), fullAtom("cslg", {10, 0, 0, 0, 0})}));
-    QtAtomCompTime const* ctts = compTable(root->findAtom(kStblPath, 0));
+    MovieOnDisk movie(movieWithTable({stszAtom(40), cttsAtom({}, 2), fullAtom("cslg", {10, 0, 0, 0, 0})}));
+    auto const* ctts = movie.table<QtAtomCompTime>("ctts");
     for (unsigned long s = 0; s < 2; ++s) ctts->appendSample(s, SampleInfo(SampleCodingP, int8_t(s)), 10, ctts->getCslg());
     Sample refused = ctts->appendSample(2, SampleInfo(SampleCodingP, 5), 10, ctts->getCslg());
     EXPECT_EQ(refused, Sample(0));

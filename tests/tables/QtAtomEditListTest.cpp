@@ -1,35 +1,40 @@
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "quicktime/tables/QtAtomEditList.h"
+
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
-#include "tests/TestSupport.h"
+#include "tests/tables/TableTestSupport.h"
 
 namespace {
 
-// moov with a movie header, one trak with an edit list under edts and a media with its header and
-// a time-to-sample table of `samples` samples of `ticks` in minf.stbl. Returns the edit list; the
-// tree is owned by `moov`.
-QtAtomEditList* buildTrack(QtAtomHeader& moov, unsigned int movieScale, unsigned int mediaScale,
-                           unsigned int samples, unsigned int ticks, unsigned int edits) {
-    new QtAtomMvhd(&moov, movieScale);
-    auto* trak = new QtAtomHeader(qtId("trak"), &moov);
-    auto* list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), edits);
-    auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
-    (new QtAtomMediaHdr(mdia))->set(0, mediaScale);
-    auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
-    (new QtAtomSampleTime(stbl))->setFixedRate(samples, ticks);
-    return list;
-}
+struct NewEdit {
+    uint32_t duration, mediaTime;
+    bool empty;
+};
 
-void setEdit(QtAtomEditList* list, unsigned int index, uint32_t duration, uint32_t mediaTime, bool empty) {
-    QtAtomEditList::Edit& edit = (*list->write())[index];
-    edit.trackDuration = duration;
-    edit.mediaTime = mediaTime;
-    edit.empty = empty;
-}
+// A movie of the given time scale with one trak: the edits, then a media of 100 samples of 100 at
+// 2400; the media of each edit is calculated.
+struct Track {
+    Track(unsigned int movieScale, std::vector<NewEdit> const& edits) {
+        new QtAtomMvhd(&moov, movieScale);
+        auto* trak = new QtAtomHeader(qtId("trak"), &moov);
+        list = new QtAtomEditList(new QtAtomHeader(qtId("edts"), trak), static_cast<unsigned int>(edits.size()));
+        auto* mdia = new QtAtomHeader(qtId("mdia"), trak);
+        (new QtAtomMediaHdr(mdia))->set(0, 2400);
+        auto* stbl = new QtAtomHeader(qtId("stbl"), new QtAtomHeader(qtId("minf"), mdia));
+        (new QtAtomSampleTime(stbl))->setFixedRate(100, 100);
+        for (unsigned int i = 0; i < edits.size(); ++i) {
+            QtAtomEditList::Edit& edit = (*list->write())[i];
+            std::tie(edit.trackDuration, edit.mediaTime, edit.empty) =
+                std::tie(edits[i].duration, edits[i].mediaTime, edits[i].empty);
+        }
+        list->calcMedia(true);
+    }
+    QtAtomHeader moov{qtId("moov"), nullptr};
+    QtAtomEditList* list;
+};
+
+// One movie second of nothing (24 samples), then media samples 0..47.
+Track emptyThenMedia() { return Track(600, {{600, 0, true}, {1200, 0, false}}); }
 
 }  // namespace
 
@@ -78,71 +83,37 @@ TEST(QtAtomEditList, OnlyTheLastEditKeepsTheSlackOfACoarseMovieTimeScale) {
     // Media 2400 over movie 600: every edit gains a slack of 3 media units, which the cut to whole
     // movie units takes off again for all edits but the last. Starting 48 units into a sample, the
     // last edit's end passes the half of its 25th sample and takes it; the first edit's does not.
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 48, false);
-    setEdit(list, 1, 600, 48, false);
-    list->calcMedia(true);
-    EXPECT_EQ((*list)[0].numSamples, 24u);
-    EXPECT_EQ((*list)[1].numSamples, 25u);
-
+    Track coarse(600, {{600, 48, false}, {600, 48, false}});
+    EXPECT_EQ((*coarse.list)[0].numSamples, 24u);
+    EXPECT_EQ((*coarse.list)[1].numSamples, 25u);
     // A finer movie time scale has no slack.
-    QtAtomHeader fine(qtId("moov"), nullptr);
-    QtAtomEditList* exact = buildTrack(fine, 1000, 2400, 100, 100, 1);
-    setEdit(exact, 0, 1000, 50, false);
-    exact->calcMedia(true);
-    EXPECT_EQ((*exact)[0].numSamples, 24u);
+    Track fine(1000, {{1000, 50, false}});
+    EXPECT_EQ((*fine.list)[0].numSamples, 24u);
 }
 
 TEST(QtAtomEditList, MapsMediaSamplesPastEmptyEditsToPresentationSamples) {
-    QtAtomEditList none(nullptr, 0);
-    EXPECT_EQ(none.physicalToVirtualSample(17), 17u);
-
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 0, true);    // one second of nothing: 24 samples
-    setEdit(list, 1, 1200, 0, false);  // then samples 0..47
-    list->calcMedia(true);
-    EXPECT_EQ(list->physicalToVirtualSample(0), 24u);
-    EXPECT_EQ(list->physicalToVirtualSample(10), 34u);
-    EXPECT_EQ(list->physicalToVirtualSample(47), 71u);
-    EXPECT_EQ(list->physicalToVirtualSample(60), 60u);  // beyond all edits
+    EXPECT_EQ(QtAtomEditList(nullptr, 0).physicalToVirtualSample(17), 17u);
+    Track track = emptyThenMedia();
+    for (auto [media, shown] : {std::pair{0u, 24u}, {10u, 34u}, {47u, 71u}, {60u, 60u}})  // 60: beyond all edits
+        EXPECT_EQ(track.list->physicalToVirtualSample(media), shown) << media;
 }
 
 TEST(QtAtomEditList, SpanFindsTheEditAndMediaPositionOfAPresentationPosition) {
     EXPECT_EQ(QtAtomEditList(nullptr, 0).getSpan(5, 3).end, 0u);
-
-    QtAtomHeader moov(qtId("moov"), nullptr);
-    QtAtomEditList* list = buildTrack(moov, 600, 2400, 100, 100, 2);
-    setEdit(list, 0, 600, 0, true);
-    setEdit(list, 1, 1200, 0, false);
-    list->calcMedia(true);
-
-    QtAtomEditList::Phys inEmpty = list->getSpan(5, 100);
-    EXPECT_EQ(inEmpty.index, 0u);
-    EXPECT_TRUE(inEmpty.empty);
-    EXPECT_EQ(inEmpty.remain, 19u);
+    Track track = emptyThenMedia();
+    QtAtomEditList::Phys inEmpty = track.list->getSpan(5, 100);
+    EXPECT_EQ(std::tie(inEmpty.index, inEmpty.empty, inEmpty.remain), std::make_tuple(0u, true, 19ul));
     EXPECT_EQ(inEmpty.end - inEmpty.first, 19u);  // cut at the edit's end
-
-    QtAtomEditList::Phys inMedia = list->getSpan(30, 10);
-    EXPECT_EQ(inMedia.index, 1u);
-    EXPECT_FALSE(inMedia.empty);
-    EXPECT_EQ(inMedia.first, 6u);
-    EXPECT_EQ(inMedia.end, 16u);
-    EXPECT_EQ(inMedia.remain, 42u);
-    QtAtomEditList::Phys atTheEnd = list->getSpan(24, 10);  // where the empty edit ends
-    EXPECT_EQ(atTheEnd.index, 1u);
-    EXPECT_EQ(atTheEnd.first, 0u);
-
-    list->setMediaOffset(100);  // media positions move, presentation positions with them
-    QtAtomEditList::Phys shifted = list->getSpan(130, 10);
-    EXPECT_EQ(shifted.index, 1u);
-    EXPECT_EQ(shifted.first, 106u);
-
-    list->setMediaOffset(0);
-    QtAtomEditList::Phys beyond = list->getSpan(80, 4);
-    EXPECT_EQ(beyond.index, 1u);
-    EXPECT_FALSE(beyond.empty);
-    EXPECT_EQ(beyond.first, 56u);
-    EXPECT_EQ(beyond.end, 60u);
+    EXPECT_EQ(track.list->getSpan(30, 10).remain, 42u);
+    // In the media edit, from where the empty one ends, and with media positions moved by an offset.
+    struct Case {
+        unsigned long at, length, mediaOffset, first, end;
+    };
+    for (Case c : {Case{30, 10, 0, 6, 16}, Case{24, 10, 0, 0, 10}, Case{130, 10, 100, 106, 116},
+                   Case{80, 4, 0, 56, 60}}) {
+        track.list->setMediaOffset(c.mediaOffset);
+        QtAtomEditList::Phys span = track.list->getSpan(c.at, c.length);
+        EXPECT_EQ(std::tie(span.index, span.empty, span.first, span.end), std::make_tuple(1u, false, c.first, c.end))
+            << c.at;
+    }
 }

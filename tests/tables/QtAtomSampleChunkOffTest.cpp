@@ -1,12 +1,8 @@
-// QtAtomSampleChunkOff ('stco'/'co64'): decoding both widths into memory or onto disk, the switch
-// from 32 to 64 bits as offsets approach 4 GiB, widening in place and elsewhere, recording offsets,
-// building a table for contiguous samples, encoding and the printout.
+// QtAtomSampleChunkOff ('stco'/'co64'): both widths in memory or on disk, the switch to 64 bits
+// near 4 GiB, widening in place and elsewhere, recording offsets and laying out contiguous chunks.
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 
-#include <gtest/gtest.h>
-
 #include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
@@ -14,25 +10,11 @@
 
 namespace {
 
-std::vector<uint64_t> offsets(unsigned int count, uint64_t first, uint64_t step) {
-    std::vector<uint64_t> out;
-    for (unsigned int i = 0; i < count; ++i) out.push_back(first + i * step);
-    return out;
-}
-
 // A table of `count` offsets followed by `spare` reserved (zero) slots.
-std::vector<unsigned char> chunkOffsets(char const* type, unsigned int count, unsigned int spare, uint64_t first,
-                                        uint64_t step) {
-    std::vector<uint64_t> entries = offsets(count, first, step);
+Bytes chunkOffsets(char const* type, unsigned int count, unsigned int spare, uint64_t first = 0, uint64_t step = 0) {
+    std::vector<uint64_t> entries = series(count, first, step);
     entries.resize(count + spare, 0);
-    std::vector<unsigned char> atom = tableAtom(type, {count}, entries, type[0] == 'c' ? 8 : 4);
-    return atom;
-}
-
-uint64_t bigEndian64At(std::vector<unsigned char> const& bytes, unsigned long at) {
-    uint64_t value = 0;
-    for (int i = 0; i < 8; ++i) value = (value << 8) | bytes[at + i];
-    return value;
+    return tableAtom(type, {count}, entries, type[0] == 'c' ? 8 : 4);
 }
 
 }  // namespace
@@ -59,7 +41,7 @@ TEST(QtAtomSampleChunkOffTest, BothWidthsDecodeIntoMemoryUpTo16EntriesAndOntoDis
 // below 4 GiB.
 TEST(QtAtomSampleChunkOffTest, TheOffsetsProjectedForTheRoomDecideWhetherAStcoBecomesCo64) {
     for (unsigned int request : {1500u, 1400u}) {
-        MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 1000, 0, 0)}));
+        MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 1000)}));
         QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
         for (unsigned int i = 1; i <= 1000; ++i) ASSERT_TRUE(table->addOffset(i * 3000000l));
         EXPECT_FALSE(table->need64BitChunkOff(nullptr));
@@ -71,7 +53,7 @@ TEST(QtAtomSampleChunkOffTest, TheOffsetsProjectedForTheRoomDecideWhetherAStcoBe
 }
 
 TEST(QtAtomSampleChunkOffTest, AnOffsetPast4GiBMakesAnEmptyStcoACo64AndIsStored) {
-    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 4, 0, 0)}));
+    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 4)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     EXPECT_TRUE(table->addOffset(1l << 32));
     EXPECT_TRUE(table->is64Bit());
@@ -82,7 +64,7 @@ TEST(QtAtomSampleChunkOffTest, AnOffsetPast4GiBMakesAnEmptyStcoACo64AndIsStored)
 }
 
 TEST(QtAtomSampleChunkOffTest, AStcoWithOffsetsDoesNotTakeOneBeyond32BitsButAsksForRoom) {
-    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 8, 0, 0)}));
+    MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 8)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     ASSERT_TRUE(table->addOffset(4000000000l));
     EXPECT_FALSE(table->addOffset(5000000000l));
@@ -97,9 +79,7 @@ TEST(QtAtomSampleChunkOffTest, AStcoWithOffsetsDoesNotTakeOneBeyond32BitsButAsks
     EXPECT_EQ(table->getChunkOffset(1, nullptr), 5000000000ul);
 }
 
-// Widening where the table stands: each 8-byte slot covers two 4-byte ones further on, so the
-// offsets must be copied from the last down. Enough chunks that the new offsets leave the caches
-// (and reach the file) while many old ones are still to be read: with fewer, the caches' lag would
+// Widening in place must copy from the last offset down; enough chunks that the caches' lag cannot
 // hide a copy in the wrong direction.
 TEST(QtAtomSampleChunkOffTest, WideningInPlaceOrElsewhereKeepsEveryOffset) {
     constexpr unsigned int kChunks = 100000;
@@ -116,28 +96,24 @@ TEST(QtAtomSampleChunkOffTest, WideningInPlaceOrElsewhereKeepsEveryOffset) {
         FileIoClientRec agent;
         for (unsigned int i = 0; i <= kChunks; ++i) ASSERT_EQ(table->getChunkOffset(i, &agent), 48 + i * 1000ul) << i;
         table->flushVirtualTable();
-        std::vector<unsigned char> file = readFileBytes(movie.path());
+        Bytes file = readFileBytes(movie.path());
         unsigned long entries = place + 16;
         ASSERT_GE(file.size(), entries + (kChunks + 100) * 8ul);
-        for (unsigned int i = 0; i <= kChunks; ++i) ASSERT_EQ(bigEndian64At(file, entries + i * 8ul), 48 + i * 1000ul);
-        EXPECT_EQ(bigEndian64At(file, entries + (kChunks + 99) * 8ul), 0u);  // reserved room
+        for (unsigned int i = 0; i <= kChunks; ++i) ASSERT_EQ(bigEndianAt(file, entries + i * 8ul, 8), 48 + i * 1000ul);
+        EXPECT_EQ(bigEndianAt(file, entries + (kChunks + 99) * 8ul, 8), 0u);  // reserved room
     }
 }
 
 TEST(QtAtomSampleChunkOffTest, CreateOffsetsLaysOutChunksOneAfterAnother) {
     // Three chunks: two of 2 samples of 100 bytes, then one of 1 sample.
-    std::vector<unsigned char> stsc = tableAtom("stsc", {2}, {1, 2, 1, 3, 1, 1}, 4);
-    std::vector<unsigned char> stts = tableAtom("stts", {1}, {5, 10}, 4);
-    MovieOnDisk movie(movieWithTable(
-        {stts, stsc, tableAtom("stsz", {100, 5}, {}, 4), chunkOffsets("stco", 0, 0, 0, 0)}));
+    MovieOnDisk movie(movieWithTable({tableAtom("stts", {1}, {5, 10}, 4), tableAtom("stsc", {2}, {1, 2, 1, 3, 1, 1}, 4),
+                                      tableAtom("stsz", {100, 5}, {}, 4), chunkOffsets("stco", 0, 0)}));
     QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
     table->createOffsets(5000, movie.table<QtAtomSampleTime>("stts"), movie.table<QtAtomSampleChunk>("stsc"),
                          movie.table<QtAtomSampleSize>("stsz"));
     EXPECT_TRUE(table->is64Bit());  // new tables are 64-bit unless "use stco" is set
     EXPECT_EQ(table->getNumChunks(), 3u);
     EXPECT_EQ(table->nArrayEntries(), 16u);
-    EXPECT_EQ(table->getChunkOffset(0, nullptr), 5000u);
-    EXPECT_EQ(table->getChunkOffset(1, nullptr), 5200u);
-    EXPECT_EQ(table->getChunkOffset(2, nullptr), 5400u);
+    for (unsigned int i = 0; i < 3; ++i) EXPECT_EQ(table->getChunkOffset(i, nullptr), 5000u + 200 * i);
     EXPECT_EQ(table->getHeadroom(), 13u);
 }

@@ -1,9 +1,6 @@
-// QtAtomSampleChunk ('stsc'): runs built chunk by chunk while recording, lookups that search from
-// the previous answer, the last run completed from the time-to-sample table, queries, damaged
-// input, room, encoding and the printout.
+// QtAtomSampleChunk ('stsc'): runs built while recording, lookups from the previous answer, the last
+// run completed from the time-to-sample table, damaged input, room and contiguity.
 #include "quicktime/tables/QtAtomSampleChunk.h"
-
-#include <gtest/gtest.h>
 
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
@@ -12,22 +9,19 @@
 
 namespace {
 
-using Entry = QtAtomSampleChunk::Entry;
-
-std::vector<unsigned char> stsc(std::vector<uint64_t> const& triples, unsigned int spare = 0) {
-    std::vector<uint64_t> entries = triples;
-    entries.resize(triples.size() + 3 * spare, 0);
-    return tableAtom("stsc", {static_cast<uint32_t>(triples.size() / 3)}, entries, 4);
+Bytes stsc(std::vector<uint64_t> triples, unsigned int spare = 0) {
+    uint32_t count = static_cast<uint32_t>(triples.size() / 3);
+    triples.resize(triples.size() + 3 * spare, 0);
+    return tableAtom("stsc", {count}, triples, 4);
 }
 
-std::vector<unsigned char> stts(unsigned int samples) { return tableAtom("stts", {1}, {samples, 100}, 4); }
+Bytes stts(unsigned int samples) { return tableAtom("stts", {1}, {samples, 100}, 4); }
 
-void expectEntry(QtAtomSampleChunk const& table, unsigned int index, Entry expected) {
-    Entry entry = table.getEntry(index);
-    EXPECT_EQ(entry.firstSample, expected.firstSample) << "entry " << index;
-    EXPECT_EQ(entry.firstChunk, expected.firstChunk) << "entry " << index;
-    EXPECT_EQ(entry.samplesPerChunk, expected.samplesPerChunk) << "entry " << index;
-    EXPECT_EQ(entry.descIndex, expected.descIndex) << "entry " << index;
+void expectEntry(QtAtomSampleChunk const& table, unsigned int index, QtAtomSampleChunk::Entry e) {
+    QtAtomSampleChunk::Entry got = table.getEntry(index);
+    EXPECT_EQ(std::tie(got.firstSample, got.firstChunk, got.samplesPerChunk, got.descIndex),
+              std::tie(e.firstSample, e.firstChunk, e.samplesPerChunk, e.descIndex))
+        << "entry " << index;
 }
 
 void addChunk(QtAtomSampleChunk& table, unsigned int samples, unsigned int desc = 1) {
@@ -57,8 +51,7 @@ TEST(QtAtomSampleChunkTest, ChunksOfEqualShapeMergeIntoOneRunOneChunkLate) {
 
     QtAtomBuffer buffer(table.getEncodeSize());
     ASSERT_TRUE(table.encode(buffer));
-    std::vector<unsigned char> expected = stsc({1, 10, 1, 3, 10, 1}, 2);
-    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), expected);
+    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrEnd()), stsc({1, 10, 1, 3, 10, 1}, 2));
 }
 
 TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirection) {
@@ -66,26 +59,21 @@ TEST(QtAtomSampleChunkTest, LookupsSearchOnFromThePreviousAnswerInEitherDirectio
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");
     QtChunkSet set;
     ASSERT_TRUE(table->getChunkSet(45, set));
-    EXPECT_EQ(set.m_entryIndex, 2u);
-    EXPECT_EQ(set.m_firstChunk, 5u);
-    EXPECT_EQ(set.m_numChunks, 2u);
-    EXPECT_EQ(set.m_firstSample, 40u);
-    EXPECT_EQ(set.m_numSamples, 6u);
-    EXPECT_EQ(set.m_descIndex, 2u);
+    EXPECT_EQ(std::tie(set.m_entryIndex, set.m_firstChunk, set.m_numChunks, set.m_firstSample, set.m_numSamples,
+                       set.m_descIndex),
+              std::make_tuple(2u, 5u, 2u, 40ul, 6u, 2u));
     unsigned long chunkStart = 0;
     EXPECT_EQ(set.getChunk(45, chunkStart), 6u);
     EXPECT_EQ(chunkStart, 43u);
 
     ASSERT_TRUE(table->getChunkSet(12, set));  // backwards, past entry 1
-    EXPECT_EQ(set.m_entryIndex, 0u);
-    EXPECT_EQ(set.m_numChunks, 3u);
+    EXPECT_EQ(std::tie(set.m_entryIndex, set.m_numChunks), std::make_tuple(0u, 3u));
     ASSERT_TRUE(table->getChunkSet(33, set));
     EXPECT_EQ(set.m_entryIndex, 1u);
 
-    EXPECT_FALSE(table->getChunkSet(46, set));  // past every run: the end entry
-    EXPECT_EQ(set.m_numChunks, 1u);
-    EXPECT_EQ(set.m_entryIndex, QtChunkSet::kNone);
-    EXPECT_EQ(set.m_firstChunk, 8u);  // as the end entry holds it, 1-based
+    EXPECT_FALSE(table->getChunkSet(46, set));  // past every run: the end entry, its first chunk 1-based
+    EXPECT_EQ(std::tie(set.m_numChunks, set.m_entryIndex, set.m_firstChunk),
+              std::make_tuple(1u, QtChunkSet::kNone, 8u));
 }
 
 TEST(QtAtomSampleChunkTest, TheLastRunIsCompletedFromTheTimeToSampleTable) {
@@ -93,10 +81,8 @@ TEST(QtAtomSampleChunkTest, TheLastRunIsCompletedFromTheTimeToSampleTable) {
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");
     EXPECT_EQ(table->getNumChunks(), 7u);
     EXPECT_EQ(table->getChunkCounter(), 5u);
-    EXPECT_EQ(table->getNumChunkSamples(0), 10u);
-    EXPECT_EQ(table->getNumChunkSamples(4), 5u);
-    EXPECT_EQ(table->getNumChunkSamples(6), 3u);
-    EXPECT_EQ(table->getNumChunkSamples(7), 0u);
+    for (auto [chunk, samples] : {std::pair{0u, 10u}, {4u, 5u}, {6u, 3u}, {7u, 0u}})
+        EXPECT_EQ(table->getNumChunkSamples(chunk), samples) << chunk;
     EXPECT_EQ(table->getChunkDesc(41), 2u);
     EXPECT_EQ(table->getChunkDesc(1000), 2u);
 
@@ -105,7 +91,7 @@ TEST(QtAtomSampleChunkTest, TheLastRunIsCompletedFromTheTimeToSampleTable) {
 }
 
 TEST(QtAtomSampleChunkTest, DamagedInputIsHandledSoftly) {
-    std::vector<unsigned char> claimsTooMany = stsc({1, 10, 1});
+    Bytes claimsTooMany = stsc({1, 10, 1});
     claimsTooMany[15] = 2;
     MovieOnDisk damaged(movieWithTable({claimsTooMany}));
     auto const* table = damaged.table<QtAtomSampleChunk>("stsc");
@@ -122,13 +108,13 @@ TEST(QtAtomSampleChunkTest, DamagedInputIsHandledSoftly) {
 }
 
 TEST(QtAtomSampleChunkTest, RoomIsDoubledOnlyWhenNoneIsLeftAndKeptOnDiskAsZeros) {
-    std::vector<unsigned char> atom = stsc({1, 10, 1}, 2);
+    Bytes atom = stsc({1, 10, 1}, 2);
     MovieOnDisk movie(movieWithTable({stts(100), atom}));
     QtAtomSampleChunk* table = movie.table<QtAtomSampleChunk>("stsc")->write();
     EXPECT_EQ(table->getCapacity(), 3u);
     QtAtomBuffer buffer(table->getEncodeSize());
     ASSERT_TRUE(table->encode(buffer));
-    EXPECT_EQ(std::vector<unsigned char>(buffer.ptrData(), buffer.ptrEnd()), atom);
+    EXPECT_EQ(Bytes(buffer.ptrData(), buffer.ptrEnd()), atom);
 
     table->addCapacity();
     EXPECT_EQ(table->getCapacity(), 3u);
@@ -145,9 +131,8 @@ TEST(QtAtomSampleChunkTest, RoomIsDoubledOnlyWhenNoneIsLeftAndKeptOnDiskAsZeros)
 
 TEST(QtAtomSampleChunkTest, RunsOfConstantSizeSamplesAreContiguousWhenBackToBack) {
     // Description 1 in chunks 1 and 3, description 2 in chunk 2; 4 samples of 10 bytes a chunk.
-    std::vector<unsigned char> offsets = tableAtom("stco", {3}, {1000, 3000, 1040}, 4);
     MovieOnDisk movie(movieWithTable({stts(12), stsc({1, 4, 1, 2, 4, 2, 3, 4, 1}), tableAtom("stsz", {10, 12}, {}, 4),
-                                       offsets, tableAtom("stsz", {0, 0}, {}, 4)}));
+                                      tableAtom("stco", {3}, {1000, 3000, 1040}, 4), tableAtom("stsz", {0, 0}, {}, 4)}));
     auto const* table = movie.table<QtAtomSampleChunk>("stsc");
     auto const* stco = movie.table<QtAtomSampleChunkOff>("stco");
     auto const* stsz = movie.table<QtAtomSampleSize>("stsz");

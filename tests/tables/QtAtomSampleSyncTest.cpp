@@ -1,25 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <random>
-#include <set>
-#include <thread>
-
-#include "tests/tables/TableTestSupport.h"
-#include "framework/FileIoClientRec.h"
-#include "quicktime/atoms/QtAtomWriter.h"
-#include "quicktime/atoms/QtDebug.h"
+// The tables of frame dependencies: sync samples ('stss'/'stps') and dependency bytes ('sdtp').
 #include "quicktime/tables/QtAtomSampleSync.h"
 
+#include <random>
 
+#include "framework/FileIoClientRec.h"
+#include "quicktime/atoms/QtAtomWriter.h"
+#include "quicktime/tables/QtAtomCompTime.h"
+#include "quicktime/tables/QtAtomSampleDepend.h"
+#include "tests/tables/TableTestSupport.h"
 
 namespace {
-
-QtAtomSampleSync const* syncTable(QtAtomRoot const& root, char const* type = "stss") {
-    BaseQtAtom const* stbl = root.findAtom(kStblPath, 0);
-    return stbl ? dynamic_cast<QtAtomSampleSync const*>(stbl->findAtom(type, 0)) : nullptr;
-}
 
 // Stored (1-based) numbers of keys at the given 0-based frames.
 std::vector<uint32_t> stored(std::vector<uint32_t> const& frames) {
@@ -37,81 +27,32 @@ std::vector<uint32_t> irregularKeys(unsigned int count, unsigned int maxGap, uns
     return keys;
 }
 
-std::vector<unsigned long> queryOrders(unsigned long frames, unsigned int seed) {
-    std::vector<unsigned long> order;
-    for (unsigned long f = 0; f < frames; ++f) order.push_back(f);               // forward
-    for (unsigned long f = frames; f-- > 0;) order.push_back(f);                 // backward
-    for (unsigned long f = 0; f < frames; f += 37) order.push_back(f);           // strided
-    std::vector<unsigned long> shuffled(order.begin(), order.begin() + frames);  // random
-    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(seed));
-    order.insert(order.end(), shuffled.begin(), shuffled.end());
-    return order;
+// A movie whose 'sdtp' holds the given bytes.
+MovieOnDisk dependMovie(Bytes const& flags) {
+    return MovieOnDisk(movieWithTable({stszAtom(0), atomBytes("sdtp", concat({zeros(4), flags}))}));
 }
 
 }  // namespace
 
-// --- the corpus ---
-
-class SyncCorpus : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(SyncCorpus, KeyOfEverySampleMatchesTheExpectationsInAnyOrder) {
-    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath(GetParam()).c_str());
-    ASSERT_TRUE(root);
-    for (auto const& [track, rows] : readSampleRows(GetParam())) {
-        BaseQtAtom const* stbl = trackTable(*root, track - 1);
-        ASSERT_NE(stbl, nullptr);
-        auto const* stss = dynamic_cast<QtAtomSampleSync const*>(stbl->findAtom("stss", 0));
-        FileIoClientRec agent;
-        for (unsigned long s : queryOrders(rows.size(), track)) {
-            bool key = stss ? stss->isKey(s, &agent) : true;
-            ASSERT_EQ(key, rows[s].key) << GetParam() << " track " << track << " sample " << s;
-        }
-        if (!stss) continue;
-        for (SampleRow const& row : rows) {
-            AutoReleasePtr<QtAtomSampleSync::KeySet> keys =
-                stss->getKeySet(QtFrameSet::frameToUnit(row.sample), &agent);
-            ASSERT_EQ(keys->isKey(row.sample), row.key)
-                << GetParam() << " track " << track << " sample " << row.sample;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Corpus, SyncCorpus, ::testing::ValuesIn(corpusMovies()), [](auto const& info) {
-    std::string name = info.param.substr(0, info.param.find('.'));
-    for (char& c : name)
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    return name;
-});
-
-// --- reading and writing the atom ---
-
 TEST(QtAtomSampleSync, TrailingZeroEntriesCountAsFramesAfterTheLastKey) {
     for (unsigned int reserve : {0u, 20u}) {  // in memory, and in the file
-        TempFile file;
-        std::vector<uint32_t> entries = stored({0, 10, 20});
-        entries.insert(entries.end(), {0, 0});
-        Bytes stss = syncAtom("stss", entries, reserve);
-        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(30), stss}));
-        QtAtomSampleSync const* table = syncTable(*root);
+        MovieOnDisk movie(movieWithTable({stszAtom(30), syncAtom("stss", {1, 11, 21, 0, 0}, reserve)}));
+        auto const* table = movie.table<QtAtomSampleSync>("stss");
         ASSERT_NE(table, nullptr);
         EXPECT_EQ(table->hasVirtualTable(), reserve != 0);
         EXPECT_EQ(table->getLastSample(), 22u) << reserve;
         EXPECT_TRUE(table->isKey(10, nullptr));
         TempFile copy;
         AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
-        ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
-        EXPECT_EQ(readFileBytes(copy.path()), readFileBytes(file.path()));
+        ASSERT_TRUE(QtAtomWriter::copyTree(*movie.root(), *out));
+        EXPECT_EQ(readFileBytes(copy.path()), readFileBytes(movie.path()));
     }
 }
 
-// --- lookups ---
-
 TEST(QtAtomSampleSync, SetPutsAnIteratorOnTheEntryWhoseBracketHoldsTheFrame) {
-    TempFile file;
     std::vector<uint32_t> keys = irregularKeys(800, 30, 11);
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(keys.back() + 50), syncAtom("stss", stored(keys))}));
-    QtAtomSampleSync const* stss = syncTable(*root);
+    MovieOnDisk movie(movieWithTable({stszAtom(keys.back() + 50), syncAtom("stss", stored(keys))}));
+    auto const* stss = movie.table<QtAtomSampleSync>("stss");
     ASSERT_NE(stss, nullptr);
     FileIoClientRec agent;
     QtAtomSampleSync::KeyIterator iterator(stss->getArray(), &agent);
@@ -121,22 +62,15 @@ TEST(QtAtomSampleSync, SetPutsAnIteratorOnTheEntryWhoseBracketHoldsTheFrame) {
         stss->set(iterator, f);
         unsigned int index = iterator.getIndex();
         ASSERT_LE(keys[index], f) << f;
-        if (index + 1 < keys.size()) {
-            ASSERT_GT(keys[index + 1], f) << f;
-        }
+        ASSERT_TRUE(index + 1 == keys.size() || keys[index + 1] > f) << f;
         ASSERT_EQ(iterator.frame(), f);
         ASSERT_EQ(iterator.isKey(), keys[index] == f);
     }
 }
 
-// --- key sets ---
-
-// --- recording ---
-
 TEST(QtAtomSampleSync, AppendedKeysAreFoundByLookupsAndKeySets) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable({stszAtom(0), syncAtom("stss", {})}));
-    QtAtomSampleSync const* stss = syncTable(*root);
+    MovieOnDisk movie(movieWithTable({stszAtom(0), syncAtom("stss", {})}));
+    auto const* stss = movie.table<QtAtomSampleSync>("stss");
     stss->setCapacity(10000, 25);
     EXPECT_EQ(stss->getArray().getAllocatedSize(), 400u);
     EXPECT_TRUE(stss->hasVirtualTable());
@@ -156,10 +90,8 @@ TEST(QtAtomSampleSync, AppendedKeysAreFoundByLookupsAndKeySets) {
 }
 
 TEST(QtAtomSampleSync, CapacityFollowsTheKeyIntervalOrTheKeysSeenAndNeverShrinks) {
-    TempFile file;
-    AutoPtr<QtAtomRoot> root =
-        readMovie(file, movieWithTable({stszAtom(0), syncAtom("stss", stored({0, 10, 20, 30}))}));
-    QtAtomSampleSync const* stss = syncTable(*root);
+    MovieOnDisk movie(movieWithTable({stszAtom(0), syncAtom("stss", {1, 11, 21, 31})}));
+    auto const* stss = movie.table<QtAtomSampleSync>("stss");
     stss->setCapacity(1000, 0);  // ten frames per key so far: (30 + 1) / 4 = 7.75
     EXPECT_EQ(stss->getArray().getAllocatedSize(), 129u);
     stss->setCapacity(1000, 30);
@@ -170,14 +102,54 @@ TEST(QtAtomSampleSync, CapacityFollowsTheKeyIntervalOrTheKeysSeenAndNeverShrinks
     EXPECT_EQ(stss->getArray().getAllocatedSize(), 4u);
 }
 
-// --- threads ---
-
-TEST(QtAtomSampleSync, NeedsAllItsDataOnlyBelow81Bytes) {
-    for (QtAtomIdType type : {qtId("stss"), qtId("stps")}) {
-        QtAtomSampleSync table(nullptr, true, type);
-        for (unsigned int size : {80u, 81u}) {
-            table.setSize(size);
-            EXPECT_EQ(table.needsAllData(), size < 81) << QtIdName(type).render() << " " << size;
+// Small tables are read whole, larger ones stay on disk.
+TEST(QtAtomSampleSync, SyncAndCompositionTablesNeedAllTheirDataOnlyBelowTheirLimit) {
+    QtAtomSampleSync stss(nullptr, true, qtId("stss")), stps(nullptr, true, qtId("stps"));
+    QtAtomCompTime ctts(nullptr);
+    for (auto [table, limit] : {std::pair<BaseQtAtom*, unsigned int>{&stss, 81}, {&stps, 81}, {&ctts, 145}}) {
+        for (unsigned int size : {limit - 1, limit}) {
+            table->setSize(size);
+            EXPECT_EQ(table->needsAllData(), size < limit) << QtIdName(table->getId()).render() << " " << size;
         }
     }
+}
+
+TEST(QtAtomSampleDepend, ReadsEveryByteOfTheCorpusTableThroughAReadersAgent) {
+    std::string path = testDataPath("hevc_sdtp.mov");
+    AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(path.c_str());
+    ASSERT_TRUE(root);
+    auto const* sdtp = dynamic_cast<QtAtomSampleDepend const*>(root->findAtom("moov.trak.mdia.minf.stbl.sdtp", 0));
+    ASSERT_NE(sdtp, nullptr);
+    EXPECT_EQ(sdtp->getFileOffset(), 13073u);
+    EXPECT_EQ(sdtp->getNumEntries(), 60u);  // the 'stsz' after it has 60 samples
+    EXPECT_TRUE(sdtp->hasVirtualTable());
+    Bytes file = readFileBytes(path);
+    FileIoClientRec agent;
+    for (unsigned int i = 0; i < 60; ++i) ASSERT_EQ(sdtp->getSampleDepend(i, &agent), file[13073 + 12 + i]) << i;
+    EXPECT_EQ(sdtp->getSampleDepend(60, &agent), 0);
+}
+
+TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
+    MovieOnDisk movie = dependMovie(zeros(4));
+    auto const* sdtp = movie.table<QtAtomSampleDepend>("sdtp");
+    EXPECT_TRUE(sdtp->addSamples(3, 0x24));
+    EXPECT_EQ(sdtp->getSampleDepend(3, nullptr), 0x24);
+    EXPECT_FALSE(sdtp->addSamples(4, 0x18));
+    EXPECT_EQ(sdtp->getSizeNeeded(), 5u);
+    EXPECT_EQ(sdtp->movieResizeNeeded(), static_cast<uint32_t>(QtResizeReq::Samples));
+    EXPECT_EQ(sdtp->getSampleDepend(4, nullptr), 0);
+    EXPECT_FALSE(sdtp->addSamples(0xFFFFFFFFul, 1));
+    sdtp->setCapacity(5);
+    EXPECT_EQ(sdtp->getSizeNeeded(), 0u);
+    EXPECT_TRUE(sdtp->addSamples(4, 0x18));
+}
+
+TEST(QtAtomSampleDepend, CapacityIsTheRequestedCountEvenWhenSmaller) {
+    MovieOnDisk movie = dependMovie(filled(100, 7));
+    auto const* sdtp = movie.table<QtAtomSampleDepend>("sdtp");
+    ASSERT_EQ(sdtp->getArray().getVirtualSize(), 100u);
+    sdtp->setCapacity(10);
+    EXPECT_EQ(sdtp->getArray().getVirtualSize(), 10u);
+    EXPECT_EQ(sdtp->getSampleDepend(9, nullptr), 7);
+    EXPECT_EQ(sdtp->getSampleDepend(10, nullptr), 0);
 }

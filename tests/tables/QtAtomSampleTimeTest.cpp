@@ -1,15 +1,12 @@
-// QtAtomSampleTime ('stts'): media time to sample and back, spans, the dominant duration, the
-// rate setters of recording with their deliberate quirks, damaged counts and the printout.
+// QtAtomSampleTime ('stts'): media time to sample and back, spans, the dominant duration and the
+// rate setters of recording with their deliberate quirks.
 #include "quicktime/tables/QtAtomSampleTime.h"
 
-#include <gtest/gtest.h>
-
-#include "quicktime/atoms/QtDebug.h"
 #include "tests/tables/TableTestSupport.h"
 
 namespace {
 
-std::vector<unsigned char> stts(std::vector<uint64_t> const& pairs) {
+Bytes stts(std::vector<uint64_t> const& pairs) {
     return tableAtom("stts", {static_cast<uint32_t>(pairs.size() / 2)}, pairs, 4);
 }
 
@@ -19,12 +16,9 @@ TEST(QtAtomSampleTimeTest, MediaTimeMapsToTheNearestSampleWithAHalfRoundingUp) {
     MovieOnDisk movie(movieWithTable({stts({10, 100, 5, 40})}));
     auto const* table = movie.table<QtAtomSampleTime>("stts");
     ASSERT_NE(table, nullptr);
-    EXPECT_EQ(table->getSample(0), 0u);
-    EXPECT_EQ(table->getSample(149), 1u);
-    EXPECT_EQ(table->getSample(150), 2u);      // exactly half a duration rounds up
-    EXPECT_EQ(table->getSample(1000), 10u);    // first sample of the second entry
-    EXPECT_EQ(table->getSample(1020), 11u);
-    EXPECT_EQ(table->getSample(5000), 15u);    // past the end: the number of samples
+    // Half a duration rounds up; 1000 starts the second entry; past the end: the number of samples.
+    for (auto [time, sample] : {std::pair{0u, 0u}, {149u, 1u}, {150u, 2u}, {1000u, 10u}, {1020u, 11u}, {5000u, 15u}})
+        EXPECT_EQ(table->getSample(time), sample) << time;
     EXPECT_EQ(table->getSampleTime(12), 1080u);
     EXPECT_EQ(table->getTotalSamples(), 15u);
 }

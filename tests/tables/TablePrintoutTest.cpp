@@ -1,26 +1,17 @@
 // The printouts of the sample tables, one row per table: the short form lists the first entries and
 // the last, and with "all sizes" every entry in groups of eight, each group with its first index.
-#include <gtest/gtest.h>
+#include <optional>
 
 #include "quicktime/atoms/QtDebug.h"
 #include "tests/tables/TableTestSupport.h"
 
 namespace {
 
-std::vector<uint64_t> series(unsigned int count, uint64_t first, uint64_t step) {
-    std::vector<uint64_t> out;
-    for (unsigned int i = 0; i < count; ++i) out.push_back(first + i * step);
-    return out;
-}
-
 std::string shown(BaseQtAtom const& table, bool allSizes) {
     MessageCapture capture;
-    if (allSizes) {
-        ScopedDebugFlag all("quicktimeDbg", "all sizes");
-        table.show();
-    } else {
-        table.show();
-    }
+    std::optional<ScopedDebugFlag> all;
+    if (allSizes) all.emplace("quicktimeDbg", "all sizes");
+    table.show();
     return capture.all();
 }
 
@@ -69,10 +60,8 @@ TEST(TablePrintout, ListsTheEntriesShortOrInFull) {
     };
     for (Row const& row : rows) {
         SCOPED_TRACE(row.type);
-        TempFile file;
-        AutoPtr<QtAtomRoot> root = readMovie(file, movieWithTable(row.tables));
-        ASSERT_TRUE(root);
-        BaseQtAtom const* table = root->findAtom((std::string(kStblPath) + "." + row.type).c_str(), 0);
+        MovieOnDisk movie(movieWithTable(row.tables));
+        auto const* table = movie.table<BaseQtAtom>(row.type);
         ASSERT_NE(table, nullptr);
         std::string text = shown(*table, false);
         for (std::string const& part : row.shortForm) EXPECT_NE(text.find(part), std::string::npos) << text;
