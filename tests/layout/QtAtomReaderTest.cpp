@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/TestSupport.h"
 #include "framework/FaultyFileIO.h"

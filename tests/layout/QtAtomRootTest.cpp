@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <future>
-#include <thread>
 
 #include "quicktime/layout/QtAtomReader.h"
-#include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
@@ -17,31 +14,6 @@
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
-
-// A message sink usable from several threads at once, which also counts the messages containing a
-// given text, so that a test can wait for another thread to reach a point it reports.
-class ThreadedMessages {
-  public:
-    explicit ThreadedMessages(std::string signal = "") : m_signal(std::move(signal)) {
-        m_previous = setMessageSink([this](MsgLevel, std::string const& text) {
-            SorvanPosix::ScopeLock lock(m_mutex);
-            m_text += text;
-            if (!m_signal.empty() && text.find(m_signal) != std::string::npos) signalled.post();
-        });
-    }
-    ~ThreadedMessages() { setMessageSink(m_previous); }
-    bool contains(std::string const& part) const {
-        SorvanPosix::ScopeLock lock(m_mutex);
-        return m_text.find(part) != std::string::npos;
-    }
-    SorvanPosix::JLWSemaphore signalled{0};
-
-  private:
-    mutable SorvanPosix::JMutex m_mutex;
-    std::string m_text;
-    std::string m_signal;
-    MessageSink m_previous;
-};
 
 // A root over a new file holding ftyp and a movie that has not been flushed yet.
 class RootWithMovie : public ::testing::Test {
