@@ -59,12 +59,6 @@ struct TestStream {
     }
 };
 
-// What a fresh reader finds of one track: the samples (PCM counted in frames) it reaches.
-struct TrackReadBack {
-    unsigned long samples = 0;
-    std::vector<QtSampleInfo> infos;
-};
-
 // Compares the first `count` recorded units of `track` (PCM: calls of 400 frames) with the file;
 // returns an empty string when they match, else what differs.
 inline std::string compareTrack(QtAtomRoot const& root, uint32_t track, unsigned long count, bool exactCount) {
