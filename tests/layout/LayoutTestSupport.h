@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -81,13 +82,9 @@ inline TopLevelScan scanTopLevel(std::string const& path) {
     return scan;
 }
 
-inline std::vector<unsigned char> readRange(std::string const& path, unsigned long offset,
-                                            unsigned long size) {
-    std::vector<unsigned char> bytes(size);
-    int fd = ::open(path.c_str(), O_RDONLY);
-    if (fd < 0) return {};
-    ssize_t got = ::pread(fd, bytes.data(), size, static_cast<off_t>(offset));
-    ::close(fd);
-    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return bytes;
+// `size` bytes of the file from `offset`, fewer where the file ends.
+inline Bytes readRange(std::string const& path, unsigned long offset, unsigned long size) {
+    Bytes bytes = readFileBytes(path);
+    if (offset >= bytes.size()) return {};
+    return Bytes(bytes.begin() + offset, bytes.begin() + std::min<unsigned long>(bytes.size(), offset + size));
 }

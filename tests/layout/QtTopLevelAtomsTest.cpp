@@ -10,16 +10,6 @@
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
 
-namespace {
-
-std::vector<unsigned char> encodeHeader(BaseQtAtom const& atom) {
-    QtAtomBuffer buffer(32);
-    atom.encode(buffer);
-    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied());
-}
-
-}  // namespace
-
 TEST(QtAtomMoov, MovieReadFromAFileIsFinalWhileCleanAndInPlace) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_faststart.mov").c_str());
     ASSERT_TRUE(root);
@@ -40,7 +30,7 @@ TEST(QtAtomMoov, RelocatingTheLastAtomLeavesItsEncodedSizeBehind) {
     auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
     addPreserved(moov, "mvhd", 92, 'h');
     root.recalcOffset(QtTreeSize(true, 0, 0));
-    encodeHeader(*moov);  // on disk with 108 bytes
+    encodeToBytes(*moov);  // on disk with 108 bytes
     addPreserved(moov, "udta", 40, 'u');
     root.recalcOffset(QtTreeSize(true, 0, 0));
     ASSERT_EQ(moov->getSize(), 156u);
@@ -103,7 +93,7 @@ TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
     EXPECT_EQ(moov->getDiskId(), QtAtomMoov::kMoovId);
     EXPECT_EQ(left->getDiskId(), QtAtomSkip::kSkipId);
     EXPECT_TRUE(left->isDirty());
-    EXPECT_EQ(encodeHeader(*left), (std::vector<unsigned char>{0, 0, 0, 100, 's', 'k', 'i', 'p'}));
+    EXPECT_EQ(encodeToBytes(*left), (std::vector<unsigned char>{0, 0, 0, 100, 's', 'k', 'i', 'p'}));
     EXPECT_TRUE(messages.contains("==> moov@216\n"));
     EXPECT_TRUE(messages.contains("skip(moov)@"));
     EXPECT_FALSE(moov->updateDiskId());  // already a moov
