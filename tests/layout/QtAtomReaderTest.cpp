@@ -17,30 +17,19 @@ AutoPtr<QtAtomRoot> readBytes(TempFile const& file, Bytes const& bytes) {
     return QtAtomReader::readFile(file.c_str());
 }
 
+// ftyp@0 (20), mdat@20 (16), moov@36 (24: udta holding an empty abcd).
 Bytes smallMovie() {
-    Bytes bytes;
-    putAtomHeader(bytes, 20, "ftyp");
-    putType(bytes, "qt  ");
-    put32(bytes, 0x200);
-    putType(bytes, "qt  ");
-    putAtomHeader(bytes, 16, "mdat");
-    bytes.resize(bytes.size() + 8, 0xAB);
-    putAtomHeader(bytes, 24, "moov");
-    putAtomHeader(bytes, 16, "udta");
-    putAtomHeader(bytes, 8, "abcd");
-    return bytes;
+    Bytes brand = {'q', 't', ' ', ' '};
+    return concat({atomBytes("ftyp", concat({brand, words({0x200}), brand})), atomBytes("mdat", filled(8, 0xAB)),
+                   atomBytes("moov", atomBytes("udta", atomBytes("abcd", {})))});
 }
 
 }  // namespace
 
 TEST(QtAtomReader, LeavesLargeBodiesOnDisk) {
     TempFile file;
-    Bytes bytes;
-    putAtomHeader(bytes, 0x100010, "mdat");
-    bytes.resize(0x100010, 0xCD);
-    putAtomHeader(bytes, 16, "moov");
-    putAtomHeader(bytes, 8, "udta");
-    AutoPtr<QtAtomRoot> root = readBytes(file, bytes);
+    AutoPtr<QtAtomRoot> root =
+        readBytes(file, concat({atomBytes("mdat", filled(0x100008, 0xCD)), atomBytes("moov", atomBytes("udta", {}))}));
     ASSERT_TRUE(root);
     BaseQtAtom const* mdat = root->findAtom("mdat", 0);
     ASSERT_NE(dynamic_cast<QtAtomUnknown const*>(mdat), nullptr);

@@ -67,19 +67,11 @@ void readWhileRecording(QtTrackSamples const* const* tracks, std::atomic<bool> c
 
 bool appendFrame(QtMovieRecorder& recorder, unsigned int n, std::vector<unsigned char>& bytes) {
     bytes.assign(frameSize(n), static_cast<unsigned char>(n));
-    QtMovieRecorder::Sample sample;
-    sample.bytes = bytes.data();
-    sample.size = frameSize(n);
-    sample.duration = 20;
-    sample.key = codingOf(n) == SampleCodingI;
-    sample.info = SampleInfo(codingOf(n));
-    if (!recorder.appendSample(kVideo, sample)) return false;
+    if (!recorder.appendSample(kVideo, {bytes.data(), frameSize(n), 20, codingOf(n) == SampleCodingI,
+                                        SampleInfo(codingOf(n))}))
+        return false;
     bytes.assign(kPcmPerFrame * 2, static_cast<unsigned char>(n * 3));
-    sample = QtMovieRecorder::Sample();
-    sample.bytes = bytes.data();
-    sample.size = kPcmPerFrame * 2;
-    sample.duration = kPcmPerFrame;
-    return recorder.appendSample(kSound, sample);
+    return recorder.appendSample(kSound, {bytes.data(), kPcmPerFrame * 2, kPcmPerFrame, true, {}});
 }
 
 }  // namespace

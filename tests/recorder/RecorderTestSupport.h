@@ -49,13 +49,9 @@ struct TestStream {
     }
     static bool append(QtMovieRecorder& recorder, uint32_t track, unsigned long n) {
         std::vector<unsigned char> bytes = bytesOf(track, n);
-        QtMovieRecorder::Sample sample;
-        sample.bytes = bytes.data();
-        sample.size = static_cast<uint32_t>(bytes.size());
-        sample.duration = durationOf(track, n);
-        sample.key = keyOf(track, n);
-        if (track == kVideo) sample.info = SampleInfo(SampleCodingUnknown, displayOffsetOf(n));
-        return recorder.appendSample(track, sample);
+        return recorder.appendSample(
+            track, {bytes.data(), static_cast<uint32_t>(bytes.size()), durationOf(track, n), keyOf(track, n),
+                    track == kVideo ? SampleInfo(SampleCodingUnknown, displayOffsetOf(n)) : SampleInfo()});
     }
 };
 
