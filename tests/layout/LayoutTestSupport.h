@@ -42,14 +42,11 @@ struct TopLevelScan {
     bool coversFile = false;  // the headers chain exactly to the end of the file
 
     int count(char const* type) const {
-        int n = 0;
-        for (auto const& atom : atoms) n += atom.type == type;
-        return n;
+        return static_cast<int>(std::count_if(atoms.begin(), atoms.end(), [&](auto const& atom) { return atom.type == type; }));
     }
     TopLevelAtom const* find(char const* type) const {
-        for (auto const& atom : atoms)
-            if (atom.type == type) return &atom;
-        return nullptr;
+        auto it = std::find_if(atoms.begin(), atoms.end(), [&](auto const& atom) { return atom.type == type; });
+        return it == atoms.end() ? nullptr : &*it;
     }
 };
 

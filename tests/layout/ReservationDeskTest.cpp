@@ -52,6 +52,9 @@ TEST_F(DeskAtoms, ReleaseOfAnOffsetNeverHeldIsOnlyReportedAndStillClaimed) {
 }
 
 TEST_F(DeskAtoms, ReservationPastAMoovsEndIsTheMoovsButPastASkipsEndIsNot) {
+    MessageCapture messages;
+    EXPECT_TRUE(mdat->update(hold(100, 50)));  // from the atom's first byte: no overlap
+    EXPECT_EQ(messages.count(MsgLevel::Error), 0u) << messages.all();
     EXPECT_FALSE(skip->update(hold(100, 8)));  // starts where the skip ends
     EXPECT_FALSE(skip->update(hold(0, 0)));    // ends where the skip starts
     EXPECT_TRUE(moov->update(hold(208, 8)));   // starts where the moov ends: it may grow there
@@ -69,12 +72,6 @@ TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
     EXPECT_EQ(replacement.getReservations().size(), 2u);
     EXPECT_FALSE(moov->isReserved());
     EXPECT_TRUE(messages.contains("gets {200,8,hold},{204,4,hold} from atom moov@"));
-}
-
-TEST_F(DeskAtoms, ReservationFromAnAtomsFirstByteIsNoOverlap) {
-    MessageCapture messages;
-    EXPECT_TRUE(mdat->update(hold(100, 50)));
-    EXPECT_EQ(messages.count(MsgLevel::Error), 0u) << messages.all();
 }
 
 // skip A@0 (100 bytes) and a new skip B of 50 bytes, linked by each relink. A hold on [120, 130)

@@ -53,6 +53,4 @@ TEST(RecorderMemory, TenTimesMoreSamplesNeedNoMoreMemory) {
     // A sanitizer keeps freed memory in quarantine: only the tables' accounting is judged there.
     if (!kSanitized) { EXPECT_LE(residentBytes(), resident + (2ul << 20)); }
     ASSERT_TRUE(recorder->close());
-    std::printf("recorder memory: %lu table bytes cached, resident %lu -> %lu KiB\n", tableBytes,
-                resident >> 10, residentBytes() >> 10);
 }
