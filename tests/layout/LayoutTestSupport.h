@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "framework/FaultyFileIO.h"
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"
 
 // A QtAtomPreserved of `type` with `bodySize` bytes of `fill`, decoded from bytes and attached
@@ -29,6 +31,13 @@ inline QtAtomPreserved const* addPreserved(BaseQtAtom const* parent, char const*
     atom->decode(buffer);
     return atom;
 }
+
+// A tree over a new file whose layer loses, on a simulated crash, what was not synced.
+struct CrashableTree {
+    TempFile temp;
+    AutoRefPtr<FaultyFileIO> file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
+    AutoPtr<QtAtomRoot> root{new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0)};
+};
 
 struct TopLevelAtom {
     std::string type;

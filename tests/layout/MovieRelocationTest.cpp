@@ -8,7 +8,6 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
@@ -18,12 +17,9 @@ Bytes const kNewMovie =
     atomBytes("moov", concat({atomBytes("mvhd", filled(100, 'h')), atomBytes("udta", filled(300, 'u'))}));
 
 // ftyp@0 (20), skip@20 (64, free room), moov@84 (116: mvhd), mdat@200 (16 + 4000 essence): durable.
-class MovieRelocation : public ::testing::Test {
+class MovieRelocation : public ::testing::Test, protected CrashableTree {
   protected:
     void SetUp() override {
-        file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
-        ASSERT_TRUE(file);
-        root.reset(new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0));
         root->setDiskAlignment(4096);
         addPreserved(root.get(), "ftyp", 12, 'f');
         root->appendChild(new QtAtomSkip(QtAtomSkip::kSkipId, 64, 0ul));
@@ -59,9 +55,6 @@ class MovieRelocation : public ::testing::Test {
         EXPECT_EQ(readRange(temp.path(), offset, bytes.size()), bytes);
     }
 
-    TempFile temp;
-    AutoRefPtr<FaultyFileIO> file;
-    AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
     QtAtomMdat const* mdat = nullptr;
 };
@@ -182,10 +175,7 @@ TEST_F(MovieRelocation, HeadersSwitchOnlyAfterEveryQueuedFlushOfTheMovie) {
     // The file layer is busy with an earlier request, so the movie's flush waits in the queue.
     MessageCapture quiet;
     file->holdWrites();
-    BasicIOTypes::FlushReq earlier;
-    earlier.offset = 0;
-    earlier.bytes = readRange(temp.path(), 0, 20);
-    ASSERT_TRUE(file->flush(std::move(earlier)));
+    ASSERT_TRUE(file->flush({nullptr, nullptr, 0, readRange(temp.path(), 0, 20), {}, 0}));
     ASSERT_TRUE(file->waitForHeldWrite(10000));
     ASSERT_TRUE(root->flush(moov));
     EXPECT_FALSE(moov->updateDiskId());

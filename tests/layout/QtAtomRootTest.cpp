@@ -10,17 +10,14 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
 
 // A root over a new file holding ftyp and a movie that has not been flushed yet.
-class RootWithMovie : public ::testing::Test {
+class RootWithMovie : public ::testing::Test, protected CrashableTree {
   protected:
     void SetUp() override {
-        file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
-        root.reset(new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0));
         addPreserved(root.get(), "ftyp", 12, 'f');
         moov = new QtAtomMoov(root.get(), QtAtomMoov::kMoovId);
         addPreserved(moov, "mvhd", 100, 'h');
@@ -33,9 +30,6 @@ class RootWithMovie : public ::testing::Test {
         root.reset();
     }
 
-    TempFile temp;
-    AutoRefPtr<FaultyFileIO> file;
-    AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
 };
 

@@ -9,7 +9,6 @@
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
@@ -28,12 +27,9 @@ struct FlushGate {
 };
 
 // ftyp, moov (mvhd, a disk-backed stsz of 600 sizes), mdat: written and durable.
-class RootFlushSafety : public ::testing::Test {
+class RootFlushSafety : public ::testing::Test, protected CrashableTree {
   protected:
     void SetUp() override {
-        file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
-        ASSERT_TRUE(file);
-        root.reset(new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0));
         addPreserved(root.get(), "ftyp", 12, 'f');
         moov = new QtAtomMoov(root.get(), QtAtomMoov::kMoovId);
         addPreserved(moov, "mvhd", 100, 'h');
@@ -56,9 +52,6 @@ class RootFlushSafety : public ::testing::Test {
         return sizes;
     }
 
-    TempFile temp;
-    AutoRefPtr<FaultyFileIO> file;
-    AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
     QtAtomSampleSize const* stsz = nullptr;
     QtAtomMdat const* mdat = nullptr;
@@ -73,11 +66,7 @@ TEST_F(RootFlushSafety, FlushLeavesTheTablesEntriesAsTheirArraysHoldThem) {
     for (unsigned int i = 0; i < 100; ++i) stsz->write()->addSamples(i, 1, expected[i] = 3000 + i);
     for (unsigned int i = 600; i < 800; ++i) stsz->write()->addSamples(i, 1, expected[i]);
     FlushGate gate;
-    BasicIOTypes::FlushReq earlier;
-    earlier.anchor = &gate.anchor;
-    earlier.offset = mdat->getDataOffset();
-    earlier.bytes = {'E'};
-    ASSERT_TRUE(file->flush(std::move(earlier)));
+    ASSERT_TRUE(file->flush({&gate.anchor, nullptr, mdat->getDataOffset(), {'E'}, {}, 0}));
     ASSERT_TRUE(gate.entered.timedWait(10000));
     moov->write();
     bool queued = root->flush(moov);

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 #include "tests/recorder/RecorderTestSupport.h"
 

@@ -33,12 +33,9 @@ struct TestStream {
         if (inGop == 0) return 0;
         return inGop % 3 == 1 ? 2 : -1;
     }
-    static unsigned char byteOf(uint32_t track, unsigned long n, unsigned int i) {
-        return static_cast<unsigned char>(track * 37 + n * 11 + i * 7);
-    }
     static std::vector<unsigned char> bytesOf(uint32_t track, unsigned long n) {
         std::vector<unsigned char> bytes(sizeOf(track, n));
-        for (unsigned int i = 0; i < bytes.size(); ++i) bytes[i] = byteOf(track, n, i);
+        for (unsigned int i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(track * 37 + n * 11 + i * 7);
         return bytes;
     }
     // The tracks of a movie recorded by `record`.
