@@ -1,8 +1,7 @@
-// The recorder's flush protocol under power loss at every write: a three-track movie recorded
-// through several cycles of appends, moves of the outgrown movie, flushes and close. After every
-// write, what a crash would leave (nothing unsynced kept, everything kept, seeded random keeps, losses
-// and tears) must hold exactly one 'moov', read, and show on every track at least the samples of the
-// last completed flush, each with its size, times, flags and bytes, and nothing else.
+// Power loss at every write of a three-track recording through several cycles of appends, moves,
+// flushes and close: what a crash would leave (nothing unsynced, everything, seeded random keeps,
+// losses and tears) holds exactly one 'moov', reads, and shows on every track at least the samples
+// of the last completed flush, each with its size, times, flags and bytes, and nothing else.
 #include <gtest/gtest.h>
 
 #include "tests/TestSupport.h"

@@ -1,7 +1,6 @@
-// Readers beside a recorder: a long-GOP video track (I/P/B, so the composition tables are derived)
-// and a PCM track recorded into small tables that grow and move again and again, while three
-// readers with their own agents look samples up at random and in order. Every answer must be what
-// the finished file says; under ThreadSanitizer the run must also be free of races.
+// Three readers with their own agents look samples up beside a recorder whose small tables (long-GOP
+// video with derived composition tables, PCM) grow and move again and again. Every answer must be
+// what the finished file says; under ThreadSanitizer the run must also be free of races.
 #include <gtest/gtest.h>
 
 #include <atomic>
