@@ -6,11 +6,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
+#include "framework/FaultyFileIO.h"
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
+#include "quicktime/layout/QtAtomRoot.h"
 #include "tests/TestSupport.h"
 
 // A QtAtomPreserved of `type` with `bodySize` bytes of `fill`, decoded from bytes and attached
@@ -29,6 +32,13 @@ inline QtAtomPreserved const* addPreserved(BaseQtAtom const* parent, char const*
     return atom;
 }
 
+// A tree over a new file whose layer loses, on a simulated crash, what was not synced.
+struct CrashableTree {
+    TempFile temp;
+    AutoRefPtr<FaultyFileIO> file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
+    AutoPtr<QtAtomRoot> root{new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0)};
+};
+
 struct TopLevelAtom {
     std::string type;
     unsigned long offset;
@@ -41,14 +51,11 @@ struct TopLevelScan {
     bool coversFile = false;  // the headers chain exactly to the end of the file
 
     int count(char const* type) const {
-        int n = 0;
-        for (auto const& atom : atoms) n += atom.type == type;
-        return n;
+        return static_cast<int>(std::count_if(atoms.begin(), atoms.end(), [&](auto const& atom) { return atom.type == type; }));
     }
     TopLevelAtom const* find(char const* type) const {
-        for (auto const& atom : atoms)
-            if (atom.type == type) return &atom;
-        return nullptr;
+        auto it = std::find_if(atoms.begin(), atoms.end(), [&](auto const& atom) { return atom.type == type; });
+        return it == atoms.end() ? nullptr : &*it;
     }
 };
 
@@ -81,13 +88,9 @@ inline TopLevelScan scanTopLevel(std::string const& path) {
     return scan;
 }
 
-inline std::vector<unsigned char> readRange(std::string const& path, unsigned long offset,
-                                            unsigned long size) {
-    std::vector<unsigned char> bytes(size);
-    int fd = ::open(path.c_str(), O_RDONLY);
-    if (fd < 0) return {};
-    ssize_t got = ::pread(fd, bytes.data(), size, static_cast<off_t>(offset));
-    ::close(fd);
-    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return bytes;
+// `size` bytes of the file from `offset`, fewer where the file ends.
+inline Bytes readRange(std::string const& path, unsigned long offset, unsigned long size) {
+    Bytes bytes = readFileBytes(path);
+    if (offset >= bytes.size()) return {};
+    return Bytes(bytes.begin() + offset, bytes.begin() + std::min<unsigned long>(bytes.size(), offset + size));
 }

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/TestSupport.h"
 #include "framework/FaultyFileIO.h"
@@ -20,30 +17,19 @@ AutoPtr<QtAtomRoot> readBytes(TempFile const& file, Bytes const& bytes) {
     return QtAtomReader::readFile(file.c_str());
 }
 
+// ftyp@0 (20), mdat@20 (16), moov@36 (24: udta holding an empty abcd).
 Bytes smallMovie() {
-    Bytes bytes;
-    putAtomHeader(bytes, 20, "ftyp");
-    putType(bytes, "qt  ");
-    put32(bytes, 0x200);
-    putType(bytes, "qt  ");
-    putAtomHeader(bytes, 16, "mdat");
-    bytes.resize(bytes.size() + 8, 0xAB);
-    putAtomHeader(bytes, 24, "moov");
-    putAtomHeader(bytes, 16, "udta");
-    putAtomHeader(bytes, 8, "abcd");
-    return bytes;
+    Bytes brand = {'q', 't', ' ', ' '};
+    return concat({atomBytes("ftyp", concat({brand, words({0x200}), brand})), atomBytes("mdat", filled(8, 0xAB)),
+                   atomBytes("moov", atomBytes("udta", atomBytes("abcd", {})))});
 }
 
 }  // namespace
 
 TEST(QtAtomReader, LeavesLargeBodiesOnDisk) {
     TempFile file;
-    Bytes bytes;
-    putAtomHeader(bytes, 0x100010, "mdat");
-    bytes.resize(0x100010, 0xCD);
-    putAtomHeader(bytes, 16, "moov");
-    putAtomHeader(bytes, 8, "udta");
-    AutoPtr<QtAtomRoot> root = readBytes(file, bytes);
+    AutoPtr<QtAtomRoot> root =
+        readBytes(file, concat({atomBytes("mdat", filled(0x100008, 0xCD)), atomBytes("moov", atomBytes("udta", {}))}));
     ASSERT_TRUE(root);
     BaseQtAtom const* mdat = root->findAtom("mdat", 0);
     ASSERT_NE(dynamic_cast<QtAtomUnknown const*>(mdat), nullptr);
@@ -63,37 +49,31 @@ TEST(QtAtomReader, RefusesFilesThatAreNotMovies) {
     EXPECT_TRUE(capture.contains("cannot open"));
 }
 
-TEST(QtAtomReader, KeepsGarbageAfterTheMdatAndCopiesIt) {
-    TempFile file;
-    Bytes bytes = smallMovie();
-    Bytes withGarbage(bytes.begin(), bytes.begin() + 36);
-    for (int i = 0; i < 37; ++i) withGarbage.push_back(static_cast<unsigned char>(i * 7 + 3));
-    MessageCapture capture;
-    AutoPtr<QtAtomRoot> root = readBytes(file, withGarbage);
-    ASSERT_TRUE(root);
-    EXPECT_EQ(root->countChildren(), 2u);
-    EXPECT_EQ(capture.count(MsgLevel::Warning), 0u);  // silent after a top-level mdat
-    TempFile copy;
-    AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
-    ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
-    EXPECT_EQ(readFileBytes(copy.path()), withGarbage);
-}
-
-TEST(QtAtomReader, KeepsAnAtomCutShortByTheEndOfTheFile) {
-    TempFile file;
-    Bytes bytes = smallMovie();
-    bytes.erase(bytes.end() - 6, bytes.end());  // cut inside moov.udta.abcd
-    MessageCapture capture;
-    AutoPtr<QtAtomRoot> root = readBytes(file, bytes);
-    ASSERT_TRUE(root);
-    EXPECT_TRUE(capture.contains("cut short"));
-    BaseQtAtom const* moov = root->findAtom("moov", 0);
-    ASSERT_NE(moov, nullptr);
-    EXPECT_EQ(moov->getSize(), 24u);
-    TempFile copy;
-    AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
-    ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
-    EXPECT_EQ(readFileBytes(copy.path()), bytes);
+TEST(QtAtomReader, KeepsGarbageAfterTheMdatAndAnAtomCutShortAndCopiesThemBack) {
+    Bytes movie = smallMovie();
+    Bytes garbage(movie.begin(), movie.begin() + 36);  // after the top-level mdat
+    for (int i = 0; i < 37; ++i) garbage.push_back(static_cast<unsigned char>(i * 7 + 3));
+    Bytes cut(movie.begin(), movie.end() - 6);  // inside moov.udta.abcd
+    for (bool isCut : {false, true}) {
+        SCOPED_TRACE(isCut ? "cut short" : "garbage");
+        Bytes const& bytes = isCut ? cut : garbage;
+        TempFile file;
+        MessageCapture capture;
+        AutoPtr<QtAtomRoot> root = readBytes(file, bytes);
+        ASSERT_TRUE(root);
+        if (isCut) {
+            EXPECT_TRUE(capture.contains("cut short"));
+            ASSERT_NE(root->findAtom("moov", 0), nullptr);
+            EXPECT_EQ(root->findAtom("moov", 0)->getSize(), 24u);
+        } else {
+            EXPECT_EQ(root->countChildren(), 2u);
+            EXPECT_EQ(capture.count(MsgLevel::Warning), 0u);  // silent after a top-level mdat
+        }
+        TempFile copy;
+        AutoRefPtr<BasicFileIO> out = BasicFileIO::open(copy.c_str(), BasicFileIO::Create);
+        ASSERT_TRUE(QtAtomWriter::copyTree(*root, *out));
+        EXPECT_EQ(readFileBytes(copy.path()), bytes);
+    }
 }
 
 TEST(QtAtomReader, EndsAnOpenMdatWhereTheFileEndedWhenItsRootWasSized) {

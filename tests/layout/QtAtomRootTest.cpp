@@ -1,54 +1,23 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <future>
-#include <thread>
 
 #include "quicktime/layout/QtAtomReader.h"
-#include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/layout/QtAtomSkip.h"
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
 
-// A message sink usable from several threads at once, which also counts the messages containing a
-// given text, so that a test can wait for another thread to reach a point it reports.
-class ThreadedMessages {
-  public:
-    explicit ThreadedMessages(std::string signal = "") : m_signal(std::move(signal)) {
-        m_previous = setMessageSink([this](MsgLevel, std::string const& text) {
-            SorvanPosix::ScopeLock lock(m_mutex);
-            m_text += text;
-            if (!m_signal.empty() && text.find(m_signal) != std::string::npos) signalled.post();
-        });
-    }
-    ~ThreadedMessages() { setMessageSink(m_previous); }
-    bool contains(std::string const& part) const {
-        SorvanPosix::ScopeLock lock(m_mutex);
-        return m_text.find(part) != std::string::npos;
-    }
-    SorvanPosix::JLWSemaphore signalled{0};
-
-  private:
-    mutable SorvanPosix::JMutex m_mutex;
-    std::string m_text;
-    std::string m_signal;
-    MessageSink m_previous;
-};
-
 // A root over a new file holding ftyp and a movie that has not been flushed yet.
-class RootWithMovie : public ::testing::Test {
+class RootWithMovie : public ::testing::Test, protected CrashableTree {
   protected:
     void SetUp() override {
-        file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
-        root.reset(new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0));
         addPreserved(root.get(), "ftyp", 12, 'f');
         moov = new QtAtomMoov(root.get(), QtAtomMoov::kMoovId);
         addPreserved(moov, "mvhd", 100, 'h');
@@ -61,9 +30,6 @@ class RootWithMovie : public ::testing::Test {
         root.reset();
     }
 
-    TempFile temp;
-    AutoRefPtr<FaultyFileIO> file;
-    AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
 };
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "quicktime/atoms/QtAtomUnknown.h"
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"

@@ -14,16 +14,6 @@ QtSampleLocation samples(unsigned int bytes, unsigned int count) {
     return location;
 }
 
-// Places one sample, opening a new chunk when it does not fit; the chunk's size when one was opened.
-unsigned long record(QtSampleAllocator& allocator, QtAtomRoot const& root, unsigned int bytes) {
-    unsigned long offset = 0, opened = 0;
-    if (!allocator.place(bytes, 1, offset)) {
-        opened = allocator.allocChunk(samples(bytes, 1), &root, true).size;
-        EXPECT_TRUE(allocator.place(bytes, 1, offset));
-    }
-    return opened;
-}
-
 }  // namespace
 
 // Two samples per chunk, a pad of 8. The first chunk is estimated from its first sample of 100
@@ -65,7 +55,11 @@ TEST(QtVarSampleAllocator, VariableSizeSamplesFillChunksOfAboutTheIntendedCount)
     for (int i = 0; i < 5000; ++i) {
         seed = seed * 1103515245u + 12345u;
         unsigned int bytes = 500 + (seed >> 16) % 1001;  // 500..1500, 1000 on average
-        unsigned long opened = record(allocator, root, bytes);
+        unsigned long offset = 0, opened = 0;
+        if (!allocator.place(bytes, 1, offset)) {  // a new chunk when the sample does not fit
+            opened = allocator.allocChunk(samples(bytes, 1), &root, true).size;
+            EXPECT_TRUE(allocator.place(bytes, 1, offset));
+        }
         if (i < 100) continue;  // past the first estimates
         sampleBytes += bytes;
         if (opened) {

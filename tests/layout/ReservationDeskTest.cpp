@@ -52,6 +52,9 @@ TEST_F(DeskAtoms, ReleaseOfAnOffsetNeverHeldIsOnlyReportedAndStillClaimed) {
 }
 
 TEST_F(DeskAtoms, ReservationPastAMoovsEndIsTheMoovsButPastASkipsEndIsNot) {
+    MessageCapture messages;
+    EXPECT_TRUE(mdat->update(hold(100, 50)));  // from the atom's first byte: no overlap
+    EXPECT_EQ(messages.count(MsgLevel::Error), 0u) << messages.all();
     EXPECT_FALSE(skip->update(hold(100, 8)));  // starts where the skip ends
     EXPECT_FALSE(skip->update(hold(0, 0)));    // ends where the skip starts
     EXPECT_TRUE(moov->update(hold(208, 8)));   // starts where the moov ends: it may grow there
@@ -71,8 +74,34 @@ TEST_F(DeskAtoms, TakeOverMovesEveryReservationAndEmptiesTheOldDesk) {
     EXPECT_TRUE(messages.contains("gets {200,8,hold},{204,4,hold} from atom moov@"));
 }
 
-TEST_F(DeskAtoms, ReservationFromAnAtomsFirstByteIsNoOverlap) {
-    MessageCapture messages;
-    EXPECT_TRUE(mdat->update(hold(100, 50)));
-    EXPECT_EQ(messages.count(MsgLevel::Error), 0u) << messages.all();
+// skip A@0 (100 bytes) and a new skip B of 50 bytes, linked by each relink. A hold on [120, 130)
+// belongs to whichever now covers it, and keeps it from being merged.
+TEST(ReservationDeskRelink, DeskAnswersForTheAtomsPlaceAfterEveryRelink) {
+    struct Case {
+        char const* name;
+        void (*link)(QtAtomRoot const&, QtAtomSkip const*, QtAtomSkip const*);
+        bool bHolds;
+    };
+    Case const cases[] = {
+        {"appendChild",
+         [](QtAtomRoot const& root, QtAtomSkip const*, QtAtomSkip const* b) { root.appendChild(b); }, true},
+        {"appendSibling",
+         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->appendSibling(b); }, true},
+        {"insertSibling",
+         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->insertSibling(b); }, false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        MessageCapture quiet;
+        QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+        auto const* a = new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul);
+        root.appendChild(a);
+        auto const* b = new QtAtomSkip(QtAtomSkip::kSkipId, 50, 0ul);
+        c.link(root, a, b);
+        root.reserveCb({120, 10, false});
+        EXPECT_EQ(b->isReserved(), c.bHolds);
+        EXPECT_EQ(a->isReserved(), !c.bHolds);
+        EXPECT_FALSE(root.coalesceSkip());
+        EXPECT_EQ(root.countChildren(), 2u);
+    }
 }

@@ -1,6 +1,5 @@
-// The root's flush and the tree's relinks against a file that loses what was not synced: a flush
-// leaves the tables' entries as the arrays hold them, a failed flush is written again, a moved movie
-// takes the bodies it leaves on disk along, and reservation desks answer for where their atoms are.
+// The root's flush against a file that loses what was not synced: a flush leaves the tables' entries
+// as the arrays hold them, a failed flush is written again, a moved movie takes its bodies on disk along.
 #include <gtest/gtest.h>
 
 #include "framework/BridgeAnchor.h"
@@ -8,18 +7,11 @@
 #include "quicktime/layout/QtAtomMdat.h"
 #include "quicktime/layout/QtAtomMoov.h"
 #include "quicktime/layout/QtAtomRoot.h"
-#include "quicktime/layout/QtAtomSkip.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "tests/TestSupport.h"
-#include "framework/FaultyFileIO.h"
 #include "tests/layout/LayoutTestSupport.h"
 
 namespace {
-
-unsigned int be32(std::vector<unsigned char> const& bytes, size_t at) {
-    return (static_cast<unsigned int>(bytes[at]) << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) |
-           bytes[at + 3];
-}
 
 // Holds the file layer's thread inside the notice of a request queued before the movie's flush,
 // so that the test acts between the flush's request and its write.
@@ -35,12 +27,9 @@ struct FlushGate {
 };
 
 // ftyp, moov (mvhd, a disk-backed stsz of 600 sizes), mdat: written and durable.
-class RootFlushSafety : public ::testing::Test {
+class RootFlushSafety : public ::testing::Test, protected CrashableTree {
   protected:
     void SetUp() override {
-        file = FaultyFileIO::open(temp.c_str(), BasicFileIO::Create);
-        ASSERT_TRUE(file);
-        root.reset(new QtAtomRoot(AutoRefPtr<BasicFileIO>(file.get()), 0));
         addPreserved(root.get(), "ftyp", 12, 'f');
         moov = new QtAtomMoov(root.get(), QtAtomMoov::kMoovId);
         addPreserved(moov, "mvhd", 100, 'h');
@@ -58,20 +47,11 @@ class RootFlushSafety : public ::testing::Test {
     std::vector<unsigned int> sizesOnDisk(unsigned int count) const {
         std::vector<unsigned char> bytes = readRange(temp.path(), stsz->getFileOffset() + 20, 4ul * count);
         std::vector<unsigned int> sizes;
-        for (size_t at = 0; at + 4 <= bytes.size(); at += 4) sizes.push_back(be32(bytes, at));
+        for (size_t at = 0; at + 4 <= bytes.size(); at += 4)
+            sizes.push_back((static_cast<unsigned int>(bytes[at]) << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) | bytes[at + 3]);
         return sizes;
     }
 
-    // The movie outgrows its place and moves to the end of the file.
-    void growAndRelocate() {
-        addPreserved(moov, "udta", 300, 'u');
-        ASSERT_TRUE(moov->relocate());
-        root->recalcOffset(QtTreeSize(true, 0, 0));
-    }
-
-    TempFile temp;
-    AutoRefPtr<FaultyFileIO> file;
-    AutoPtr<QtAtomRoot> root;
     QtAtomMoov const* moov = nullptr;
     QtAtomSampleSize const* stsz = nullptr;
     QtAtomMdat const* mdat = nullptr;
@@ -86,11 +66,7 @@ TEST_F(RootFlushSafety, FlushLeavesTheTablesEntriesAsTheirArraysHoldThem) {
     for (unsigned int i = 0; i < 100; ++i) stsz->write()->addSamples(i, 1, expected[i] = 3000 + i);
     for (unsigned int i = 600; i < 800; ++i) stsz->write()->addSamples(i, 1, expected[i]);
     FlushGate gate;
-    BasicIOTypes::FlushReq earlier;
-    earlier.anchor = &gate.anchor;
-    earlier.offset = mdat->getDataOffset();
-    earlier.bytes = {'E'};
-    ASSERT_TRUE(file->flush(std::move(earlier)));
+    ASSERT_TRUE(file->flush({&gate.anchor, nullptr, mdat->getDataOffset(), {'E'}, {}, 0}));
     ASSERT_TRUE(gate.entered.timedWait(10000));
     moov->write();
     bool queued = root->flush(moov);
@@ -105,7 +81,9 @@ TEST_F(RootFlushSafety, FlushLeavesTheTablesEntriesAsTheirArraysHoldThem) {
 }
 
 TEST_F(RootFlushSafety, FailedFlushLeavesTheMovieToBeWrittenAgain) {
-    growAndRelocate();
+    addPreserved(moov, "udta", 300, 'u');  // the movie outgrows its place and moves to the end
+    ASSERT_TRUE(moov->relocate());
+    root->recalcOffset(QtTreeSize(true, 0, 0));
     BaseQtAtom const* grown = moov->getLastChild();
     file->failSync(1);
     {
@@ -152,36 +130,4 @@ TEST(RootFlushRelocation, MovedMovieTakesTheBodiesLeftOnDiskAlong) {
     EXPECT_EQ(scanTopLevel(temp.path()).find("moov")->offset, moov->getFileOffset());
     EXPECT_EQ(readRange(temp.path(), blobAtom->getFileOffset(), blob.size()), blob);
     EXPECT_EQ(readRange(temp.path(), oldPlace, blob.size()), blob);  // the old copy is untouched
-}
-
-// skip A@0 (100 bytes) and a new skip B of 50 bytes, linked by each relink. A hold on [120, 130)
-// belongs to whichever now covers it, and keeps it from being merged.
-TEST(ReservationDeskRelink, DeskAnswersForTheAtomsPlaceAfterEveryRelink) {
-    struct Case {
-        char const* name;
-        void (*link)(QtAtomRoot const&, QtAtomSkip const*, QtAtomSkip const*);
-        bool bHolds;
-    };
-    Case const cases[] = {
-        {"appendChild",
-         [](QtAtomRoot const& root, QtAtomSkip const*, QtAtomSkip const* b) { root.appendChild(b); }, true},
-        {"appendSibling",
-         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->appendSibling(b); }, true},
-        {"insertSibling",
-         [](QtAtomRoot const&, QtAtomSkip const* a, QtAtomSkip const* b) { a->insertSibling(b); }, false},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
-        MessageCapture quiet;
-        QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
-        auto const* a = new QtAtomSkip(QtAtomSkip::kSkipId, 100, 0ul);
-        root.appendChild(a);
-        auto const* b = new QtAtomSkip(QtAtomSkip::kSkipId, 50, 0ul);
-        c.link(root, a, b);
-        root.reserveCb({120, 10, false});
-        EXPECT_EQ(b->isReserved(), c.bHolds);
-        EXPECT_EQ(a->isReserved(), !c.bHolds);
-        EXPECT_FALSE(root.coalesceSkip());
-        EXPECT_EQ(root.countChildren(), 2u);
-    }
 }

@@ -33,13 +33,8 @@ TEST(RecorderMemory, TenTimesMoreSamplesNeedNoMoreMemory) {
     unsigned char bytes[64] = {};
     auto record = [&](unsigned long from, unsigned long to) {
         for (unsigned long n = from; n < to; ++n) {
-            QtMovieRecorder::Sample sample;
-            sample.bytes = bytes;
-            sample.size = 16 + static_cast<uint32_t>(n % 48);
-            sample.duration = 20;
-            sample.key = n % 30 == 0;
-            sample.info = SampleInfo(SampleCodingUnknown, static_cast<int8_t>(n % 30 == 0 ? 0 : 1));
-            ASSERT_TRUE(recorder->appendSample(video, sample));
+            ASSERT_TRUE(recorder->appendSample(video, {bytes, 16 + static_cast<uint32_t>(n % 48), 20, n % 30 == 0,
+                                                       SampleInfo(SampleCodingUnknown, n % 30 == 0 ? 0 : 1)}));
             if (n % 30000 == 29999) {
                 ASSERT_TRUE(recorder->flush());
             }
@@ -56,8 +51,6 @@ TEST(RecorderMemory, TenTimesMoreSamplesNeedNoMoreMemory) {
     EXPECT_LE(tableBytes, bound);
     EXPECT_LE(file->cacheBytes(BasicIOTypes::CacheTable), bound);
     // A sanitizer keeps freed memory in quarantine: only the tables' accounting is judged there.
-    if (!kSanitized) EXPECT_LE(residentBytes(), resident + (2ul << 20));
+    if (!kSanitized) { EXPECT_LE(residentBytes(), resident + (2ul << 20)); }
     ASSERT_TRUE(recorder->close());
-    std::printf("recorder memory: %lu table bytes cached, resident %lu -> %lu KiB\n", tableBytes,
-                resident >> 10, residentBytes() >> 10);
 }

@@ -1,25 +1,19 @@
-// Readers beside a recorder: one thread records a long-GOP video track (key frames, I/P/B coding
-// types, so that the composition tables are derived) and a PCM track through QtMovieRecorder, with
-// small planned tables so that they grow again and again and the movie moves; three reader threads,
-// each with its own agent, look samples of both tracks up at random and in order through the tree
-// the recorder returns. Every answer must be what the finished file says when reopened; run under
-// ThreadSanitizer, the run must also be free of races.
+// Three readers with their own agents look samples up beside a recorder whose small tables (long-GOP
+// video with derived composition tables, PCM) grow and move again and again. Every answer must be
+// what the finished file says; under ThreadSanitizer the run must also be free of races.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
 #include <random>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "framework/FileIoClientRec.h"
 #include "quicktime/layout/QtAtomReader.h"
 #include "quicktime/layout/QtAtomRoot.h"
 #include "quicktime/recorder/QtMovieRecorder.h"
-#include "quicktime/tables/QtAtomCompTime.h"
-#include "quicktime/tables/QtAtomSampleChunkOff.h"
-#include "quicktime/tables/QtAtomSampleSize.h"
-#include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtTrackSamples.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
@@ -72,19 +66,11 @@ void readWhileRecording(QtTrackSamples const* const* tracks, std::atomic<bool> c
 
 bool appendFrame(QtMovieRecorder& recorder, unsigned int n, std::vector<unsigned char>& bytes) {
     bytes.assign(frameSize(n), static_cast<unsigned char>(n));
-    QtMovieRecorder::Sample sample;
-    sample.bytes = bytes.data();
-    sample.size = frameSize(n);
-    sample.duration = 20;
-    sample.key = codingOf(n) == SampleCodingI;
-    sample.info = SampleInfo(codingOf(n));
-    if (!recorder.appendSample(kVideo, sample)) return false;
+    if (!recorder.appendSample(kVideo, {bytes.data(), frameSize(n), 20, codingOf(n) == SampleCodingI,
+                                        SampleInfo(codingOf(n))}))
+        return false;
     bytes.assign(kPcmPerFrame * 2, static_cast<unsigned char>(n * 3));
-    sample = QtMovieRecorder::Sample();
-    sample.bytes = bytes.data();
-    sample.size = kPcmPerFrame * 2;
-    sample.duration = kPcmPerFrame;
-    return recorder.appendSample(kSound, sample);
+    return recorder.appendSample(kSound, {bytes.data(), kPcmPerFrame * 2, kPcmPerFrame, true, {}});
 }
 
 }  // namespace
@@ -156,11 +142,8 @@ TEST(RecorderReadersThread, ReadersWithTheirOwnAgentsAgreeWithTheFinishedFile) {
             for (QtSampleInfo const& seen : log.answers[t]) {
                 QtSampleInfo expected;
                 ASSERT_TRUE(finished[t]->getSample(seen.sample, expected, &agent)) << t << " " << seen.sample;
-                ASSERT_EQ(seen.offset, expected.offset) << t << " " << seen.sample;
-                ASSERT_EQ(seen.size, expected.size) << t << " " << seen.sample;
-                ASSERT_EQ(seen.dts, expected.dts) << t << " " << seen.sample;
-                ASSERT_EQ(seen.pts, expected.pts) << t << " " << seen.sample;
-                ASSERT_EQ(seen.key, expected.key) << t << " " << seen.sample;
+                auto fields = [](QtSampleInfo const& i) { return std::tuple(i.offset, i.size, i.dts, i.pts, i.key); };
+                ASSERT_EQ(fields(seen), fields(expected)) << t << " " << seen.sample;
             }
         }
     }

@@ -33,12 +33,9 @@ struct TestStream {
         if (inGop == 0) return 0;
         return inGop % 3 == 1 ? 2 : -1;
     }
-    static unsigned char byteOf(uint32_t track, unsigned long n, unsigned int i) {
-        return static_cast<unsigned char>(track * 37 + n * 11 + i * 7);
-    }
     static std::vector<unsigned char> bytesOf(uint32_t track, unsigned long n) {
         std::vector<unsigned char> bytes(sizeOf(track, n));
-        for (unsigned int i = 0; i < bytes.size(); ++i) bytes[i] = byteOf(track, n, i);
+        for (unsigned int i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(track * 37 + n * 11 + i * 7);
         return bytes;
     }
     // The tracks of a movie recorded by `record`.
@@ -49,20 +46,10 @@ struct TestStream {
     }
     static bool append(QtMovieRecorder& recorder, uint32_t track, unsigned long n) {
         std::vector<unsigned char> bytes = bytesOf(track, n);
-        QtMovieRecorder::Sample sample;
-        sample.bytes = bytes.data();
-        sample.size = static_cast<uint32_t>(bytes.size());
-        sample.duration = durationOf(track, n);
-        sample.key = keyOf(track, n);
-        if (track == kVideo) sample.info = SampleInfo(SampleCodingUnknown, displayOffsetOf(n));
-        return recorder.appendSample(track, sample);
+        return recorder.appendSample(
+            track, {bytes.data(), static_cast<uint32_t>(bytes.size()), durationOf(track, n), keyOf(track, n),
+                    track == kVideo ? SampleInfo(SampleCodingUnknown, displayOffsetOf(n)) : SampleInfo()});
     }
-};
-
-// What a fresh reader finds of one track: the samples (PCM counted in frames) it reaches.
-struct TrackReadBack {
-    unsigned long samples = 0;
-    std::vector<QtSampleInfo> infos;
 };
 
 // Compares the first `count` recorded units of `track` (PCM: calls of 400 frames) with the file;
@@ -74,36 +61,35 @@ inline std::string compareTrack(QtAtomRoot const& root, uint32_t track, unsigned
     if (!samples.valid()) return count ? "track not valid" : "";
     unsigned long perUnit = track == TestStream::kPcm ? 400 : 1;
     unsigned long expected = count * perUnit;
+    std::string const name = "track " + std::to_string(track);
     if (samples.getNumSamples() < expected || (exactCount && samples.getNumSamples() != expected))
-        return "track " + std::to_string(track) + " has " + std::to_string(samples.getNumSamples()) + " samples, expected " +
-               std::to_string(expected);
+        return name + " has " + std::to_string(samples.getNumSamples()) + " samples, expected " + std::to_string(expected);
     FileIoClientRec agent;
     QtTrackSamples::Iterator it(samples, 0, &agent);
     unsigned long dts = 0;
     std::vector<unsigned char> bytes;
     for (unsigned long n = 0; n < count; ++n) {
+        std::string const sample = name + " sample " + std::to_string(n);
         QtSampleInfo info;
         unsigned long firstOffset = 0;
         unsigned int total = 0;
         for (unsigned long k = 0; k < perUnit; ++k) {
-            if (!it.next(info)) return "track " + std::to_string(track) + ": walk ended at unit " + std::to_string(n);
+            if (!it.next(info)) return sample + ": the walk ended";
             if (k == 0) firstOffset = info.offset;
-            if (info.offset != firstOffset + total) return "unit " + std::to_string(n) + " is not contiguous";
+            if (info.offset != firstOffset + total) return sample + " is not contiguous";
             total += info.size;
-            if (info.dts != dts) return "track " + std::to_string(track) + " sample " + std::to_string(n) + " dts " + std::to_string(info.dts) + " expected " + std::to_string(dts);
+            if (info.dts != dts) return sample + " dts " + std::to_string(info.dts) + " expected " + std::to_string(dts);
             dts += TestStream::durationOf(track, n) / perUnit;
         }
-        if (total != TestStream::sizeOf(track, n))
-            return "track " + std::to_string(track) + " sample " + std::to_string(n) + " size " + std::to_string(total);
-        if (perUnit == 1 && info.key != TestStream::keyOf(track, n))
-            return "track " + std::to_string(track) + " sample " + std::to_string(n) + " key flag";
-        if (track == TestStream::kVideo &&
-            info.pts - static_cast<long>(info.dts) != TestStream::displayOffsetOf(n) * 20L)
-            return "sample " + std::to_string(n) + " composition offset " + std::to_string(info.pts - static_cast<long>(info.dts));
+        if (total != TestStream::sizeOf(track, n)) return sample + " size " + std::to_string(total);
+        if (perUnit == 1 && info.key != TestStream::keyOf(track, n)) return sample + " key flag";
+        long offset = info.pts - static_cast<long>(info.dts);
+        if (track == TestStream::kVideo && offset != TestStream::displayOffsetOf(n) * 20L)
+            return sample + " composition offset " + std::to_string(offset);
         bytes.resize(total);
         if (root.file()->readAt(firstOffset, bytes.data(), total) != static_cast<long>(total) ||
             bytes != TestStream::bytesOf(track, n))
-            return "track " + std::to_string(track) + " sample " + std::to_string(n) + " bytes";
+            return sample + " bytes";
     }
     return "";
 }

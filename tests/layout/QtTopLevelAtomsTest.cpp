@@ -1,3 +1,4 @@
+// The top-level atoms of the layout: the movie, the media data and the free room between them.
 #include <gtest/gtest.h>
 
 #include "quicktime/layout/QtAtomReader.h"
@@ -8,16 +9,6 @@
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "tests/TestSupport.h"
 #include "tests/layout/LayoutTestSupport.h"
-
-namespace {
-
-std::vector<unsigned char> encodeHeader(BaseQtAtom const& atom) {
-    QtAtomBuffer buffer(32);
-    atom.encode(buffer);
-    return std::vector<unsigned char>(buffer.ptrData(), buffer.ptrData() + buffer.nOccupied());
-}
-
-}  // namespace
 
 TEST(QtAtomMoov, MovieReadFromAFileIsFinalWhileCleanAndInPlace) {
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(testDataPath("h264_faststart.mov").c_str());
@@ -39,7 +30,7 @@ TEST(QtAtomMoov, RelocatingTheLastAtomLeavesItsEncodedSizeBehind) {
     auto* moov = new QtAtomMoov(&root, QtAtomMoov::kMoovId);
     addPreserved(moov, "mvhd", 92, 'h');
     root.recalcOffset(QtTreeSize(true, 0, 0));
-    encodeHeader(*moov);  // on disk with 108 bytes
+    encodeToBytes(*moov);  // on disk with 108 bytes
     addPreserved(moov, "udta", 40, 'u');
     root.recalcOffset(QtTreeSize(true, 0, 0));
     ASSERT_EQ(moov->getSize(), 156u);
@@ -102,7 +93,7 @@ TEST(QtAtomMoov, SwitchWaitsUntilTheCopyHereIsDurableAndUnreserved) {
     EXPECT_EQ(moov->getDiskId(), QtAtomMoov::kMoovId);
     EXPECT_EQ(left->getDiskId(), QtAtomSkip::kSkipId);
     EXPECT_TRUE(left->isDirty());
-    EXPECT_EQ(encodeHeader(*left), (std::vector<unsigned char>{0, 0, 0, 100, 's', 'k', 'i', 'p'}));
+    EXPECT_EQ(encodeToBytes(*left), (std::vector<unsigned char>{0, 0, 0, 100, 's', 'k', 'i', 'p'}));
     EXPECT_TRUE(messages.contains("==> moov@216\n"));
     EXPECT_TRUE(messages.contains("skip(moov)@"));
     EXPECT_FALSE(moov->updateDiskId());  // already a moov
@@ -126,4 +117,46 @@ TEST(QtAtomMoov, ANeverWrittenLastMovieWithDiskTablesIsRelocatedByItsSize) {
     root.recalcOffset(QtTreeSize(true, 0, 0));
     ASSERT_TRUE(stsz->hasVirtualTable());
     EXPECT_TRUE(moov->relocate());
+}
+
+TEST(QtAtomMdat, OnlyTheLastTopLevelAtomGrows) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* first = new QtAtomMdat(&root, 100);
+    auto* last = new QtAtomMdat(&root, 100);
+    EXPECT_FALSE(first->grow(50));
+    EXPECT_EQ(first->getSize(), 116u);
+    EXPECT_TRUE(last->grow(50));
+    EXPECT_EQ(last->getSize(), 166u);
+    EXPECT_TRUE(last->isDirty());
+}
+
+TEST(QtAtomMdat, MoveIsReportedAndTakenAllTheSame) {
+    QtAtomRoot root(AutoRefPtr<BasicFileIO>(), 0);
+    auto* mdat = new QtAtomMdat(&root, 100);
+    MessageCapture messages;
+    mdat->setOffset(0);
+    EXPECT_TRUE(messages.all().empty());
+    mdat->setSizeAndOffset(QtTreeSize(true, 116, 64));
+    EXPECT_EQ(mdat->getFileOffset(), 64u);
+    EXPECT_TRUE(messages.contains("<no movie path>:Root.mdat offset change 0->64\n"));
+    messages.clear();
+    mdat->setOffset(32);
+    EXPECT_TRUE(messages.contains("offset change 64->32\n"));
+}
+
+TEST(QtAtomSkip, SkipReadFromAFileIsASkipOnDiskAndRewritesOnlyItsHeader) {
+    TempFile temp;
+    temp.write(concat({atomBytes("ftyp", filled(12, 'f')), atomBytes("skip", filled(40, 's'))}));
+    AutoRefPtr<BasicFileIO> file = BasicFileIO::open(temp.c_str(), BasicFileIO::ReadWrite);
+    QtAtomRoot root(file, file->length());
+    ASSERT_TRUE(QtAtomReader::readTree(root));
+    auto const* skip = dynamic_cast<QtAtomSkip const*>(root.getChild()->getSibling());
+    ASSERT_NE(skip, nullptr);
+    EXPECT_EQ(skip->getDiskId(), QtAtomSkip::kSkipId);
+    EXPECT_EQ(skip->getSize(), 48u);
+    EXPECT_EQ(skip->getEncodeSize(), 8u);
+    skip->write();
+    ASSERT_TRUE(root.writeDirty());
+    EXPECT_EQ(readFileBytes(temp.path()),
+              concat({atomBytes("ftyp", filled(12, 'f')), atomBytes("skip", filled(40, 's'))}));
 }
