@@ -60,9 +60,10 @@ TEST(QtMovieCommandLine, OptionValuesAreRequiredAndMayFollowAnEqualsSign) {
     EXPECT_EQ(lineCount(apart.out), 4u);
     EXPECT_EQ(joined.out, apart.out);
     for (char const* wrong :
-         {"samples --track", "samples --count=x", "info --json=yes", "dump a.mov b.mov"}) {
+         {"samples --track", "samples --count=x", "info --json=yes", "dump a.mov b.mov", "info", "info a.mov b.mov"}) {
         CommandRun run = runQtMovie(wrong);
         EXPECT_EQ(run.status, 2) << wrong;
         EXPECT_EQ(lineCount(run.err), 1u) << wrong << ": " << run.err;
     }
+    EXPECT_EQ(runQtMovie("info /nonexistent/movie.mov").status, 1);  // runnable, but no movie there
 }

@@ -12,49 +12,29 @@
 
 namespace {
 
-using Stream = std::map<std::string, std::string>;
+using Members = std::map<std::string, std::string>;
 
-// The scalar members of each object in the "streams" array of a JSON document (strings without
-// their quotes); nested objects are skipped.
-std::vector<Stream> streamsOf(std::string const& json) {
-    std::vector<Stream> streams;
-    size_t at = json.find("\"streams\": [");
-    if (at == std::string::npos) return streams;
-    at += 12;
-    int depth = 1;
-    std::string key;
-    while (at < json.size() && depth > 0) {
-        char c = json[at];
-        if (c == '"') {
-            size_t end = json.find('"', at + 1);
-            std::string word = json.substr(at + 1, end - at - 1);
-            at = end + 1;
-            size_t next = json.find_first_not_of(" \n", at);
-            if (depth == 2 && json[next] == ':') {
-                key = word;
-                at = next + 1;
-            } else if (depth == 2 && !key.empty()) {
-                streams.back()[key] = word;
-                key.clear();
-            }
-            continue;
+// The scalar members (one a line, strings without their quotes) of each object that opens `depth`
+// levels into the block that starts with `block`; members of nested objects count as their own.
+std::vector<Members> objectsOf(std::string const& json, std::string const& block, int depth) {
+    std::vector<Members> objects;
+    std::istringstream lines(json.substr(std::min(json.find(block), json.size())));
+    std::regex member("\\s*\"(\\w+)\": \"?([^\"{\\[]*?)\"?,?");
+    int level = 0;
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch m;
+        if (level >= depth && std::regex_match(line, m, member)) objects.back()[m[1]] = m[2];
+        bool quoted = false;
+        for (char c : line) {
+            if (c == '"') quoted = !quoted;
+            else if (!quoted && (c == '{' || c == '[') && ++level == depth) objects.emplace_back();
+            else if (!quoted && (c == '}' || c == ']')) --level;
         }
-        if (c == '{' || c == '[') {
-            if (++depth == 2) streams.emplace_back();
-            key.clear();
-        } else if (c == '}' || c == ']') {
-            --depth;
-        } else if (depth == 2 && !key.empty() && c != ' ' && c != '\n') {
-            size_t end = json.find_first_of(",}\n", at);
-            streams.back()[key] = json.substr(at, end - at);
-            key.clear();
-            at = end;
-            continue;
-        }
-        ++at;
+        if (level == 0) break;
     }
-    return streams;
+    return objects;
 }
+std::vector<Members> streamsOf(std::string const& json) { return objectsOf(json, "\"streams\": [", 2); }
 
 std::string infoJson(std::string const& movie) {
     return runQtMovie("info --json '" + testDataPath(movie) + "'").out;
@@ -68,8 +48,8 @@ TEST(QtMovieInfo, AgreesWithFfprobeOnEveryStreamOfTheRealMovies) {
                                        "color_space", "field_order"};
     for (std::string const& movie : corpusMovies()) {
         SCOPED_TRACE(movie);
-        std::vector<Stream> ours = streamsOf(infoJson(movie));
-        std::vector<Stream> theirs = streamsOf(readFileText(testDataPath(movie + ".ffprobe.json")));
+        std::vector<Members> ours = streamsOf(infoJson(movie));
+        std::vector<Members> theirs = streamsOf(readFileText(testDataPath(movie + ".ffprobe.json")));
         ASSERT_FALSE(theirs.empty());
         ASSERT_EQ(ours.size(), theirs.size());
         for (size_t i = 0; i < ours.size(); ++i) {
@@ -89,17 +69,6 @@ TEST(QtMovieInfo, AgreesWithFfprobeOnEveryStreamOfTheRealMovies) {
             }
         }
     }
-}
-
-// The value of a scalar member of the "format" object (a string without its quotes).
-std::string formatField(std::string const& json, std::string const& name) {
-    size_t format = json.find("\"format\": {");
-    size_t at = format == std::string::npos ? format : json.find("\"" + name + "\": ", format);
-    if (at == std::string::npos) return "<absent>";
-    at += name.size() + 4;
-    size_t end = json.find_first_of(",\n}", at);
-    std::string value = json.substr(at, end - at);
-    return value.size() >= 2 && value.front() == '"' ? value.substr(1, value.size() - 2) : value;
 }
 
 // The "layout" entries written as the top-level lines of the .atoms.txt listings.
@@ -126,17 +95,13 @@ TEST(QtMovieInfo, FormatAgreesWithFfprobeAndTheAtomListing) {
         std::string theirs = readFileText(testDataPath(movie + ".ffprobe.json"));
         ASSERT_FALSE(ours.empty());
         EXPECT_EQ(ours.back(), '\n');
-        EXPECT_EQ(formatField(ours, "filename"), testDataPath(movie));
+        Members format = objectsOf(ours, "\"format\": {", 1).at(0);
+        EXPECT_EQ(format["filename"], testDataPath(movie));
+        Members expected = objectsOf(theirs, "\"format\": {", 1).at(0);
         for (char const* field : {"nb_streams", "duration", "size", "major_brand", "minor_version"})
-            EXPECT_EQ(formatField(ours, field), formatField(theirs, field)) << field;
+            EXPECT_EQ(format[field], expected[field]) << field;
         EXPECT_EQ(layoutOf(ours), topLevelAtoms(readFileText(testDataPath(movie + ".atoms.txt"))));
     }
-}
-
-TEST(QtMovieInfo, RefusesAMissingFileAndWrongArguments) {
-    EXPECT_EQ(runQtMovie("info /nonexistent/movie.mov").status, 1);
-    EXPECT_EQ(runQtMovie("info").status, 2);
-    EXPECT_EQ(runQtMovie("info a.mov b.mov").status, 2);
 }
 
 }  // namespace

@@ -51,19 +51,17 @@ TEST(QtMovieTimecode, SetRewritesOnlyTheTimecodeSampleAndFfprobeReadsIt) {
     struct Case {
         char const* movie;
         char const* timecode;
-    } const cases[] = {{"mjpeg_pcm24le_dftc.mov", "23:59:59;29"},
-                       {"h264_faststart.mov", "00:00:00:00"},
-                       {"co64.mov", "12:34:56:24"}};
+    } const cases[] = {{"mjpeg_pcm24le_dftc.mov", "23:59:59;29"}, {"h264_faststart.mov", "00:00:00:00"}, {"co64.mov", "12:34:56:24"}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.movie);
         TempFile copy;
-        std::vector<unsigned char> before = readFileBytes(testDataPath(c.movie));
+        Bytes before = readFileBytes(testDataPath(c.movie));
         copy.write(before);
         CommandRun set = timecode(copy.path(), std::string("--set '") + c.timecode + "'");
         EXPECT_EQ(set.status, 0) << set.all();
         EXPECT_EQ(set.all(), std::string("3,") + c.timecode + "\n");
 
-        std::vector<unsigned char> after = readFileBytes(copy.path());
+        Bytes after = readFileBytes(copy.path());
         ASSERT_EQ(after.size(), before.size());
         unsigned long sample = firstSampleOffset(c.movie, 3);
         unsigned long changed = 0;
@@ -103,7 +101,7 @@ TEST(QtMovieTimecode, TimecodeTheTrackCannotHoldLeavesTheFileAsItWas) {
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.movie) + " " + c.options);
         TempFile copy;
-        std::vector<unsigned char> before = readFileBytes(testDataPath(c.movie));
+        Bytes before = readFileBytes(testDataPath(c.movie));
         copy.write(before);
         CommandRun refused = timecode(copy.path(), c.options);
         EXPECT_EQ(refused.status, c.status);
