@@ -43,7 +43,8 @@ public:
     };
     std::vector<Message> const& messages() const { return m_messages; }
     size_t count(MsgLevel level) const {
-        return std::count_if(m_messages.begin(), m_messages.end(), [&](Message const& m) { return m.level == level; });
+        return std::count_if(m_messages.begin(), m_messages.end(),
+                             [&](Message const& m) { return m.level == level; });
     }
     bool contains(std::string const& part) const {
         return std::any_of(m_messages.begin(), m_messages.end(),
@@ -108,9 +109,7 @@ inline std::vector<unsigned char> readFileBytes(std::string const& path) {
 
 inline std::string readFileText(std::string const& path) {
     std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // The movies of tests/data (real files written by ffmpeg, with their expectations beside them).

@@ -2,7 +2,6 @@
 // the cache budget its users share.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <thread>
 
 #include "framework/BasicFileIO.h"
@@ -14,18 +13,14 @@
 namespace {
 
 Bytes bytes(char const* text) { return Bytes(text, text + strlen(text)); }
-void* element(uintptr_t n) { return reinterpret_cast<void*>(n); }
 
-BasicIOTypes::FlushReq request(BridgeAnchor const* anchor, uintptr_t n, unsigned long offset, char const* text) {
-    BasicIOTypes::FlushReq req;
-    req.anchor = anchor;
-    req.element = element(n);
-    req.offset = offset;
-    req.bytes = bytes(text);
-    return req;
+BasicIOTypes::FlushReq request(BridgeAnchor const* anchor, uintptr_t element, unsigned long offset,
+                               char const* text) {
+    return {anchor, reinterpret_cast<void*>(element), offset, bytes(text), {}, 0};
 }
 
-// Keeps the file layer's reservation events and flush notices in order, with the syncs done so far.
+// Keeps the file layer's reservation events and flush notices (element@offset+size) in order, with
+// the syncs done so far.
 class FlushListener {
   public:
     explicit FlushListener(FaultyFileIO* file = nullptr) : m_file(file) {}
@@ -40,9 +35,9 @@ class FlushListener {
     }
     bool onFlush(BasicIOTypes::FlushNotify const& notice) {
         SorvanPosix::ScopeLock lock(m_mutex);
-        m_log += "notice(" + std::to_string(reinterpret_cast<uintptr_t>(notice.element)) + "," +
+        m_log += "notice(" + std::to_string(reinterpret_cast<uintptr_t>(notice.element)) + "@" +
+                 std::to_string(notice.offset) + "+" + std::to_string(notice.size) + "," +
                  (notice.ok ? "ok" : "failed") + ") ";
-        notices.push_back(notice);
         threads.push_back(std::this_thread::get_id());
         return true;
     }
@@ -51,7 +46,6 @@ class FlushListener {
         return m_log;
     }
 
-    std::vector<BasicIOTypes::FlushNotify> notices;
     std::vector<std::thread::id> threads;
     BridgeAnchor flushAnchor{this, &FlushListener::onFlush};
     BridgeAnchor reservationAnchor{this, &FlushListener::onReservation};
@@ -73,10 +67,8 @@ TEST(BasicFileIO, FlushHoldsWritesSyncsReleasesThenNotifiesFromItsOwnThread) {
     ASSERT_TRUE(file->flush(request(&listener.flushAnchor, 42, 4, "moov")));
     file->waitForFlushes();
     EXPECT_EQ(readFileBytes(scratch.path()), bytes("....moov........"));
-    EXPECT_EQ(listener.events(), "hold(4,4)[syncs=0] release(4,4)[syncs=1] notice(42,ok) ");
-    ASSERT_EQ(listener.notices.size(), 1u);
-    EXPECT_EQ(listener.notices[0].offset, 4u);
-    EXPECT_EQ(listener.notices[0].size, 4u);
+    EXPECT_EQ(listener.events(), "hold(4,4)[syncs=0] release(4,4)[syncs=1] notice(42@4+4,ok) ");
+    ASSERT_EQ(listener.threads.size(), 1u);
     EXPECT_NE(listener.threads[0], std::this_thread::get_id());
 }
 
@@ -93,8 +85,8 @@ TEST(BasicFileIO, AFailedWriteOrSyncIsNotifiedAsFailedAndStillReleased) {
     file->flush(request(&listener.flushAnchor, 3, 0, "c"));
     file->waitForFlushes();
     EXPECT_EQ(listener.events(),
-              "hold(0,1) release(0,1) notice(1,failed) hold(0,1) release(0,1) notice(2,ok) "
-              "hold(0,1) release(0,1) notice(3,failed) ");
+              "hold(0,1) release(0,1) notice(1@0+1,failed) hold(0,1) release(0,1) notice(2@0+1,ok) "
+              "hold(0,1) release(0,1) notice(3@0+1,failed) ");
     EXPECT_EQ(messages.count(MsgLevel::Error), 2u);
 }
 

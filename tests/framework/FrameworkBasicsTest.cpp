@@ -2,9 +2,6 @@
 // alias text and bit sets.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "framework/AliasText.h"
 #include "framework/Bitset.h"
 #include "framework/FixedPoint.h"
@@ -16,8 +13,6 @@
 TEST(QtAtomBuffer, TracksOccupiedBytesAndReadPosition) {
     unsigned char text[] = "abcdefgh";
     QtAtomBuffer buffer(text, 8, QtAtomBuffer::Full);
-    EXPECT_EQ(buffer.nOccupied(), 8u);
-    EXPECT_EQ(buffer.bufferOffset(), 0u);
     buffer.removeInput(4);
     buffer.prepend(4);
     EXPECT_EQ(buffer.nOccupied(), 8u);
@@ -196,7 +191,7 @@ TEST(AliasText, MalformedUtf8BecomesSubstitutesWithoutReadingPastTheEnd) {
     EXPECT_EQ(toAlias("\xC0\xAF", &lost), "??");            // overlong '/'
     EXPECT_EQ(toAlias("\xED\xA0\x80", &lost), "???");       // surrogate
     EXPECT_EQ(toAlias("\xF4\x90\x80\x80", &lost), "????");  // beyond U+10FFFF
-    EXPECT_EQ(toAlias("\xFF" "b", &lost), "?b");
+    EXPECT_EQ(toAlias("\xFF\x62", &lost), "?b");            // a byte no form starts with, then b
     EXPECT_EQ(lost, 1u);
 }
 

@@ -1,8 +1,6 @@
 // VirtualArray<T> over a real temporary file: placing and backing, what reaches the file and when,
 // moves, write failures, the owner's cache bound, the readers' agents (FileIoClientRec), readers on
 // their own threads (run under ThreadSanitizer too), and a randomised comparison with a std::vector.
-#include "framework/VirtualArray.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -10,10 +8,10 @@
 #include <atomic>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "framework/BridgeAnchor.h"
 #include "framework/FileIoClientRec.h"
+#include "framework/VirtualArray.h"
 #include "tests/TestSupport.h"
 
 namespace {
@@ -34,7 +32,7 @@ struct TempMovieFile : TempFile {
 
 // A file that counts its reads and can be told to fail its writes.
 class InstrumentedFile : public BasicFileIO {
-public:
+  public:
     static AutoRefPtr<InstrumentedFile> open(char const* path) {
         int fd = ::open(path, O_RDWR | O_CLOEXEC);
         return AutoRefPtr<InstrumentedFile>(fd >= 0 ? new InstrumentedFile(fd, path) : nullptr);
@@ -49,13 +47,15 @@ public:
     unsigned long reads() const { return m_reads.load(); }
     void failWrites(bool on) { m_failWrites.store(on); }
 
-private:
+  private:
     InstrumentedFile(int fd, char const* path) : BasicFileIO(fd, path, true) {}
     std::atomic<unsigned long> m_reads{0};
     std::atomic<bool> m_failWrites{false};
 };
 
-AutoRefPtr<BasicFileIO> asFile(AutoRefPtr<InstrumentedFile> const& file) { return AutoRefPtr<BasicFileIO>(file.get()); }
+AutoRefPtr<BasicFileIO> asFile(AutoRefPtr<InstrumentedFile> const& file) {
+    return AutoRefPtr<BasicFileIO>(file.get());
+}
 AutoRefPtr<BasicFileIO> openFile(char const* path) { return BasicFileIO::open(path, BasicFileIO::ReadWrite); }
 
 // Big-endian 32-bit elements on disk, as the sample tables store them.
@@ -69,7 +69,9 @@ unsigned int bigEndianAt(Bytes const& bytes, unsigned long at) {
            unsigned(bytes[at + 3]);
 }
 
-void fillWithGarbage(char const* path, unsigned long n) { openFile(path)->writeAt(0, filled(n, 0xEE).data(), n); }
+void fillWithGarbage(char const* path, unsigned long n) {
+    openFile(path)->writeAt(0, filled(n, 0xEE).data(), n);
+}
 
 // A backed array of big-endian uint32 placed at `offset`, with `size` slots.
 struct BackedArray {
@@ -168,7 +170,8 @@ TEST(VirtualArrayTest, OwnerCacheIsBoundedWhateverTheLengthAndReportsEveryChange
     BridgeAnchor anchor(&storage, &StorageLog::record);
     BackedArray backed(openFile(temp.path()), 0, 1000000);
     backed.array.setStorageCallback(&anchor);
-    unsigned long bound = (VirtualArrayBase::kOwnerPageLimit + 1) * static_cast<unsigned long>(VirtualArrayBase::kPageBytes);
+    unsigned long bound =
+        (VirtualArrayBase::kOwnerPageLimit + 1) * static_cast<unsigned long>(VirtualArrayBase::kPageBytes);
     unsigned long peak = 0;
     for (unsigned int i = 0; i < 1000000; ++i) {
         backed.array.setElementAt(i, i, nullptr);
@@ -261,14 +264,16 @@ TEST(FileIoClientRecTest, OneAgentsReadsNeverEvictAnothersPages) {
     ArrayOnFile on(2000000);
     unsigned int perPage = on.array.getPageElements();
     FileIoClientRec quiet(4), busy(4);
-    for (unsigned int page = 0; page < 4; ++page) EXPECT_EQ(on.array.elementAt(page * perPage, &quiet), page * perPage * 3);
+    for (unsigned int page = 0; page < 4; ++page)
+        EXPECT_EQ(on.array.elementAt(page * perPage, &quiet), page * perPage * 3);
     unsigned long readsBefore = on.file->reads();
     for (unsigned int i = 0; i < 2000000; i += perPage / 2) ASSERT_EQ(on.array.elementAt(i, &busy), i * 3);
     EXPECT_GT(on.file->reads() - readsBefore, 4u);
 
     readsBefore = on.file->reads();
     for (unsigned int page = 0; page < 4; ++page)
-        for (unsigned int i = 0; i < perPage; i += 97) ASSERT_EQ(on.array.elementAt(page * perPage + i, &quiet), (page * perPage + i) * 3);
+        for (unsigned int i = 0; i < perPage; i += 97)
+            ASSERT_EQ(on.array.elementAt(page * perPage + i, &quiet), (page * perPage + i) * 3);
     EXPECT_EQ(on.file->reads(), readsBefore);  // all four pages still held by the quiet agent
     EXPECT_EQ(busy.getPageCount(), 4u);
 }

@@ -4,11 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "tests/tools/QtMovieRun.h"
 
 namespace {
@@ -29,7 +24,8 @@ std::vector<std::vector<Row>> samplesOf(std::string const& path) {
     while (std::getline(lines, line)) {  // track,sample,offset,size,dts,pts,key
         size_t track = std::stoul(line), offset = line.find(',', line.find(',') + 1) + 1;
         if (tracks.size() < track) tracks.resize(track);
-        tracks[track - 1].push_back({std::stoul(line.substr(offset)), line.substr(line.find(',', offset) + 1)});
+        tracks[track - 1].push_back(
+            {std::stoul(line.substr(offset)), line.substr(line.find(',', offset) + 1)});
     }
     return tracks;
 }

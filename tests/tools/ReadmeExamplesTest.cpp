@@ -2,11 +2,6 @@
 // every example in its console blocks runs from the repository root and prints what it shows.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "tests/tools/QtMovieRun.h"
 
 namespace {
@@ -75,9 +70,7 @@ std::string inRepository(std::string const& command) {
 TEST(ReadmeExamples, EveryCommandTheProgramListsHasASectionWithAnExample) {
     std::string text = readme();
     std::vector<Example> examples = consoleExamples(text);
-    std::vector<std::string> commands = listedCommands();
-    EXPECT_GE(commands.size(), 5u);
-    for (std::string const& name : commands) {
+    for (std::string const& name : listedCommands()) {
         EXPECT_NE(text.find("\n### qtmovie " + name + "\n"), std::string::npos) << name;
         bool hasExample = std::any_of(examples.begin(), examples.end(), [&](Example const& e) {
             return (e.command + " ").rfind("qtmovie " + name + " ", 0) == 0;
