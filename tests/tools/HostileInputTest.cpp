@@ -1,6 +1,5 @@
 // Files that lie about their sizes and counts: each costs time and memory bounded by what the file
 // really holds, and every command of qtmovie ends on them with a message, never a signal.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
@@ -96,13 +95,10 @@ Bytes freeOfSize(uint64_t size) { return concat({fileType(), wideAtom("free", si
 Bytes const kHugeStsd = concat({fileType(), lyingAtom("stsd", 0xFFFFFFF0u, words({0, 1}))});
 constexpr unsigned long kHugeStsdLength = 20ul + 0xFFFFFFF0ul;
 
-// A file of `bytes` followed by a hole up to `length` bytes (nothing is written there).
-void writeSparse(std::string const& path, Bytes const& bytes, unsigned long length) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0) return;
-    if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) length = bytes.size();
-    if (::ftruncate(fd, static_cast<off_t>(length)) != 0) length = 0;
-    ::close(fd);
+// `bytes` followed by a hole up to `length` bytes (nothing is written there).
+void writeSparse(TempFile const& file, Bytes const& bytes, unsigned long length) {
+    file.write(bytes);
+    if (length > bytes.size() && ::truncate(file.c_str(), static_cast<off_t>(length)) != 0) ADD_FAILURE();
 }
 
 struct HostileFile {
@@ -204,7 +200,7 @@ constexpr long kMemoryLimitKb = static_cast<long>(64 * 1024 * kSlowdown);
 
 TEST(HostileInput, AtomTooLargeToBufferIsKeptUninterpretedWithAWarning) {
     TempFile file;
-    writeSparse(file.path(), kHugeStsd, kHugeStsdLength);
+    writeSparse(file, kHugeStsd, kHugeStsdLength);
     MessageCapture messages;
     AutoPtr<QtAtomRoot> root = QtAtomReader::readFile(file.c_str());
     ASSERT_TRUE(root);
@@ -234,8 +230,7 @@ TEST(HostileInput, EveryCommandEndsOnEveryHostileFileInBoundedTimeAndMemory) {
     for (HostileFile const& hostile : hostileFiles()) {
         TempFile file(hostile.name + ".mov");
         TempFile output("output.txt");
-        writeSparse(file.path(), hostile.bytes,
-                    std::max<unsigned long>(hostile.length, hostile.bytes.size()));
+        writeSparse(file, hostile.bytes, hostile.length);
         for (char const* command : {"dump", "info", "samples", "check"}) {
             ToolRun run =
                 runLimited(std::string(command) + " '" + file.path() + "'", output.path(), kSecondsLimit);
