@@ -4,20 +4,16 @@
 
 // Built with AddressSanitizer: memory and time carry the sanitizer's own bookkeeping.
 #if defined(__SANITIZE_ADDRESS__)
-#define QT_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QT_TEST_SANITIZED 1
-#endif
-#endif
-#ifdef QT_TEST_SANITIZED
 constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kSanitized = __has_feature(address_sanitizer);
 #else
 constexpr bool kSanitized = false;
 #endif
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -47,14 +43,12 @@ public:
     };
     std::vector<Message> const& messages() const { return m_messages; }
     size_t count(MsgLevel level) const {
-        size_t n = 0;
-        for (auto const& m : m_messages) n += m.level == level;
-        return n;
+        return std::count_if(m_messages.begin(), m_messages.end(),
+                             [&](Message const& m) { return m.level == level; });
     }
     bool contains(std::string const& part) const {
-        for (auto const& m : m_messages)
-            if (m.text.find(part) != std::string::npos) return true;
-        return false;
+        return std::any_of(m_messages.begin(), m_messages.end(),
+                           [&](Message const& m) { return m.text.find(part) != std::string::npos; });
     }
     std::string all() const {
         std::string text;
@@ -72,15 +66,13 @@ private:
 class ScopedDebugFlag {
 public:
     ScopedDebugFlag(char const* table, char const* flag) : m_table(table), m_flag(flag) {
-        m_ok = DebuggerOn::set(table, flag, true);
+        DebuggerOn::set(table, flag, true);
     }
     ~ScopedDebugFlag() { DebuggerOn::set(m_table, m_flag, false); }
-    bool ok() const { return m_ok; }
 
 private:
     char const* m_table;
     char const* m_flag;
-    bool m_ok;
 };
 
 // A file in a fresh temporary directory, removed with the object.
@@ -117,9 +109,7 @@ inline std::vector<unsigned char> readFileBytes(std::string const& path) {
 
 inline std::string readFileText(std::string const& path) {
     std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // The movies of tests/data (real files written by ffmpeg, with their expectations beside them).
@@ -134,21 +124,13 @@ inline std::vector<std::string> corpusMovies() {
 using Bytes = std::vector<unsigned char>;
 
 inline void put8(Bytes& out, unsigned int v) { out.push_back(static_cast<unsigned char>(v)); }
-inline void put16(Bytes& out, unsigned int v) {
-    put8(out, v >> 8);
-    put8(out, v);
+inline void putBigEndian(Bytes& out, uint64_t v, int bytes) {
+    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) put8(out, static_cast<unsigned int>(v >> shift));
 }
-inline void put32(Bytes& out, uint32_t v) {
-    put16(out, v >> 16);
-    put16(out, v & 0xFFFF);
-}
-inline void put64(Bytes& out, uint64_t v) {
-    put32(out, static_cast<uint32_t>(v >> 32));
-    put32(out, static_cast<uint32_t>(v));
-}
-inline void putType(Bytes& out, char const* type) {
-    for (int i = 0; i < 4; ++i) put8(out, static_cast<unsigned char>(type[i]));
-}
+inline void put16(Bytes& out, unsigned int v) { putBigEndian(out, v, 2); }
+inline void put32(Bytes& out, uint32_t v) { putBigEndian(out, v, 4); }
+inline void put64(Bytes& out, uint64_t v) { putBigEndian(out, v, 8); }
+inline void putType(Bytes& out, char const* type) { out.insert(out.end(), type, type + 4); }
 inline void putBytes(Bytes& out, Bytes const& more) { out.insert(out.end(), more.begin(), more.end()); }
 inline void putText(Bytes& out, std::string const& text) { out.insert(out.end(), text.begin(), text.end()); }
 inline void putAtomHeader(Bytes& out, uint32_t size, char const* type) {

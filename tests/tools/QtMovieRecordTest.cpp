@@ -4,11 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "tests/tools/QtMovieRun.h"
 
 namespace {
@@ -26,17 +21,11 @@ std::vector<std::vector<Row>> samplesOf(std::string const& path) {
     std::istringstream lines(run.out);
     std::string line;
     std::getline(lines, line);
-    while (std::getline(lines, line)) {
-        std::istringstream fields(line);
-        std::string track, sample, offset;
-        std::getline(fields, track, ',');
-        std::getline(fields, sample, ',');
-        std::getline(fields, offset, ',');
-        size_t number = std::stoul(track);
-        if (tracks.size() < number) tracks.resize(number);
-        std::string timing;
-        std::getline(fields, timing);
-        tracks[number - 1].push_back({std::stoul(offset), timing});
+    while (std::getline(lines, line)) {  // track,sample,offset,size,dts,pts,key
+        size_t track = std::stoul(line), offset = line.find(',', line.find(',') + 1) + 1;
+        if (tracks.size() < track) tracks.resize(track);
+        tracks[track - 1].push_back(
+            {std::stoul(line.substr(offset)), line.substr(line.find(',', offset) + 1)});
     }
     return tracks;
 }
