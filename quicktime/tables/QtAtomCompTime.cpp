@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "framework/ByteOrder.h"
 #include "framework/FixedPoint.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
@@ -13,6 +14,7 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -277,7 +279,7 @@ void QtAtomCompTime::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
     if (count) QtTableBody::read(*this, buffer, getFixedSize(), count * kEntrySize, raw.data());
     for (unsigned int i = 0; i < count; ++i) {
         unsigned char const* p = &raw[static_cast<size_t>(i) * kEntrySize];
-        DiskEntry entry(QtTableBody::bigEndian32(p), static_cast<int>(QtTableBody::bigEndian32(p + 4)));
+        DiskEntry entry(getBigEndian32(p), static_cast<int>(getBigEndian32(p + 4)));
         m_array.setElementAt(i, entry, nullptr);
     }
     m_array.setClean();
@@ -531,26 +533,23 @@ void QtAtomCompTime::show() const {
     long capacity = getSize() > kHeadSize ? static_cast<long>((getSize() - kHeadSize) / kEntrySize) : 0;
     std::string text =
         FormatStr("%s,cap=%d,cnt/off[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    bool badInGroup = false;
+    // A line with a zero count is marked; each line after the first tells its first sample.
+    bool badInLine = false;
     unsigned long firstSample = 0;
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count > 5 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        DiskEntry entry = m_array.elementAt(i, nullptr);
-        badInGroup = badInGroup || entry.count == 0;
-        firstSample += entry.count;
-        bool lineStart = verbose ? i % 8 == 0 : i == 0;
-        text += FormatStr("%s{%d,%d}", lineStart ? "" : ",", entry.count, entry.offset).get();
-        if (verbose && i % 8 == 7 && i + 1 < count) {
-            text += FormatStr(",%s\n%*s[%d]=f%ld:", badInGroup ? " <-- bad!!" : "", indent, "", i + 1,
-                              static_cast<long>(firstSample))
-                        .get();
-            badInGroup = false;
-        }
-    }
-    text += FormatStr("}%s\n", badInGroup ? " <-- bad!!" : "").get();
+    auto entry = [&](unsigned int i) {
+        DiskEntry run = m_array.elementAt(i, nullptr);
+        badInLine = badInLine || run.count == 0;
+        firstSample += run.count;
+        return std::string(FormatStr("{%d,%d}", run.count, run.offset).get());
+    };
+    auto lineStart = [&](unsigned int i) {
+        if (i == 0) return std::string(FormatStr("\n%*s0:", indent, "").get());
+        std::string line = FormatStr(",%s\n%*s[%d]=f%ld:", badInLine ? " <-- bad!!" : "", indent, "", i,
+                                     static_cast<long>(firstSample)).get();
+        badInLine = false;
+        return line;
+    };
+    text += qtTableEntries(count, verbose, QtListing(), entry, lineStart);
+    text += FormatStr("}%s\n", badInLine ? " <-- bad!!" : "").get();
     infoMsg("%s", text.c_str());
 }

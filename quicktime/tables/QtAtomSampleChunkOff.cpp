@@ -365,9 +365,10 @@ void QtAtomSampleChunkOff::createOffsets(unsigned long base, [[maybe_unused]] Qt
 void QtAtomSampleChunkOff::show() const {
     std::string text = FormatStr("%s,cap=%d,off[%d]={", toString().get(), nArrayEntries(), getNumChunks()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(getNumChunks(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
-        return std::string(FormatStr("%ld", static_cast<long>(elementAt(i))).get());
-    });
+    text += qtTableEntries(
+        getNumChunks(), quicktimeDbg.on(QtDbgAllSizes), QtListing(),
+        [this](unsigned int i) { return std::string(FormatStr("%ld", static_cast<long>(elementAt(i))).get()); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

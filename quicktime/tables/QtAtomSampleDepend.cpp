@@ -7,6 +7,7 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 constexpr unsigned long kMaxUint32 = 0xFFFFFFFFul;
@@ -147,16 +148,9 @@ void QtAtomSampleDepend::show() const {
     long capacity = getSize() > kHeadSize ? static_cast<long>(getSize() - kHeadSize) : 0;
     std::string text =
         FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count >= 6 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        bool lineStart = verbose ? i % 16 == 0 : i == 0;
-        text += FormatStr("%s%d", lineStart ? "" : ",", getSampleDepend(i, nullptr)).get();
-        if (verbose && i % 16 == 15 && i + 1 < count) text += FormatStr(",\n%*s%d:", indent, "", i + 1).get();
-    }
+    text += qtTableEntries(
+        count, verbose, QtListing{16, 5, false}, [this](unsigned int i) { return std::to_string(getSampleDepend(i, nullptr)); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

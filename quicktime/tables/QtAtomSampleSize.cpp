@@ -225,9 +225,10 @@ void QtAtomSampleSize::show() const {
     long capacity = getSize() > 20 ? static_cast<long>((getSize() - 20) / kEntryBytes) : 0;
     text += FormatStr("cap=%d,sizes[%d]={", static_cast<int>(capacity), getSampleCount()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(getSampleCount(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
-        return std::string(FormatStr("%d", static_cast<int>(m_sizes.elementAt(i, nullptr))).get());
-    });
+    text += qtTableEntries(
+        getSampleCount(), quicktimeDbg.on(QtDbgAllSizes), QtListing(),
+        [this](unsigned int i) { return std::string(FormatStr("%d", static_cast<int>(m_sizes.elementAt(i, nullptr))).get()); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/ByteOrder.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -358,7 +360,7 @@ void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, u
         m_array.setMap(getFileOffset() + head);
         unsigned char first[4];
         QtTableBody::read(*this, buffer, head, 4, first);
-        setKeyBase(count > 0 && isZeroBased(QtTableBody::bigEndian32(first)) ? 0 : 1);
+        setKeyBase(count > 0 && isZeroBased(getBigEndian32(first)) ? 0 : 1);
         m_array.elementAt(0, nullptr);
         return;
     }
@@ -369,11 +371,11 @@ void QtAtomSampleSync::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) 
     if (count == 0) return;
     std::vector<unsigned char> raw(static_cast<size_t>(count) * 4);
     QtTableBody::read(*this, buffer, getFixedSize(), count * 4, raw.data());
-    setKeyBase(isZeroBased(QtTableBody::bigEndian32(raw.data())) ? 0 : 1);
+    setKeyBase(isZeroBased(getBigEndian32(raw.data())) ? 0 : 1);
     // As on the disk-backed path, a stored 0 after entry 0 stays 0 (a damaged entry, never turned
     // into -1); entry 0 is taken as it comes, so that it encodes back to the same bytes.
     for (unsigned int i = 0; i < count; ++i) {
-        unsigned int stored = QtTableBody::bigEndian32(&raw[i * 4]);
+        unsigned int stored = getBigEndian32(&raw[i * 4]);
         m_array.setElementAt(i, stored || i == 0 ? stored - m_keyBase : 0, nullptr);
     }
     m_array.setClean();
@@ -693,16 +695,10 @@ void QtAtomSampleSync::show() const {
     unsigned long capacity = getSize() > kHeadSize ? (getSize() - kHeadSize) / 4 : 0;
     std::string text =
         FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count > 5 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        bool lineStart = verbose ? i % 8 == 0 : i == 0;
-        text += FormatStr("%s%d", lineStart ? "" : ",", m_array.elementAt(i, nullptr) + m_keyBase).get();
-        if (verbose && i % 8 == 7 && i + 1 < count) text += FormatStr(",\n%*s%d:", indent, "", i + 1).get();
-    }
+    text += qtTableEntries(
+        count, verbose, QtListing(),
+        [this](unsigned int i) { return std::to_string(static_cast<int>(m_array.elementAt(i, nullptr) + m_keyBase)); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

@@ -29,9 +29,4 @@ void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer);
 // its last entries (at most 256) are zero. `isZero(i)` tells whether entry i is.
 void reportTrailingZeros(BaseQtAtom const& atom, unsigned int count, std::function<bool(unsigned int)> const& isZero);
 
-inline unsigned int bigEndian32(unsigned char const* p) {
-    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
-           (static_cast<unsigned int>(p[2]) << 8) | p[3];
-}
-
 }  // namespace QtTableBody
