@@ -248,21 +248,15 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long room = held > head ? held - head : 0;
-    if (static_cast<unsigned long>(count) * kEntrySize > room) {
+    unsigned int room = QtTableBody::entryRoom(*this, buffer, head, kEntrySize);
+    if (count > room) {
         count = 0;  // a count the atom cannot hold: an empty table
     } else {
-        unsigned long slots = std::min(room / kEntrySize, kMaxUint32);
-        logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(slots)), "decode", QT_UTIL_FILE, 6032);
-        // The file already holds the entries at their place: backed first, then mapped. A table
-        // whose file is out of reach is held in memory instead, as far as the buffer holds it.
-        if (slots > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
-        } else {
-            decodeInMemory(buffer, count);
-        }
+        QtTableBody::placeEntries(*this, buffer, m_array, head, room, count, kEntrySize,
+                                  [this](unsigned int i, unsigned char const* p) {
+                                      DiskEntry entry(getBigEndian32(p), static_cast<int>(getBigEndian32(p + 4)));
+                                      m_array.setElementAt(i, entry, nullptr);
+                                  });
     }
     m_nEntries.store(count, std::memory_order_release);
     {
@@ -272,17 +266,6 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return true;
-}
-
-void QtAtomCompTime::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
-    std::vector<unsigned char> raw(static_cast<size_t>(count) * kEntrySize);
-    if (count) QtTableBody::read(*this, buffer, getFixedSize(), count * kEntrySize, raw.data());
-    for (unsigned int i = 0; i < count; ++i) {
-        unsigned char const* p = &raw[static_cast<size_t>(i) * kEntrySize];
-        DiskEntry entry(getBigEndian32(p), static_cast<int>(getBigEndian32(p + 4)));
-        m_array.setElementAt(i, entry, nullptr);
-    }
-    m_array.setClean();
 }
 
 void QtAtomCompTime::reportTrailingZeros() const {

@@ -54,23 +54,14 @@ bool QtAtomSampleDepend::decode(QtAtomBuffer& buffer) {
         return false;
     }
     m_versionAndFlags.decode(buffer);
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long room = std::min(held > head ? held - head : 0, kMaxUint32);
+    unsigned int room = QtTableBody::entryRoom(*this, buffer, head, 1);
     // The sample count comes from the 'stsz' decoded before this atom; a table that cannot hold
-    // that many samples is dropped.
+    // that many samples is dropped. Every byte of the room is an entry.
     if (getNumEntries() > room) {
         m_array.setVirtualSize(0);
     } else {
-        m_array.setVirtualSize(static_cast<unsigned int>(room));
-        if (room > kInMemoryEntries && setBackingStore(m_array)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
-        } else {
-            // In memory; also a table whose file is out of reach, as far as the buffer holds it.
-            unsigned int n = static_cast<unsigned int>(std::min<unsigned long>(room, buffer.nOccupied()));
-            for (unsigned int i = 0; i < n; ++i) m_array.setElementAt(i, buffer.ptrData()[i], nullptr);
-            m_array.setClean();
-        }
+        QtTableBody::placeEntries(*this, buffer, m_array, head, room, room, 1,
+                                  [this](unsigned int i, unsigned char const* p) { m_array.setElementAt(i, *p, nullptr); });
     }
     QtTableBody::removeRest(*this, buffer);
     return true;
