@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "framework/BasicFileIO.h"
+#include "framework/ByteOrder.h"
 #include "framework/Clock.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
@@ -595,8 +596,7 @@ unsigned char BaseQtAtom::decodeUint8(QtAtomBuffer& buffer) {
 }
 
 unsigned short BaseQtAtom::decodeUint16(QtAtomBuffer& buffer) {
-    unsigned char const* p = buffer.ptrData();
-    unsigned short v = static_cast<unsigned short>((p[0] << 8) | p[1]);
+    unsigned short v = getBigEndian16(buffer.ptrData());
     buffer.removeInput(2);
     return v;
 }
@@ -604,9 +604,7 @@ unsigned short BaseQtAtom::decodeUint16(QtAtomBuffer& buffer) {
 short BaseQtAtom::decodeInt16(QtAtomBuffer& buffer) { return static_cast<short>(decodeUint16(buffer)); }
 
 unsigned int BaseQtAtom::decodeUint32(QtAtomBuffer& buffer) {
-    unsigned char const* p = buffer.ptrData();
-    unsigned int v = (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
-                     (static_cast<unsigned int>(p[2]) << 8) | p[3];
+    unsigned int v = getBigEndian32(buffer.ptrData());
     buffer.removeInput(4);
     return v;
 }
@@ -639,16 +637,16 @@ char* BaseQtAtom::decodeString(QtAtomBuffer& buffer, unsigned int n) {
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned char value) { buffer.append(&value, 1); }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned short value) {
-    unsigned char bytes[2] = {static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+    unsigned char bytes[2];
+    putBigEndian16(bytes, value);
     buffer.append(bytes, sizeof bytes);
 }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, short value) { encode(buffer, static_cast<unsigned short>(value)); }
 
 void BaseQtAtom::encode(QtAtomBuffer& buffer, unsigned int value) {
-    unsigned char bytes[4] = {static_cast<unsigned char>(value >> 24),
-                              static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8),
-                              static_cast<unsigned char>(value)};
+    unsigned char bytes[4];
+    putBigEndian32(bytes, value);
     buffer.append(bytes, sizeof bytes);
 }
 

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "framework/ByteOrder.h"
+
 std::bitset<256> QtIdName::m_valid;
 static StaticQtIdName s_staticQtIdName;
 
@@ -24,8 +26,7 @@ void QtIdName::set(char const* text) {
     if (n > 4) return;
     unsigned char bytes[4] = {0, 0, 0, 0};
     memcpy(bytes, text, n);
-    m_id = (QtAtomIdType(bytes[0]) << 24) | (QtAtomIdType(bytes[1]) << 16) | (QtAtomIdType(bytes[2]) << 8) |
-           QtAtomIdType(bytes[3]);
+    m_id = getBigEndian32(bytes);
 }
 
 bool QtIdName::valid() const {
@@ -38,8 +39,8 @@ bool QtIdName::valid() const {
 }
 
 char const* QtIdName::slowRender() const {
-    unsigned char bytes[4] = {static_cast<unsigned char>(m_id >> 24), static_cast<unsigned char>(m_id >> 16),
-                              static_cast<unsigned char>(m_id >> 8), static_cast<unsigned char>(m_id)};
+    unsigned char bytes[4];
+    putBigEndian32(bytes, m_id);
     if (valid()) {
         for (int i = 0; i < 4; ++i) m_render[i] = static_cast<char>(bytes[i]);
         if (isCopyright(bytes[0])) m_render[0] = '@';

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "framework/BasicFileIO.h"
+#include "framework/ByteOrder.h"
 #include "framework/Messages.h"
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtAtomHeader.h"
@@ -18,10 +19,6 @@ namespace {
 
 constexpr unsigned int kSampleBytes = 4;
 constexpr size_t kShortListing = 3;
-
-uint32_t bigEndian32(unsigned char const* bytes) {
-    return (uint32_t(bytes[0]) << 24) | (uint32_t(bytes[1]) << 16) | (uint32_t(bytes[2]) << 8) | bytes[3];
-}
 
 // The flag words of a printout, in bit order.
 std::string flagsText(uint32_t flags) {
@@ -143,7 +140,7 @@ bool QtTimecodeSampleDesc::readChunk(QtSampleTable const& table, unsigned int ch
     }
     if (m_timecodes.size() < firstSample + count) m_timecodes.resize(firstSample + count);
     for (unsigned int i = 0; i < count; ++i) {
-        uint32_t value = bigEndian32(data.data() + i * kSampleBytes);
+        uint32_t value = getBigEndian32(data.data() + i * kSampleBytes);
         QtTimeCode& timecode = m_timecodes[firstSample + i];
         if (m_flags & kPackedRecords)
             timecode.setDiscrete(value);
@@ -190,9 +187,8 @@ bool QtTimecodeSampleDesc::writeTimecodes() const {
         // sample's own word: a counter that the fields cannot carry (past 255 hours, say) is
         // written back as it was read.
         uint32_t value = timecode.getDiscrete();
-        unsigned char bytes[kSampleBytes] = {
-            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+        unsigned char bytes[kSampleBytes];
+        putBigEndian32(bytes, value);
         if (file->writeAt(offset, bytes, kSampleBytes) != kSampleBytes) {
             errorMsg("%s: writeTimecode failed at offset %ld\n", getOwner().getMoviePath(),
                      static_cast<long>(offset));

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "framework/BasicFileIO.h"
+#include "framework/ByteOrder.h"
 #include "framework/Messages.h"
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/BaseQtAtom.h"
@@ -78,8 +79,7 @@ BaseQtAtom const* QtAtomCloner::build(BaseQtAtom const* parent, unsigned char co
     actual->decode(body);
     if (!container) return actual;
     for (unsigned long at = fixed; at + 8 <= size;) {
-        unsigned long childSize = (static_cast<unsigned long>(copy[at]) << 24) | (copy[at + 1] << 16) |
-                                  (copy[at + 2] << 8) | copy[at + 3];
+        unsigned long childSize = getBigEndian32(copy.data() + at);
         if (childSize < 8 || at + childSize > size) break;
         build(actual, copy.data() + at, childSize);
         at += childSize;

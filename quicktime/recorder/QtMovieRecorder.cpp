@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "framework/ByteOrder.h"
 #include "framework/Clock.h"
 #include "framework/Messages.h"
 #include "quicktime/atoms/QtAtomMvhd.h"
@@ -250,8 +251,8 @@ uint32_t QtMovieRecorder::addTimecodeTrack(uint32_t timeScale, uint32_t frameDur
         QtAtomCloner::build(video->trak(), tref.bytes().data(), tref.bytes().size());
     }
     if (!impl.layout->relocate()) return 0;
-    unsigned char counter[4] = {static_cast<unsigned char>(startFrame >> 24), static_cast<unsigned char>(startFrame >> 16),
-                                static_cast<unsigned char>(startFrame >> 8), static_cast<unsigned char>(startFrame)};
+    unsigned char counter[4];
+    putBigEndian32(counter, startFrame);
     Sample sample;
     sample.bytes = counter;
     sample.size = 4;
@@ -289,7 +290,7 @@ uint32_t QtMovieRecorder::addTrackLike(BaseQtAtom const& sourceTrak) {
     if (BaseQtAtom const* hdlr = trak->findAtom("mdia.hdlr", 0)) {
         std::vector<unsigned char> head;
         QtAtomCloner::serialize(*hdlr, nullptr, head, [](BaseQtAtom const&) { return true; });
-        if (head.size() >= 20) type = (static_cast<uint32_t>(head[16]) << 24) | (head[17] << 16) | (head[18] << 8) | head[19];
+        if (head.size() >= 20) type = getBigEndian32(head.data() + 16);
     }
     // Equal-sized samples (PCM) keep their constant size; everything else is recorded sample by sample.
     unsigned int constantSize = 0;

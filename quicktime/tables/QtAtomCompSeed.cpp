@@ -9,6 +9,7 @@
 #include "quicktime/atoms/QtAtomHelpers.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 // Made once for this library; no other writer uses it.
 uint8_t const QtAtomCompSeed::kUuid[16] = {0xc7, 0x3e, 0x5a, 0x1d, 0x92, 0x4b, 0x4f, 0x0e,
@@ -121,13 +122,9 @@ void QtAtomCompSeed::show() const {
     std::string text = FormatStr("%s,ctts[%u],samples=%u,every %u,seed[%u of %u]={", toString().get(), m_entries,
                                  m_samples, m_seed.interval, m_seed.used, m_reserved)
                            .get();
-    for (unsigned int i = 0; i < m_seed.used; ++i) {
-        if (m_seed.used > 5 && i == 3) {
-            text += ",...";
-            i = m_seed.used - 1;
-        }
+    text += qtTableEntries(m_seed.used, false, QtListing(), [this](unsigned int i) {
         QtAtomCompTime::Sparse const& slot = m_seed.slots[i];
-        text += FormatStr("%s{%u,%u,%u,%u}", i ? "," : "", slot.diskIdx, slot.count, slot.sample, slot.anchor).get();
-    }
+        return std::string(FormatStr("{%u,%u,%u,%u}", slot.diskIdx, slot.count, slot.sample, slot.anchor).get());
+    }, qtIndexedLines(0));
     infoMsg("%s}\n", text.c_str());
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "framework/ByteOrder.h"
 #include "framework/FixedPoint.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
@@ -13,6 +14,7 @@
 #include "quicktime/tables/QtAtomSampleSync.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -246,21 +248,15 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long room = held > head ? held - head : 0;
-    if (static_cast<unsigned long>(count) * kEntrySize > room) {
+    unsigned int room = QtTableBody::entryRoom(*this, buffer, head, kEntrySize);
+    if (count > room) {
         count = 0;  // a count the atom cannot hold: an empty table
     } else {
-        unsigned long slots = std::min(room / kEntrySize, kMaxUint32);
-        logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(slots)), "decode", QT_UTIL_FILE, 6032);
-        // The file already holds the entries at their place: backed first, then mapped. A table
-        // whose file is out of reach is held in memory instead, as far as the buffer holds it.
-        if (slots > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 6036)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
-        } else {
-            decodeInMemory(buffer, count);
-        }
+        QtTableBody::placeEntries(*this, buffer, m_array, head, room, count, kEntrySize,
+                                  [this](unsigned int i, unsigned char const* p) {
+                                      DiskEntry entry(getBigEndian32(p), static_cast<int>(getBigEndian32(p + 4)));
+                                      m_array.setElementAt(i, entry, nullptr);
+                                  });
     }
     m_nEntries.store(count, std::memory_order_release);
     {
@@ -270,17 +266,6 @@ bool QtAtomCompTime::decode(QtAtomBuffer& buffer) {
     QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return true;
-}
-
-void QtAtomCompTime::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
-    std::vector<unsigned char> raw(static_cast<size_t>(count) * kEntrySize);
-    if (count) QtTableBody::read(*this, buffer, getFixedSize(), count * kEntrySize, raw.data());
-    for (unsigned int i = 0; i < count; ++i) {
-        unsigned char const* p = &raw[static_cast<size_t>(i) * kEntrySize];
-        DiskEntry entry(QtTableBody::bigEndian32(p), static_cast<int>(QtTableBody::bigEndian32(p + 4)));
-        m_array.setElementAt(i, entry, nullptr);
-    }
-    m_array.setClean();
 }
 
 void QtAtomCompTime::reportTrailingZeros() const {
@@ -531,26 +516,23 @@ void QtAtomCompTime::show() const {
     long capacity = getSize() > kHeadSize ? static_cast<long>((getSize() - kHeadSize) / kEntrySize) : 0;
     std::string text =
         FormatStr("%s,cap=%d,cnt/off[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    bool badInGroup = false;
+    // A line with a zero count is marked; each line after the first tells its first sample.
+    bool badInLine = false;
     unsigned long firstSample = 0;
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count > 5 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        DiskEntry entry = m_array.elementAt(i, nullptr);
-        badInGroup = badInGroup || entry.count == 0;
-        firstSample += entry.count;
-        bool lineStart = verbose ? i % 8 == 0 : i == 0;
-        text += FormatStr("%s{%d,%d}", lineStart ? "" : ",", entry.count, entry.offset).get();
-        if (verbose && i % 8 == 7 && i + 1 < count) {
-            text += FormatStr(",%s\n%*s[%d]=f%ld:", badInGroup ? " <-- bad!!" : "", indent, "", i + 1,
-                              static_cast<long>(firstSample))
-                        .get();
-            badInGroup = false;
-        }
-    }
-    text += FormatStr("}%s\n", badInGroup ? " <-- bad!!" : "").get();
+    auto entry = [&](unsigned int i) {
+        DiskEntry run = m_array.elementAt(i, nullptr);
+        badInLine = badInLine || run.count == 0;
+        firstSample += run.count;
+        return std::string(FormatStr("{%d,%d}", run.count, run.offset).get());
+    };
+    auto lineStart = [&](unsigned int i) {
+        if (i == 0) return std::string(FormatStr("\n%*s0:", indent, "").get());
+        std::string line = FormatStr(",%s\n%*s[%d]=f%ld:", badInLine ? " <-- bad!!" : "", indent, "", i,
+                                     static_cast<long>(firstSample)).get();
+        badInLine = false;
+        return line;
+    };
+    text += qtTableEntries(count, verbose, QtListing(), entry, lineStart);
+    text += FormatStr("}%s\n", badInLine ? " <-- bad!!" : "").get();
     infoMsg("%s", text.c_str());
 }

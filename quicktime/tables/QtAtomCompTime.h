@@ -519,7 +519,6 @@ class QtAtomCompTime : public BaseQtAtom {
     QtAtomCompShift const* getCslgSlow() const;
     QtAtomSampleDepend const* getSdtpSlow() const;
     bool makeDiskBacked() const;
-    void decodeInMemory(QtAtomBuffer& buffer, unsigned int count);
     void reportTrailingZeros() const;
     AutoPtr<char> describeArray() const;
 

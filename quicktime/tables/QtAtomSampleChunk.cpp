@@ -10,6 +10,7 @@
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtAtomSampleTime.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -470,19 +471,17 @@ void QtAtomSampleChunk::show() const {
     int indent = static_cast<int>(2 * numGeneration() + 2);
     text += FormatStr("%*s", indent, "").get();
     unsigned int n = getNumEntries();
-    for (unsigned int i = 0; i <= n; ++i) {
-        if (!everyEntry && n > 5 && i == 3) {
-            text += ",...";
-            i = n;
-        }
-        std::string separator = i % 3 ? "," : "";
-        if (everyEntry && i % 3 == 0 && i > 0) separator = FormatStr("%s\n%*s", ",", indent, "").get();
-        else if (!everyEntry && i == n && i > 0) separator = ",";
-        Entry entry = getEntry(i);
-        text += FormatStr("%s%s{%ld,%d,%d,%d}", separator.c_str(), i == n ? "implied:" : "",
-                          static_cast<long>(entry.firstSample), entry.firstChunk, entry.samplesPerChunk,
-                          entry.descIndex).get();
-    }
+    // The entries, then the implied one that closes the last run; the short form always sets that
+    // one apart with a comma.
+    auto entry = [this, n, everyEntry](unsigned int i) {
+        Entry run = getEntry(i);
+        char const* lead = i < n ? "" : !everyEntry && n % 3 == 0 && n > 0 ? ",implied:" : "implied:";
+        return std::string(FormatStr("%s{%ld,%d,%d,%d}", lead, static_cast<long>(run.firstSample), run.firstChunk,
+                                     run.samplesPerChunk, run.descIndex).get());
+    };
+    text += qtTableEntries(n + 1, everyEntry, QtListing{3, 6, true}, entry, [indent](unsigned int i) {
+        return std::string(i ? FormatStr(",\n%*s", indent, "").get() : "");
+    });
     text += "\n";
     infoMsg("%s", text.c_str());
 }

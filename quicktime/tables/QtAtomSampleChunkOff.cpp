@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "framework/ByteOrder.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleChunk.h"
@@ -75,24 +76,7 @@ unsigned long QtAtomSampleChunkOff::getChunkOffset(unsigned int chunk, FileIoCli
 
 // ---------------------------------------------------------------- decode and encode
 
-namespace {
-
-// Reads the entries of a table that stays in memory, as far as the buffer holds them.
-template <class T>
-void readEntries(VirtualArray<T>& array, QtAtomBuffer& buffer, unsigned int count) {
-    unsigned int held = std::min<unsigned int>(count, buffer.nOccupied() / sizeof(T));
-    for (unsigned int i = 0; i < held; ++i) {
-        T value = sizeof(T) == 8 ? static_cast<T>(BaseQtAtom::decodeUint64(buffer))
-                                 : static_cast<T>(BaseQtAtom::decodeUint32(buffer));
-        array.setElementAt(i, value, nullptr);
-    }
-    array.setClean();
-}
-
-}  // namespace
-
 bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
-    unsigned int start = buffer.bufferOffset();
     bool ok = BaseQtAtom::decode(buffer);
     m_sizeNeeded = 0;
     m_lastOffset = 0;
@@ -108,31 +92,25 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
     m_versionAndFlags.decode(buffer);
     m_nEntries = decodeUint32(buffer);
     m_damagedCount = 0;
-    unsigned long consumed = buffer.bufferOffset() - start;
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long room = held > consumed ? (held - consumed) / entryBytes() : 0;
-    unsigned int slots = static_cast<unsigned int>(std::min(room, kMaxCount));
+    unsigned int slots = QtTableBody::entryRoom(*this, buffer, getFixedSize(), entryBytes());
     // A count larger than the room empties the table; the room stays reserved.
     if (m_nEntries > slots) {
         m_damagedCount = m_nEntries;
         m_nEntries = 0;
     }
-    VirtualArrayBase& array = is64Bit() ? static_cast<VirtualArrayBase&>(m_offsets64) : m_offsets32;
-    array.setVirtualSize(slots);
-    bool onDisk = slots > VirtualArrayBase::kResidentLimit &&
-                  logIfFalse(setBackingStore(array), "decode", QT_UTIL_FILE, 8423);
-    if (onDisk) {
-        array.setMap(entriesOffset());
-        elementAt(0);
-    } else if (is64Bit()) {
-        readEntries(m_offsets64, buffer, m_nEntries);
-    } else {
-        readEntries(m_offsets32, buffer, m_nEntries);
-    }
+    if (is64Bit())
+        QtTableBody::placeEntries(*this, buffer, m_offsets64, getFixedSize(), slots, m_nEntries, 8,
+                                  [this](unsigned int i, unsigned char const* p) {
+                                      m_offsets64.setElementAt(i, getBigEndian64(p), nullptr);
+                                  });
+    else
+        QtTableBody::placeEntries(*this, buffer, m_offsets32, getFixedSize(), slots, m_nEntries, 4,
+                                  [this](unsigned int i, unsigned char const* p) {
+                                      m_offsets32.setElementAt(i, getBigEndian32(p), nullptr);
+                                  });
     m_headroom = slots - m_nEntries;
     publishLayout();
-    unsigned long used = buffer.bufferOffset() - start;
-    if (getSize() > used) buffer.removeInput(getSize() - used);
+    QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return ok;
 }
@@ -365,9 +343,10 @@ void QtAtomSampleChunkOff::createOffsets(unsigned long base, [[maybe_unused]] Qt
 void QtAtomSampleChunkOff::show() const {
     std::string text = FormatStr("%s,cap=%d,off[%d]={", toString().get(), nArrayEntries(), getNumChunks()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(getNumChunks(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
-        return std::string(FormatStr("%ld", static_cast<long>(elementAt(i))).get());
-    });
+    text += qtTableEntries(
+        getNumChunks(), quicktimeDbg.on(QtDbgAllSizes), QtListing(),
+        [this](unsigned int i) { return std::string(FormatStr("%ld", static_cast<long>(elementAt(i))).get()); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

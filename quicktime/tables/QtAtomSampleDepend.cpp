@@ -7,6 +7,7 @@
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 constexpr unsigned long kMaxUint32 = 0xFFFFFFFFul;
@@ -53,23 +54,14 @@ bool QtAtomSampleDepend::decode(QtAtomBuffer& buffer) {
         return false;
     }
     m_versionAndFlags.decode(buffer);
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long room = std::min(held > head ? held - head : 0, kMaxUint32);
+    unsigned int room = QtTableBody::entryRoom(*this, buffer, head, 1);
     // The sample count comes from the 'stsz' decoded before this atom; a table that cannot hold
-    // that many samples is dropped.
+    // that many samples is dropped. Every byte of the room is an entry.
     if (getNumEntries() > room) {
         m_array.setVirtualSize(0);
     } else {
-        m_array.setVirtualSize(static_cast<unsigned int>(room));
-        if (room > kInMemoryEntries && setBackingStore(m_array)) {
-            m_array.setMap(getFileOffset() + head);
-            m_array.elementAt(0, nullptr);
-        } else {
-            // In memory; also a table whose file is out of reach, as far as the buffer holds it.
-            unsigned int n = static_cast<unsigned int>(std::min<unsigned long>(room, buffer.nOccupied()));
-            for (unsigned int i = 0; i < n; ++i) m_array.setElementAt(i, buffer.ptrData()[i], nullptr);
-            m_array.setClean();
-        }
+        QtTableBody::placeEntries(*this, buffer, m_array, head, room, room, 1,
+                                  [this](unsigned int i, unsigned char const* p) { m_array.setElementAt(i, *p, nullptr); });
     }
     QtTableBody::removeRest(*this, buffer);
     return true;
@@ -147,16 +139,9 @@ void QtAtomSampleDepend::show() const {
     long capacity = getSize() > kHeadSize ? static_cast<long>(getSize() - kHeadSize) : 0;
     std::string text =
         FormatStr("%s,cap=%d,dep[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count >= 6 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        bool lineStart = verbose ? i % 16 == 0 : i == 0;
-        text += FormatStr("%s%d", lineStart ? "" : ",", getSampleDepend(i, nullptr)).get();
-        if (verbose && i % 16 == 15 && i + 1 < count) text += FormatStr(",\n%*s%d:", indent, "", i + 1).get();
-    }
+    text += qtTableEntries(
+        count, verbose, QtListing{16, 5, false}, [this](unsigned int i) { return std::to_string(getSampleDepend(i, nullptr)); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

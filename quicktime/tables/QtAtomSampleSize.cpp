@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "framework/ByteOrder.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtTableBody.h"
@@ -29,7 +30,6 @@ QtAtomSampleSize::~QtAtomSampleSize() = default;
 // ---------------------------------------------------------------- decode and encode
 
 bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
-    unsigned int start = buffer.bufferOffset();
     bool ok = BaseQtAtom::decode(buffer);
     if (buffer.nOccupied() < 12) {
         // Not even the head is there: an empty table, as for any damaged count.
@@ -43,13 +43,10 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
     m_decodedSampleSize = m_sampleSize = decodeUint32(buffer);
     m_nEntries = decodeUint32(buffer);
     m_damagedCount = 0;
-    unsigned long consumed = buffer.bufferOffset() - start;
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
     if (isFixed()) {
         m_sizes.setVirtualSize(0);
     } else {
-        unsigned long room = held > consumed ? (held - consumed) / kEntryBytes : 0;
-        room = std::min(room, kMaxCount);
+        unsigned int room = QtTableBody::entryRoom(*this, buffer, getFixedSize(), kEntryBytes);
         if (m_nEntries > room) {
             // More sizes than the atom holds: a usable empty table of constant size 1.
             m_damagedCount = m_nEntries;
@@ -57,23 +54,13 @@ bool QtAtomSampleSize::decode(QtAtomBuffer& buffer) {
             m_sampleSize = 1;
             m_nEntries = 0;
         } else {
-            m_sizes.setVirtualSize(static_cast<unsigned int>(room));
-            bool onDisk = room > VirtualArrayBase::kResidentLimit &&
-                          logIfFalse(setBackingStore(m_sizes), "decode", QT_UTIL_FILE, 7884);
-            if (onDisk) {
-                m_sizes.setMap(entriesOffset());
-                m_sizes.elementAt(0, nullptr);
-            } else {
-                // In memory; also the fall-back of a table whose file is out of reach, as far as
-                // the buffer holds its sizes.
-                unsigned int held = std::min(getSampleCount(), buffer.nOccupied() / kEntryBytes);
-                for (unsigned int i = 0; i < held; ++i) m_sizes.setElementAt(i, decodeUint32(buffer), nullptr);
-                m_sizes.setClean();
-            }
+            QtTableBody::placeEntries(*this, buffer, m_sizes, getFixedSize(), room, m_nEntries, kEntryBytes,
+                                      [this](unsigned int i, unsigned char const* p) {
+                                          m_sizes.setElementAt(i, getBigEndian32(p), nullptr);
+                                      });
         }
     }
-    unsigned long used = buffer.bufferOffset() - start;
-    if (getSize() > used) buffer.removeInput(getSize() - used);
+    QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return ok;
 }
@@ -225,9 +212,10 @@ void QtAtomSampleSize::show() const {
     long capacity = getSize() > 20 ? static_cast<long>((getSize() - 20) / kEntryBytes) : 0;
     text += FormatStr("cap=%d,sizes[%d]={", static_cast<int>(capacity), getSampleCount()).get();
     int indent = static_cast<int>(2 * numGeneration() + 2);
-    text += qtTableEntries(getSampleCount(), quicktimeDbg.on(QtDbgAllSizes), indent, [this](unsigned int i) {
-        return std::string(FormatStr("%d", static_cast<int>(m_sizes.elementAt(i, nullptr))).get());
-    });
+    text += qtTableEntries(
+        getSampleCount(), quicktimeDbg.on(QtDbgAllSizes), QtListing(),
+        [this](unsigned int i) { return std::string(FormatStr("%d", static_cast<int>(m_sizes.elementAt(i, nullptr))).get()); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

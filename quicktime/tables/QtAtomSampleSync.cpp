@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "framework/ByteOrder.h"
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtDebug.h"
 #include "quicktime/tables/QtAtomSampleSize.h"
 #include "quicktime/tables/QtTableBody.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -331,12 +333,19 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
     }
     m_versionAndFlags.decode(buffer);
     unsigned int count = decodeUint32(buffer);
-    unsigned long held = QtTableBody::heldSize(*this, buffer);
-    unsigned long capacity = std::min((held > head ? held - head : 0) / 4, kMaxUint32);
-    if (count > capacity) count = 0;  // a count the atom cannot hold: an empty table
+    unsigned int room = QtTableBody::entryRoom(*this, buffer, head, 4);
+    if (count > room) count = 0;  // a count the atom cannot hold: an empty table
     m_array.setActiveSize(0);
-    logIfFalse(m_array.setVirtualSize(static_cast<unsigned int>(capacity)), "decode", QT_UTIL_FILE, 7110);
-    decodeEntries(buffer, count, static_cast<unsigned int>(capacity));
+    // The key base comes from the first entry; as it is converted on the way in, a stored 0 after
+    // entry 0 stays 0 (a damaged entry, never turned into -1), and entry 0 is taken as it comes, so
+    // that it encodes back to the same bytes.
+    unsigned char first[4] = {1, 1, 1, 1};
+    if (count) QtTableBody::read(*this, buffer, head, 4, first);
+    setKeyBase(isZeroBased(getBigEndian32(first)) ? 0 : 1);
+    QtTableBody::placeEntries(*this, buffer, m_array, head, room, count, 4, [this](unsigned int i, unsigned char const* p) {
+        unsigned int stored = getBigEndian32(p);
+        m_array.setElementAt(i, stored || i == 0 ? stored - m_keyBase : 0, nullptr);
+    });
     m_array.setActiveSize(count);
     m_lastSample.store(0, std::memory_order_release);
     m_samplesPerEntry.store(fixedOne(), std::memory_order_relaxed);
@@ -348,35 +357,6 @@ bool QtAtomSampleSync::decode(QtAtomBuffer& buffer) {
     QtTableBody::removeRest(*this, buffer);
     reportTrailingZeros();
     return true;
-}
-
-void QtAtomSampleSync::decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity) {
-    unsigned long head = getFixedSize();
-    // The file already holds the entries at their place: backed first, then mapped. A table whose
-    // file is out of reach is held in memory instead, as far as the buffer holds it.
-    if (capacity > kInMemoryEntries && logIfFalse(setBackingStore(m_array), "decode", QT_UTIL_FILE, 7113)) {
-        m_array.setMap(getFileOffset() + head);
-        unsigned char first[4];
-        QtTableBody::read(*this, buffer, head, 4, first);
-        setKeyBase(count > 0 && isZeroBased(QtTableBody::bigEndian32(first)) ? 0 : 1);
-        m_array.elementAt(0, nullptr);
-        return;
-    }
-    decodeInMemory(buffer, count);
-}
-
-void QtAtomSampleSync::decodeInMemory(QtAtomBuffer& buffer, unsigned int count) {
-    if (count == 0) return;
-    std::vector<unsigned char> raw(static_cast<size_t>(count) * 4);
-    QtTableBody::read(*this, buffer, getFixedSize(), count * 4, raw.data());
-    setKeyBase(isZeroBased(QtTableBody::bigEndian32(raw.data())) ? 0 : 1);
-    // As on the disk-backed path, a stored 0 after entry 0 stays 0 (a damaged entry, never turned
-    // into -1); entry 0 is taken as it comes, so that it encodes back to the same bytes.
-    for (unsigned int i = 0; i < count; ++i) {
-        unsigned int stored = QtTableBody::bigEndian32(&raw[i * 4]);
-        m_array.setElementAt(i, stored || i == 0 ? stored - m_keyBase : 0, nullptr);
-    }
-    m_array.setClean();
 }
 
 // Only an 'stss' can be stored 0-based (its first key is then frame 0 written as 0); an 'stps' is
@@ -693,16 +673,10 @@ void QtAtomSampleSync::show() const {
     unsigned long capacity = getSize() > kHeadSize ? (getSize() - kHeadSize) / 4 : 0;
     std::string text =
         FormatStr("%s,cap=%d,keyframes[%d]={", toString().get(), static_cast<int>(capacity), count).get();
-    if (verbose) text += FormatStr("\n%*s0:", indent, "").get();
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!verbose && count > 5 && i == 3) {
-            text += ",...";
-            i = count - 1;
-        }
-        bool lineStart = verbose ? i % 8 == 0 : i == 0;
-        text += FormatStr("%s%d", lineStart ? "" : ",", m_array.elementAt(i, nullptr) + m_keyBase).get();
-        if (verbose && i % 8 == 7 && i + 1 < count) text += FormatStr(",\n%*s%d:", indent, "", i + 1).get();
-    }
+    text += qtTableEntries(
+        count, verbose, QtListing(),
+        [this](unsigned int i) { return std::to_string(static_cast<int>(m_array.elementAt(i, nullptr) + m_keyBase)); },
+        qtIndexedLines(indent));
     text += "}\n";
     infoMsg("%s", text.c_str());
 }

@@ -250,8 +250,6 @@ class QtAtomSampleSync : public BaseQtAtom {
     void setKeyBase(unsigned int base);
     void setSamplesPerEntry(unsigned long lastSample, unsigned int entries, char const* countLabel) const;
     bool makeDiskBacked() const;
-    void decodeEntries(QtAtomBuffer& buffer, unsigned int count, unsigned int capacity);
-    void decodeInMemory(QtAtomBuffer& buffer, unsigned int count);
     bool isZeroBased(unsigned int firstRaw) const;
     QtAtomSampleSize const* getStsz() const;
     QtAtomSampleSize const* getStszSlow() const;

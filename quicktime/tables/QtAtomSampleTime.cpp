@@ -6,6 +6,7 @@
 #include "framework/FormatStr.h"
 #include "quicktime/atoms/QtAtomHelpers.h"
 #include "quicktime/atoms/QtDebug.h"
+#include "quicktime/tables/QtTableText.h"
 
 namespace {
 
@@ -235,16 +236,13 @@ void QtAtomSampleTime::show() const {
     bool everyEntry = quicktimeDbg.on(QtDbgAllSizes);
     int indent = static_cast<int>(2 * numGeneration() + 2);
     unsigned int n = getNumEntries();
-    for (unsigned int i = 0; i < n; ++i) {
-        if (!everyEntry && n >= 6 && i == 3) {
-            text += ",...";
-            i = n - 1;
-        }
-        std::string separator = i % 8 ? "," : "";
-        if (everyEntry && i % 8 == 0) separator = FormatStr("\n%*s", indent, "").get();
-        Entry entry = m_entries.get(i);
-        text += FormatStr("%s{%u,%u}", separator.c_str(), entry.count, entry.duration).get();
-    }
+    auto entry = [this](unsigned int i) {
+        Entry run = m_entries.get(i);
+        return std::string(FormatStr("{%u,%u}", run.count, run.duration).get());
+    };
+    text += qtTableEntries(n, everyEntry, QtListing{8, 5, true}, entry, [indent](unsigned int) {
+        return std::string(FormatStr("\n%*s", indent, "").get());
+    });
     text += "\n";
     infoMsg("%s", text.c_str());
 }

@@ -36,6 +36,18 @@ unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
     return std::min(atom.getSize(), held);
 }
 
+unsigned int entryRoom(BaseQtAtom const& atom, QtAtomBuffer const& buffer, unsigned long head, unsigned int entryBytes) {
+    unsigned long held = heldSize(atom, buffer);
+    unsigned long room = held > head ? (held - head) / entryBytes : 0;
+    return static_cast<unsigned int>(std::min(room, 0xFFFFFFFFul));
+}
+
+bool mapEntries(BaseQtAtom const& atom, VirtualArrayBase& array, unsigned int room, unsigned long head) {
+    if (room <= VirtualArrayBase::kResidentLimit || !atom.getRootFp() || !atom.setBackingStore(array)) return false;
+    array.setMap(atom.getFileOffset() + head);
+    return true;
+}
+
 void removeRest(BaseQtAtom const& atom, QtAtomBuffer& buffer) {
     unsigned long consumed = buffer.fileOffset() - atom.getFileOffset();
     if (consumed < atom.getSize())

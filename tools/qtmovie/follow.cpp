@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/ByteOrder.h"
 #include "quicktime/quicktime.h"
 #include "quicktime/tables/QtAtomSampleChunkOff.h"
 #include "quicktime/tables/QtTrackSamples.h"
@@ -40,11 +41,6 @@ bool readFully(int fd, unsigned long offset, unsigned char* bytes, size_t size) 
     return true;
 }
 
-uint32_t bigEndian32(unsigned char const* bytes) {
-    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
-           static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
-}
-
 // What the top-level headers say.
 struct TopLevel {
     unsigned int moovs = 0;
@@ -65,13 +61,13 @@ TopLevel walkTopLevel(int fd, unsigned long length) {
     for (unsigned long offset = 0; length - offset >= 8;) {
         unsigned char header[16];
         if (!readFully(fd, offset, header, 8)) break;
-        unsigned long size = bigEndian32(header);
-        QtAtomIdType type = bigEndian32(header + 4);
+        unsigned long size = getBigEndian32(header);
+        QtAtomIdType type = getBigEndian32(header + 4);
         unsigned int headerSize = 8;
         bool open = size == 0;
         if (size == 1) {
             if (length - offset < 16 || !readFully(fd, offset + 8, header + 8, 8)) break;
-            size = static_cast<unsigned long>(bigEndian32(header + 8)) << 32 | bigEndian32(header + 12);
+            size = getBigEndian64(header + 8);
             headerSize = 16;
         } else if (open) {
             size = length - offset;
@@ -133,7 +129,7 @@ class Follower {
         for (Track const& track : m_tracks) {
             unsigned char count[4];
             if (track.countOffset && readFully(m_fd, track.countOffset, count, 4) &&
-                bigEndian32(count) != track.chunks)
+                getBigEndian32(count) != track.chunks)
                 return true;
         }
         return false;
