@@ -44,9 +44,12 @@ Bytes seedAtomBytes(unsigned int entriesClaimed = 0) {
 }  // namespace
 
 TEST(QtAtomCompTime, TrailingZeroRunsAreReportedButKept) {
+    Bytes table = movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})});
     MessageCapture capture;
+    MovieOnDisk{table};  // only with "atom errors" on
+    EXPECT_EQ(capture.all(), "");
     ScopedDebugFlag flag("quicktimeDbg", "atom errors");
-    MovieOnDisk movie(movieWithTable({stszAtom(3), cttsAtom({{1, 5}, {2, 0}, {0, 0}, {0, 0}})}));
+    MovieOnDisk movie(table);
     EXPECT_EQ(movie.table<QtAtomCompTime>("ctts")->getNumEntries(), 4u);
     EXPECT_TRUE(capture.contains("ctts: 48b@") && capture.contains("[4]: last 2 of 4 zero")) << capture.all();
 }

@@ -38,15 +38,20 @@ TEST(QtAtomSampleChunkOffTest, BothWidthsDecodeIntoMemoryUpTo16EntriesAndOntoDis
 }
 
 // 1000 chunks ending at 3,000,000,000: 3,000,000 bytes apart, so 2^32 / 3,000,000 - 2 = 1429 fit
-// below 4 GiB.
+// below 4 GiB. Chunks 1000 bytes apart would fit, but room for 2048 chunks or more is made 64-bit.
 TEST(QtAtomSampleChunkOffTest, TheOffsetsProjectedForTheRoomDecideWhetherAStcoBecomesCo64) {
-    for (unsigned int request : {1500u, 1400u}) {
+    struct Case {
+        unsigned int request;
+        long spacing;
+        bool wide;
+    } const cases[] = {{1500, 3000000, true}, {1400, 3000000, false}, {2048, 1000, true}, {2047, 1000, false}};
+    for (auto [request, spacing, wide] : cases) {
         MovieOnDisk movie(movieWithTable({chunkOffsets("stco", 0, 1000)}));
         QtAtomSampleChunkOff* table = movie.table<QtAtomSampleChunkOff>("stco")->write();
-        for (unsigned int i = 1; i <= 1000; ++i) ASSERT_TRUE(table->addOffset(i * 3000000l));
+        for (unsigned int i = 1; i <= 1000; ++i) ASSERT_TRUE(table->addOffset(i * spacing));
         EXPECT_FALSE(table->need64BitChunkOff(nullptr));
         table->setCapacity(request);
-        EXPECT_EQ(table->is64Bit(), request == 1500) << request;
+        EXPECT_EQ(table->is64Bit(), wide) << request;
         EXPECT_EQ(table->nArrayEntries(), request);
         EXPECT_EQ(table->getHeadroom(), request - 1000);
     }

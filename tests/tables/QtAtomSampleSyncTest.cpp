@@ -142,6 +142,7 @@ TEST(QtAtomSampleDepend, StoresUpToItsCapacityAndAsksForRoomPastIt) {
     sdtp->setCapacity(5);
     EXPECT_EQ(sdtp->getSizeNeeded(), 0u);
     EXPECT_TRUE(sdtp->addSamples(4, 0x18));
+    EXPECT_EQ(encodeToBytes(*sdtp).size(), 12u + 5);  // still in memory, written whole with its room
 }
 
 TEST(QtAtomSampleDepend, CapacityIsTheRequestedCountEvenWhenSmaller) {
