@@ -114,6 +114,7 @@ TEST(AtomTree, InsertAndRemoveKeepLinksAndOffsets) {
     EXPECT_EQ(a->getSibling(), c);
     EXPECT_EQ(c->getSize(), 50u);  // the follower absorbs the space
     EXPECT_EQ(b->getSibling(), nullptr);
+    b->removeSelf(true);  // unlinking it again changes nothing
     delete b;
     auto* d = new Leaf(qtId("dddd"), nullptr, 5);
     c->appendSibling(d);

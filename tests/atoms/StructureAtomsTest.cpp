@@ -185,6 +185,12 @@ TEST(StructureAtoms, EachDecodesWritesBackAndPrintsAsItsTableRowSays) {
     }
 }
 
+TEST(StructureAtoms, ATrackHeaderCutShortIsRefused) {
+    Bytes whole = trackHeaderBytes(3, 0x02D00000, 0x01E00000);
+    QtAtomTrakHdr track(nullptr);
+    EXPECT_FALSE(decodeFrom(track, Bytes(whole.begin(), whole.end() - 4)));
+}
+
 TEST(StructureAtoms, OnlyARealChangeMarksAnAtomChanged) {
     QtAtomMediaHdr media(nullptr);
     media.set(100, 25);

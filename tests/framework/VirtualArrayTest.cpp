@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "framework/BridgeAnchor.h"
+#include "framework/FaultyFileIO.h"
 #include "framework/FileIoClientRec.h"
 #include "framework/VirtualArray.h"
 #include "tests/TestSupport.h"
@@ -162,6 +163,25 @@ TEST(VirtualArrayTest, AFailedWriteKeepsTheChangesForALaterFlush) {
     ASSERT_TRUE(backed.array.flush());
     Bytes disk = temp.bytes(0, 3000 * 4);
     for (unsigned int i = 0; i < 3000; ++i) ASSERT_EQ(bigEndianAt(disk, i * 4), i + 100);
+}
+
+TEST(VirtualArrayTest, EveryWayToTheFileReportsAFailedWrite) {
+    TempMovieFile temp;
+    AutoRefPtr<FaultyFileIO> file = FaultyFileIO::open(temp.path(), BasicFileIO::ReadWrite);
+    unsigned int page = VirtualArrayBase::kPageBytes / 4;
+    BackedArray backed(AutoRefPtr<BasicFileIO>(file.get()), 0, 3 * page);
+    MessageCapture capture;
+    backed.array.setElementAt(0, 1, nullptr);
+    backed.array.setElementAt(2 * page, 2, nullptr);
+    file->failWrite(2);  // the zeros between the first page and the third
+    EXPECT_FALSE(backed.array.flush());
+    file->failWrite(1);
+    EXPECT_FALSE(backed.array.writeDirtyPages());
+    file->failWrite(1);
+    EXPECT_FALSE(backed.array.mapIndex(0, 100000));  // the copy to the new place
+    EXPECT_EQ(backed.array.getMapOffset(), 0u);
+    ASSERT_TRUE(backed.array.flush());
+    EXPECT_EQ(bigEndianAt(temp.bytes(2 * page * 4, 4), 0), 2u);
 }
 
 TEST(VirtualArrayTest, OwnerCacheIsBoundedWhateverTheLengthAndReportsEveryChange) {
