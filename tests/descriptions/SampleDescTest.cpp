@@ -57,11 +57,13 @@ struct ReadTrack {
     AutoPtr<QtAtomRoot> root;
     QtAtomSampleDesc const* stsd = nullptr;
 
-    ReadTrack(char const* subtype, Bytes const& entry) {
-        Bytes minf = concat({handlerBytes("dhlr", "alis"), atomBytes("stbl", stsdBytes(!entry.empty(), entry))});
+    ReadTrack(char const* subtype, Bytes const& entry, Bytes const& moreStbl = {},
+              BasicFileIO::Mode mode = BasicFileIO::ReadOnly) {
+        Bytes stbl = concat({stsdBytes(!entry.empty(), entry), moreStbl});
+        Bytes minf = concat({handlerBytes("dhlr", "alis"), atomBytes("stbl", stbl)});
         Bytes mdia = concat({handlerBytes("mhlr", subtype), atomBytes("minf", minf)});
         file.write(atomBytes("moov", atomBytes("trak", atomBytes("mdia", mdia))));
-        root = QtAtomReader::readFile(file.c_str());
+        root = QtAtomReader::readFile(file.c_str(), mode);
         if (root)
             stsd = dynamic_cast<QtAtomSampleDesc const*>(root->findAtom("moov.trak.mdia.minf.stbl.stsd", 0));
     }
@@ -308,6 +310,13 @@ TEST(QtTimecodeSampleDesc, EntryIsReadAndWrittenBackByteForByte) {
     ReadTrack shortTrack("tmcd", cut);
     ASSERT_NE(shortTrack.stsd->getTimecodeDesc(1), nullptr);
     EXPECT_EQ(shortTrack.written(), stsdBytes(1, cut));
+    EXPECT_FALSE(static_cast<QtSampleDesc const&>(*desc) == *shortTrack.stsd->getTimecodeDesc(1))
+        << "only sound and video entries compare equal";
+
+    // Samples with no chunk offsets to place them: nothing is written.
+    ReadTrack sizesOnly("tmcd", entry, atomBytes("stsz", words({0, 4, 1})), BasicFileIO::ReadWrite);
+    ASSERT_NE(sizesOnly.stsd->getTimecodeDesc(1), nullptr);
+    EXPECT_FALSE(sizesOnly.stsd->getTimecodeDesc(1)->writeTimecodes());
 }
 
 TEST(QtVideoSampleDesc, SettersPlaceOneAtomEachAndKeepTheSizeWithATerminator) {
@@ -332,6 +341,18 @@ TEST(QtVideoSampleDesc, SettersPlaceOneAtomEachAndKeepTheSizeWithATerminator) {
     Bytes written = track.written();
     ASSERT_EQ(written.size(), track.stsd->getSize());
     EXPECT_EQ(Bytes(written.end() - 4, written.end()), zeros(4));
+}
+
+TEST(QtVideoSampleDesc, ExtensionsAfterAColourTableAreRead) {
+    Bytes table = words({24});
+    putType(table, "ctab");
+    putBytes(table, concat({words({0, 0x80000000}), zeros(8)}));  // seed, flags, one entry
+    Bytes entry = videoEntry("jpeg", 160, 120, concat({table, atomBytes("fiel", Bytes{2, 1})}));
+    entry[84] = entry[85] = 0;  // colour table id 0: the table follows the fixed fields
+    ReadTrack track("vide", entry);
+    ASSERT_NE(track.video(), nullptr);
+    EXPECT_EQ(track.video()->getColorTableId(), 0);
+    EXPECT_EQ(track.video()->getFieldMode(), 1u);
 }
 
 TEST(QtVideoSampleDesc, EqualityIgnoresNamesQualitiesAndOtherExtensions) {

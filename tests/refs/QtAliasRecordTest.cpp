@@ -73,6 +73,11 @@ TEST(QtAliasRecord, PointsAtASiblingDirectoryRelativeToTheMovie) {
     // dir "c" (4 + 1 + pad), abs of 19 bytes (4 + 19 + pad), end (4)
     EXPECT_EQ(record.getVariableSize(), 6u + 24u + 4u);
     EXPECT_EQ(record.getSize(), 150u + 34u);
+
+    // A path too long for a record is refused and the record kept.
+    MessageCapture messages;
+    EXPECT_FALSE(record.setPath("/a/b/movie.mov", ("/a/" + std::string(40000, 'x')).c_str()));
+    EXPECT_EQ(text(record.find(QtAliasRecord::MarkAbs)), "NONAME:a:c:clip.mov");
 }
 
 TEST(QtAliasRecord, CountsTheLevelsUpFromTheMovieAndDownToTheTargetAndResolvesFromAMovedMovie) {

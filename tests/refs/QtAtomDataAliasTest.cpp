@@ -92,3 +92,15 @@ TEST(QtAtomDataAlias, RecordIsNotReadPastTheAtom) {
     EXPECT_EQ(consumed, 162u);
     EXPECT_EQ(alias.getAliasRecord().getFirstVarInfo(), nullptr);
 }
+
+TEST(QtAtomDataAlias, ZeroPaddingAfterTheRecordIsWrittenBack) {
+    QtAliasRecord record;
+    ASSERT_TRUE(record.setPath("/a/b/movie.mov", "/a/c/clip.mov"));
+    QtAtomBuffer out(16);
+    record.encode(out);
+    Bytes atom = atomBytes("alis", concat({words({0}), Bytes(out.ptrData(), out.ptrEnd()), zeros(6)}));
+    QtAtomDataAlias alias(nullptr);
+    ASSERT_TRUE(decodeFrom(alias, atom));
+    EXPECT_EQ(alias.getPadding(), 6u);
+    EXPECT_EQ(encodeToBytes(alias), atom);
+}
