@@ -4,6 +4,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,10 +15,30 @@
 #include "framework/QtAtomBuffer.h"
 #include "quicktime/atoms/QtAtomPreserved.h"
 #include "quicktime/layout/QtAtomRoot.h"
+#include "quicktime/tables/QtTrackSamples.h"
 #include "tests/TestSupport.h"
 
 // A QtAtomPreserved of `type` with `bodySize` bytes of `fill`, decoded from bytes and attached
 // under `parent`.
+// A finished long-GOP track as it was recorded: every sample's size and key flag, and each B frame
+// shown before the reference decoded just before it.
+template <class SizeOf, class CodingOf>
+void expectRecordedGop(QtTrackSamples const& track, unsigned int count, SizeOf sizeOf, CodingOf codingOf) {
+    FileIoClientRec agent;
+    QtTrackSamples::Iterator walk(track, 0, &agent);
+    QtSampleInfo info;
+    long referencePts = 0;
+    for (unsigned int s = 0; s < count; ++s) {
+        ASSERT_TRUE(walk.next(info)) << s;
+        ASSERT_EQ(info.size, sizeOf(s)) << s;
+        ASSERT_EQ(info.key, codingOf(s) == SampleCodingI) << s;
+        if (codingOf(s) != SampleCodingB)
+            referencePts = info.pts;
+        else
+            ASSERT_LT(info.pts, referencePts) << s;
+    }
+}
+
 inline QtAtomPreserved const* addPreserved(BaseQtAtom const* parent, char const* type, unsigned int bodySize,
                                            unsigned char fill) {
     std::vector<unsigned char> bytes(8 + bodySize, fill);

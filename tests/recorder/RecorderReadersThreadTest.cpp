@@ -119,21 +119,8 @@ TEST(RecorderReadersThread, ReadersWithTheirOwnAgentsAgreeWithTheFinishedFile) {
     ASSERT_EQ(finishedSound.getNumSamples(), kFrames * kPcmPerFrame);
     QtTrackSamples const* finished[2] = {&finishedVideo, &finishedSound};
     FileIoClientRec agent;
-    // The finished video itself: sizes, key frames, and each B frame shown before the reference
-    // decoded just before it.
-    QtTrackSamples::Iterator walk(finishedVideo, 0, &agent);
-    QtSampleInfo info;
-    long referencePts = 0;
-    for (unsigned int s = 0; s < kFrames; ++s) {
-        ASSERT_TRUE(walk.next(info)) << s;
-        ASSERT_EQ(info.size, frameSize(s)) << s;
-        ASSERT_EQ(info.key, codingOf(s) == SampleCodingI) << s;
-        if (codingOf(s) != SampleCodingB) {
-            referencePts = info.pts;
-            continue;
-        }
-        ASSERT_LT(info.pts, referencePts) << s;
-    }
+    expectRecordedGop(finishedVideo, kFrames, frameSize, codingOf);
+    ASSERT_FALSE(testing::Test::HasFatalFailure());
     unsigned long answers[2] = {0, 0};
     for (ReaderLog const& log : logs) {
         EXPECT_EQ(log.refused, 0u);

@@ -204,23 +204,8 @@ TEST_P(ConcurrentReadersTest, ReadersWithTheirOwnAgentsSeeAPrefixThatTheFinished
     QtTrackSamples finished(QtTrackSamples::findTrackMedia(*root, 1));
     ASSERT_EQ(finished.getNumSamples(), kSamples);
     FileIoClientRec agent;
-    // The finished file itself: every size, key flag and display order as recorded. Each B frame is
-    // shown before the reference decoded just before it.
-    {
-        QtTrackSamples::Iterator walk(finished, 0, &agent);
-        QtSampleInfo info;
-        long referencePts = 0;
-        for (unsigned int s = 0; s < kSamples; ++s) {
-            ASSERT_TRUE(walk.next(info)) << s;
-            ASSERT_EQ(info.size, sizeOf(s)) << s;
-            ASSERT_EQ(info.key, codingOf(s) == SampleCodingI) << s;
-            if (codingOf(s) != SampleCodingB) {
-                referencePts = info.pts;
-                continue;
-            }
-            ASSERT_LT(info.pts, referencePts) << s;
-        }
-    }
+    expectRecordedGop(finished, kSamples, sizeOf, codingOf);
+    ASSERT_FALSE(testing::Test::HasFatalFailure());
     unsigned long answers = 0;
     for (ReaderLog const& log : logs) {
         EXPECT_EQ(log.refused, 0u);
