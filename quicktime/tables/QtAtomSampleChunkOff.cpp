@@ -98,16 +98,14 @@ bool QtAtomSampleChunkOff::decode(QtAtomBuffer& buffer) {
         m_damagedCount = m_nEntries;
         m_nEntries = 0;
     }
+    auto place = [&](auto& array, auto fromDisk) {
+        QtTableBody::placeEntries(*this, buffer, array, getFixedSize(), slots, m_nEntries, entryBytes(),
+                                  [&](unsigned int i, unsigned char const* p) { array.setElementAt(i, fromDisk(p), nullptr); });
+    };
     if (is64Bit())
-        QtTableBody::placeEntries(*this, buffer, m_offsets64, getFixedSize(), slots, m_nEntries, 8,
-                                  [this](unsigned int i, unsigned char const* p) {
-                                      m_offsets64.setElementAt(i, getBigEndian64(p), nullptr);
-                                  });
+        place(m_offsets64, getBigEndian64);
     else
-        QtTableBody::placeEntries(*this, buffer, m_offsets32, getFixedSize(), slots, m_nEntries, 4,
-                                  [this](unsigned int i, unsigned char const* p) {
-                                      m_offsets32.setElementAt(i, getBigEndian32(p), nullptr);
-                                  });
+        place(m_offsets32, getBigEndian32);
     m_headroom = slots - m_nEntries;
     publishLayout();
     QtTableBody::removeRest(*this, buffer);

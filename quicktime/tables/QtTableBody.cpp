@@ -8,6 +8,23 @@
 #include "quicktime/atoms/BaseQtAtom.h"
 #include "quicktime/atoms/QtDebug.h"
 
+namespace {
+
+// The bytes of the atom that are really there: its size, or less when the file ends inside it.
+unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
+    unsigned long offset = atom.getFileOffset();
+    unsigned long held = 0;
+    if (AutoRefPtr<BasicFileIO> file = atom.getRootFp()) {
+        unsigned long length = file->length();
+        held = offset < length ? length - offset : 0;
+    }
+    // An atom decoded from bytes that are not (or not yet) in a file is held by the buffer.
+    if (buffer.fileOffset() >= offset) held = std::max(held, buffer.fileOffset() - offset + buffer.nOccupied());
+    return std::min(atom.getSize(), held);
+}
+
+}  // namespace
+
 namespace QtTableBody {
 
 bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAtom, unsigned int n,
@@ -22,18 +39,6 @@ bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAt
         return true;
     memset(out, 0, n);
     return false;
-}
-
-unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer) {
-    unsigned long offset = atom.getFileOffset();
-    unsigned long held = 0;
-    if (AutoRefPtr<BasicFileIO> file = atom.getRootFp()) {
-        unsigned long length = file->length();
-        held = offset < length ? length - offset : 0;
-    }
-    // An atom decoded from bytes that are not (or not yet) in a file is held by the buffer.
-    if (buffer.fileOffset() >= offset) held = std::max(held, buffer.fileOffset() - offset + buffer.nOccupied());
-    return std::min(atom.getSize(), held);
 }
 
 unsigned int entryRoom(BaseQtAtom const& atom, QtAtomBuffer const& buffer, unsigned long head, unsigned int entryBytes) {

@@ -20,13 +20,10 @@ namespace QtTableBody {
 bool read(BaseQtAtom const& atom, QtAtomBuffer& buffer, unsigned long offsetInAtom, unsigned int n,
           unsigned char* out);
 
-// The bytes of the atom that are really there, in its file or in the buffer it is decoded from: its
-// size, or less when the file ends inside it. A table's room for entries is taken from this, so
-// that a count can never send a decode after entries that are not there.
-unsigned long heldSize(BaseQtAtom const& atom, QtAtomBuffer const& buffer);
-
-// The entries of `entryBytes` that the bytes really there hold after the first `head` bytes of the
-// atom (at most 2^32 - 1): the room a table gets, whatever count it claims.
+// The entries of `entryBytes` that the bytes really there (in the atom's file, or in the buffer it is
+// decoded from) hold after the first `head` bytes of the atom, at most 2^32 - 1: the room a table
+// gets, whatever count it claims, so that a count can never send a decode after entries that are
+// not there.
 unsigned int entryRoom(BaseQtAtom const& atom, QtAtomBuffer const& buffer, unsigned long head, unsigned int entryBytes);
 
 // Makes a table of more than the resident limit disk-backed on the movie's file and maps its array
